@@ -1,0 +1,34 @@
+# FFmpeg for Linux: shared libraries over Debian's x264, LAME and Opus. Sourced by build.sh; part of the recipe hash.
+
+required_commands=(gcc make nasm pkg-config strip)
+required_pkg_config=(x264 opus zlib ffnvcodec)
+required_files=(/usr/include/lame/lame.h)
+packages_set=build-linux
+
+build_steps=(
+  "configure FFmpeg|configure_ffmpeg"
+  "compile FFmpeg|compile_ffmpeg"
+  "install|ffmpeg_install"
+  "check|check_libraries"
+)
+
+configure_ffmpeg() {
+  cd "$work/FFmpeg"
+  ./configure "${ffmpeg_common_options[@]}" --enable-pthreads
+  # The libraries find each other beside themselves, so that a product folder can be moved. It goes straight into
+  # config.mak because configure's own quoting does not survive a dollar sign.
+  echo "LDSOFLAGS += -Wl,-rpath,'\$\$ORIGIN'" >> ffbuild/config.mak
+}
+
+compile_ffmpeg() {
+  make -C "$work/FFmpeg" -j"$jobs"
+}
+
+check_libraries() {
+  local name
+  for name in avformat.so.58 avcodec.so.58 avutil.so.56 swresample.so.3 swscale.so.5; do
+    readelf -d "$stage/lib/lib$name" | grep -F 'RUNPATH' | grep -F "[\$ORIGIN]" ||
+      readelf -d "$stage/lib/lib$name" | grep -F 'RPATH' | grep -F "[\$ORIGIN]"
+  done
+  PKG_CONFIG_PATH="$stage/lib/pkgconfig" pkg-config --exact-version=58.45.100 libavformat
+}
