@@ -10,21 +10,21 @@
 set -euo pipefail
 
 here=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
-cache=${ZEVA_DEPS_CACHE:-${HOME:?HOME is not set and ZEVA_DEPS_CACHE neither}/.cache/zeva}
-jobs=${ZEVA_JOBS:-$(nproc)}
-
-fail() {
-  echo "deps/build.sh: $*" >&2
-  exit 1
-}
+# shellcheck source=../scripts/lib.sh
+. "$here/../scripts/lib.sh"
 
 # --- where the result lies ---------------------------------------------------------------------------------------
 
 # The folder's name changes with anything that changes the result, so an old build is never taken for a new one. This
-# script is no part of it: it says how to fetch and report, not what to build.
+# script is no part of it (it says how to fetch and report, not what to build), nor are comments and the other system.
 prefix_of() {
   local hash
-  hash=$(cat "$here/tarballs.txt" "$here/recipe-ffmpeg.sh" "$here/recipe-$1.sh" | sha256sum)
+  hash=$(
+    {
+      grep -E "^[a-z,]*\b$1\b" "$here/tarballs.txt"
+      sed -E '/^ *(#|$)/d' "$here/recipe-ffmpeg.sh" "$here/recipe-$1.sh"
+    } | sha256sum
+  )
   echo "$cache/$1-${hash:0:12}"
 }
 
@@ -37,6 +37,7 @@ has_sum() {
 # Addresses of the mirrors this machine already uses. Source tarballs lie in the same pool as the packages.
 debian_mirrors() {
   command -v apt-get > /dev/null || return 0
+  # shellcheck disable=SC2016  # apt fills it in
   apt-get indextargets --format '$(REPO_URI)' 'Created-By: Packages' 2> /dev/null | sort -u
 }
 
@@ -97,41 +98,9 @@ fetch_and_unpack_all() {
 
 # --- steps -------------------------------------------------------------------------------------------------------
 
-# Says how far the running step is: rewriting one line on a terminal, a line every 30 s elsewhere (a CI log).
-report_progress() {
-  local label=$1 started=$2 objects
-  local elapsed=$((SECONDS - started))
-  if [[ -t 1 ]]; then
-    objects=$(find "$work" -name '*.o' | wc -l)
-    printf '\r%s ... %d s, %d files compiled ' "$label" "$elapsed" "$objects"
-  elif ((elapsed > 0 && elapsed % 30 == 0)); then
-    objects=$(find "$work" -name '*.o' | wc -l)
-    echo "$label ... $elapsed s, $objects files compiled"
-  fi
-}
-
-# Runs a step in the background, its output in the log, and stays with it.
-run_step() {
-  local label=$1 started=$SECONDS status=0
-  shift
-  [[ ! -t 1 ]] || printf '%s ... ' "$label"
-  echo "=== $label" >> "$log"
-  # A shell of its own: -e does not act in a function whose caller looks at its status.
-  (set -e; "$@") >> "$log" 2>&1 < /dev/null &
-  child=$!
-  while kill -0 "$child" 2> /dev/null; do
-    sleep 1
-    report_progress "$label" "$started"
-  done
-  wait "$child" || status=$?
-  child=
-  if ((status != 0)); then
-    [[ ! -t 1 ]] || echo
-    { echo "--- the end of $log:"; tail -n 25 "$log"; } >&2
-    fail "the step '${label#* }' failed; the whole log is $log."
-  fi
-  [[ ! -t 1 ]] || printf '\r\033[K'
-  echo "$label ... done ($((SECONDS - started)) s)"
+# The compilers' own output says little; the number of files tells how far it is.
+progress_note() {
+  echo "$(find "$work" -name '*.o' | wc -l) files compiled"
 }
 
 check_machine() {
@@ -152,22 +121,17 @@ check_machine() {
 }
 
 run_all_steps() {
-  local i entry total=$((${#build_steps[@]} + 1))
-  echo "[1/$total] fetch and unpack sources"
+  local entry
+  step_total=$((${#build_steps[@]} + 1))
+  step_number=1
+  echo "[1/$step_total] fetch and unpack sources"
   fetch_and_unpack_all
-  for i in "${!build_steps[@]}"; do
-    entry=${build_steps[$i]}
-    run_step "[$((i + 2))/$total] ${entry%%|*}" "${entry#*|}"
+  for entry in "${build_steps[@]}"; do
+    step "${entry%%|*}" "${entry#*|}"
   done
 }
 
 # --- one build ---------------------------------------------------------------------------------------------------
-
-# Ends the running step with all its compilers, when the build itself is ended.
-end_child() {
-  [[ -z ${child:-} ]] || kill -- "-$child" 2> /dev/null || true
-  child=
-}
 
 # Builds in a folder beside the prefix and moves the result into place, the stamp last: an interrupted build leaves no
 # folder that looks like a finished one.
@@ -177,7 +141,7 @@ build() {
   stage=$prefix.building/prefix
   rm -rf "$prefix.building" "$prefix"
   mkdir -p "$work" "$stage"
-  : > "$log"
+  open_log "$cache/log" "$(basename "$prefix")"
   echo "FFmpeg for $system goes into $prefix; log: $log"
   run_all_steps
   mv "$stage" "$prefix"
@@ -204,13 +168,12 @@ main() {
   # What a caller's make or shell has set must not colour the build.
   unset CFLAGS CXXFLAGS CPPFLAGS LDFLAGS CC CXX AR AS LD MAKEFLAGS MFLAGS MAKELEVEL DESTDIR \
     PKG_CONFIG_PATH PKG_CONFIG_LIBDIR PKG_CONFIG_SYSROOT_DIR
-  # shellcheck source=recipe-ffmpeg.sh
+  # shellcheck source-path=SCRIPTDIR source=recipe-ffmpeg.sh
   . "$here/recipe-ffmpeg.sh"
-  # shellcheck source=/dev/null
+  # shellcheck source-path=SCRIPTDIR source=recipe-linux.sh
   . "$here/recipe-$system.sh"
   check_machine
-  log=$cache/log/$(basename "$prefix").log
-  mkdir -p "$cache/log" || fail "the cache folder $cache cannot be written."
+  mkdir -p "$cache/log" 2> /dev/null || fail "the cache folder $cache cannot be written."
   # Two builds at once would write into the same folder: the second waits and then finds the first one's result.
   exec 9> "$cache/log/$(basename "$prefix").lock"
   if ! flock -n 9; then
@@ -218,10 +181,6 @@ main() {
     flock 9
   fi
   [[ ! -e $prefix/.complete ]] || return 0
-  set -m
-  trap end_child EXIT
-  trap 'exit 130' INT
-  trap 'exit 143' TERM
   build "$prefix"
 }
 

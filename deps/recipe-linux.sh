@@ -1,3 +1,4 @@
+# shellcheck shell=bash disable=SC2034,SC2154,SC2164,SC2016  # variables go from file to file, -e is on
 # FFmpeg for Linux: shared libraries over Debian's x264, LAME and Opus. Sourced by build.sh; part of the recipe hash.
 
 required_commands=(gcc make nasm pkg-config strip readelf)

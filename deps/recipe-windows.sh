@@ -1,3 +1,4 @@
+# shellcheck shell=bash disable=SC2034,SC2154,SC2164,SC2206,SC2086  # variables go from file to file, -e is on
 # FFmpeg for 64-bit Windows, cross-built: DLLs that hold x264, LAME, Opus, zlib and the compiler's runtime, so that they
 # need nothing beside them but each other and Windows. Sourced by build.sh; part of the recipe hash.
 
