@@ -84,10 +84,9 @@ ffmpeg_step linux
 step "build the library and zeva" build_preset linux
 movie=$(find_movie)
 step "record ${movie##*/} as MP4, FLV and MKV at once" record
-judged=0
-try_step "look at the recordings with Debian's ffprobe" judge || judged=1
+try_step "look at the recordings with Debian's ffprobe" judge
 [[ ! -s $table ]] || sed 's/^/    /' "$table"
-((judged == 0)) || fail "Debian's ffmpeg finds fault with a recording; its words are in $log."
+((step_status == 0)) || fail "Debian's ffmpeg finds fault with a recording; its words are in $log."
 step "contact sheet" contact_sheet
 
 others=$(find "$out" -type f ! -name 'hello.mp4' ! -name 'hello.flv' ! -name 'hello.mkv' ! -name '*.txt' ! -name '*.png')

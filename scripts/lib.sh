@@ -43,38 +43,40 @@ report_progress() {
 step_number=0
 step_total=0 # the script sets it
 
-# Runs a command as a numbered step: a line with its time, its output in the log, and the log's end if it fails. The
-# status is the command's. As with any function, -e does not act inside when the caller looks at the status, so the
-# command runs in a background shell of its own, where it does.
+# Runs a command as a numbered step: a line with its time, its output in the log, and the log's end if it fails.
+# The command's status is left in step_status. It is not the function's, so that no caller asks for it in a condition:
+# there -e would stop acting inside the command, and a failure in the middle of it would be passed over.
+step_status=0
 try_step() {
-  local started=$SECONDS status=0 label
+  local started=$SECONDS label
+  step_status=0
   step_number=$((step_number + 1))
   label="[$step_number/$step_total] $1"
   shift
   echo "=== $label" >> "$log"
   set -m # a process group of its own, so that all of it can be ended
-  (set -e; "$@") >> "$log" 2>&1 < /dev/null &
+  ("$@") >> "$log" 2>&1 < /dev/null &
   child=$!
   set +m
   while kill -0 "$child" 2> /dev/null; do
     sleep 0.2
     report_progress "$label" "$((SECONDS - started))"
   done
-  wait "$child" || status=$?
+  wait "$child" || step_status=$?
   child=
   [[ ! -t 1 ]] || printf '\r\033[K'
-  if ((status == 0)); then
+  if ((step_status == 0)); then
     echo "$label ... done ($((SECONDS - started)) s)"
   else
     echo "$label ... failed ($((SECONDS - started)) s)"
     { echo "--- the end of $log:"; tail -n 25 "$log"; echo "---"; } >&2
   fi
-  return "$status"
 }
 
 # The same, for a step that the script cannot do without.
 step() {
-  try_step "$@" || fail "the step '$1' failed; the whole log is $log."
+  try_step "$@"
+  ((step_status == 0)) || fail "the step '$1' failed; the whole log is $log."
 }
 
 # Ends a running step with all that it started, when the script itself is ended.
@@ -170,7 +172,8 @@ run_tests() {
 build_and_test() {
   local preset=$1
   shift
-  if try_step "build $preset" build_preset "$preset"; then
+  try_step "build $preset" build_preset "$preset"
+  if ((step_status == 0)); then
     step_number=$((step_number + 1))
     echo "[$step_number/$step_total] test $preset"
     run_tests "$preset" "$@"
