@@ -79,13 +79,18 @@ step() {
   ((step_status == 0)) || fail "the step '$1' failed; the whole log is $log."
 }
 
-# Ends a running step with all that it started, when the script itself is ended.
-end_child() {
-  [[ -z ${child:-} ]] || kill -- "-$child" 2> /dev/null || true
+# Ends a running step and a Wine session with all that they started, when the script itself ends.
+end_children() {
+  local group
+  for group in $child $wine_session; do
+    kill -- "-$group" 2> /dev/null || true
+  done
   child=
+  wine_session=
 }
 child=
-trap end_child EXIT
+wine_session=
+trap end_children EXIT
 trap 'exit 130' INT
 trap 'exit 143' TERM
 
@@ -127,6 +132,16 @@ prepare_wine() {
   fi
   exec 8>&-
   [[ $(wine cmd /c 'echo ready') == ready* ]]
+}
+
+# Windows goes down with the last program in it and takes seconds to come up again; a program that waits for input keeps
+# it up from one test to the next. It is cut off from our output, which the services it starts would else hold open.
+start_wine_session() {
+  use_wine
+  set -m
+  (sleep infinity | wine cmd) > /dev/null 2>&1 &
+  wine_session=$!
+  set +m
 }
 
 # Sums of all tests so far, kept by count_tests and note.

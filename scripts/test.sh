@@ -11,7 +11,7 @@ cd "$root"
 # Whatever ends the script, the summary is its last line; something that ended it early counts as a failure.
 finish() {
   local status=$?
-  end_child
+  end_children
   if ((status != 0 && failed == 0)); then note failed; fi
   echo "$passed passed, $failed failed, $skipped skipped"
 }
@@ -24,6 +24,6 @@ ffmpeg_step linux
 ffmpeg_step windows
 step "Wine" prepare_wine
 build_and_test linux
-use_wine
+start_wine_session
 build_and_test windows
 ((failed == 0)) || exit 1
