@@ -1,5 +1,5 @@
 #!/bin/bash
-# From a fresh clone to a recorded movie: builds the library and its command `zeva`, records a camera movie into three
+# From a fresh clone to a recorded movie: builds the library and its command `zeva`, records a movie into three
 # containers at once, and shows what Debian's own ffprobe and ffmpeg, which know nothing of this library, make of them.
 # Needs a Debian machine and root or sudo for packages that are missing. The results are in demo-out/.
 set -euo pipefail
@@ -12,7 +12,7 @@ readonly out=demo-out
 readonly table=$out/report.txt
 readonly recordings=("$out/hello.mp4" "$out/hello.flv" "$out/hello.mkv")
 
-# A camera movie that Debian has in a package: 8 s, 1280x720, H.264 and AAC.
+# A movie that Debian has in a package: somebody at a computer, filmed and recorded; 8 s, 1280x720, H.264 and AAC.
 find_movie() {
   dpkg-query -L forensics-samples-files | grep '/movie2/movie-hello\.mp4$' ||
     fail "the package forensics-samples-files does not hold movie-hello.mp4."
