@@ -5,7 +5,8 @@
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 cache=${ZEVA_DEPS_CACHE:-${HOME:?neither HOME nor ZEVA_DEPS_CACHE is set}/.cache/zeva}
 jobs=${ZEVA_JOBS:-$(nproc)}
-export LC_ALL=C # programs' answers are read here: English, and a point in numbers
+# Programs' answers are read here: English, with a point in numbers. UTF-8, or Wine could not open every file name.
+export LC_ALL=C.UTF-8
 
 # Ends the script with one sentence.
 fail() {
