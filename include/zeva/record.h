@@ -1,0 +1,130 @@
+// Classic recording: raw pictures and sound in, finished movies out.
+//
+//   MovieInfo info{};  /* see zeva/movie_info.h */
+//   void* rec = ZEVA_start(info, on_status, nullptr, nullptr, false);
+//   if (!ZEVA_get_mInfo(rec, &info)) { ZEVA_stop(&rec); return 1; }  // on_status told why
+//   while (capturing) {
+//     ZEVA_write_video_bgra(rec, bgra, stride * height, ZEVA_current_sys_usec(), stride);
+//     ZEVA_write_audio_pcm(rec, pcm, pcm_bytes, ZEVA_current_sys_usec());
+//   }
+//   ZEVA_stop(&rec);                                                 // the movie is finished
+//
+// Time stamps are microseconds of ZEVA_current_sys_usec (any other steady microsecond clock does,
+// as long as the recording is never paused). The first one offered, accepted or not, becomes movie
+// time 0. A video frame whose time, in units of 1/fps, does not grow is dropped.
+//
+// Threads: the host serialises write, pause, resume and filter calls of one handle, and lets none
+// of them run during ZEVA_stop. Several handles are independent. Every function takes a null handle
+// and then returns its neutral value. No exception leaves any function.
+//
+// After a crash: an .mp4 without its trailer cannot be played by itself. With `moov_url` set, the
+// index beside it tells where every packet lies. Index lines are handed to the operating system
+// about every 960 bytes of records, and picture data when FFmpeg's I/O buffer is full, so both
+// survive a crash of the program; against power loss neither is synchronised to the disk.
+#pragma once
+
+#include <cstdint>
+
+#include "zeva/export.h"
+#include "zeva/movie_info.h"
+
+struct AVFrame;
+struct AVPacket;
+struct AVRational;
+
+// The host's hook into the encoders. Calls come on the thread that writes frames, and at
+// ZEVA_stop. Must not throw.
+class ZEVA_API FilterBase {
+ public:
+  FilterBase() = default;
+  FilterBase(const FilterBase&) {}
+  FilterBase& operator=(const FilterBase&) { return *this; }  // NOLINT: no data, nothing copied
+  virtual ~FilterBase();
+
+  // Video: called with each frame before it is encoded; the frame returned is encoded instead. It
+  // stays the host's and must live until the next call. Default: the frame unchanged.
+  virtual AVFrame* filter(AVFrame* frame);
+
+  // Audio: called with each encoded packet, which may be edited in place. Default: nothing.
+  virtual void filter(AVPacket* packet);
+};
+
+extern "C" {
+
+// Reports of a recording. Code 0, "start OK": the output is open, frames are accepted from now on.
+// Any other code is a failure with its text: 10, 11, 12, 21 and negative codes while opening; a
+// negative FFmpeg code when an output broke while recording (the other outputs go on). `message`
+// lives only during the call. Called on the host's thread inside ZEVA_start, on the start thread,
+// or on a writer thread; never after ZEVA_stop has returned. It must not call ZEVA_stop.
+typedef void (*ZEVA_status_callback)(int code, const char* message, void* user);
+
+// Starts a recording and returns its handle, which ZEVA_stop frees. Never null for a failed
+// opening: that is told by `cb` and by ZEVA_get_mInfo returning false.
+// `cb`, `user` and `effective` may be null. `async` false: blocks until the output is open or has
+// failed, and `effective` receives the settings really used (sample_rate, fps, pix_fmt, rc_mode,
+// hardware). `async` true: returns at once, opens on a thread of its own (for network outputs that
+// may block while connecting) and `effective` receives the settings as given.
+ZEVA_API void* ZEVA_start(const MovieInfo& info, ZEVA_status_callback cb, void* user,
+                          MovieInfo* effective, bool async);
+
+// Flushes the encoders, finishes every output, frees everything and sets *handle to null. Blocks
+// until the movies are finished: files take as long as the disk needs; a network output that is
+// stuck is given up after a grace of 1.5 s. An opening under way is made to give up. `handle` and
+// *handle may be null.
+ZEVA_API void ZEVA_stop(void** handle);
+
+// Cuts the time between pause and resume out of the movie; frames offered meanwhile are dropped.
+// False before the output is open. Resume: false unless paused.
+ZEVA_API bool ZEVA_pause(void* h);
+ZEVA_API bool ZEVA_resume(void* h);
+ZEVA_API bool ZEVA_is_paused(void* h);
+
+// Movie time in microseconds of the latest video input (of the latest audio input before any).
+ZEVA_API int64_t ZEVA_movie_time(void* h);
+
+// Time in microseconds of the last audio (else video) frame given to its encoder; -1 with neither.
+ZEVA_API int64_t ZEVA_last_usec_pts(void* h);
+
+// The clock of all host time stamps: calendar microseconds that advance with a steady counter.
+ZEVA_API int64_t ZEVA_current_sys_usec();
+
+// One picture of src_width x src_height in src_pix_fmt; `stride` is the distance of its lines in
+// bytes, not less than a row. For planar formats the planes follow each other, the strides of the
+// further planes in proportion. `size` is not used. The data is read before the call returns and
+// stays the host's. May block while an output's queue is full. True when the picture reached the
+// encoder; false when refused (not open yet, paused, disabled, bad stride).
+ZEVA_API bool ZEVA_write_video_bgra(void* h, void* data, int size, int64_t pts_us, int stride);
+
+// `bytes` of PCM in sample_fmt, src_sample_rate, channels; `pts_us` is the time of its first
+// sample. Null `data` asks for silence from the previous audio time stamp up to `pts_us`. True when
+// at least one encoder frame came out; false when refused, and also when the samples were only
+// buffered. The data is copied before the call returns. May block as above.
+ZEVA_API bool ZEVA_write_audio_pcm(void* h, void* data, int bytes, int64_t pts_us);
+
+// Ready frames with `pts` in `tb`; the frame's pts is overwritten. The frame stays the host's.
+ZEVA_API bool ZEVA_write_video_frame(void* h, AVFrame* frame, const AVRational& tb);
+ZEVA_API bool ZEVA_write_audio_frame(void* h, AVFrame* frame, const AVRational& tb);
+
+// The encoders' destination frames (format and size of the encoder), for hosts that fill them and
+// write them with the functions above. Null while the output is not open or the stream is absent.
+// They belong to the recording.
+ZEVA_API AVFrame* ZEVA_video_dst_frame(void* h);
+ZEVA_API AVFrame* ZEVA_audio_dst_frame(void* h);
+
+// Installs a filter; call after the output is open. The video filter then belongs to the recording,
+// which deletes it; the audio filter stays the host's and must outlive the recording. A second
+// filter replaces the first, which is neither called nor deleted. True for every non-null handle,
+// even when there is no such encoder and nothing was stored.
+ZEVA_API bool ZEVA_add_video_filter(void* h, FilterBase* f);
+ZEVA_API bool ZEVA_add_audio_filter(void* h, FilterBase* f);
+
+// The next piece of a moving colour pattern / a rising tone, in the host's source format, stamped
+// in `tb`; to check a recording chain without a source. The frame belongs to the recording and is
+// overwritten by the next call. Null without that encoder.
+ZEVA_API AVFrame* ZEVA_generate_testing_vFrame(void* h, const AVRational& tb);
+ZEVA_API AVFrame* ZEVA_generate_testing_aFrame(void* h, const AVRational& tb);
+
+// Copies the settings in use into `out` (not null); returns whether the recording is open.
+ZEVA_API bool ZEVA_get_mInfo(void* h, MovieInfo* out);
+
+}  // extern "C"

@@ -1,0 +1,6 @@
+// Everything a host needs of ZEVALib: log control and classic recording.
+#pragma once
+
+#include "zeva/log.h"         // IWYU pragma: export
+#include "zeva/movie_info.h"  // IWYU pragma: export
+#include "zeva/record.h"      // IWYU pragma: export
