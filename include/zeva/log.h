@@ -43,8 +43,7 @@ ZEVA_API void ZEVA_Log_Level(int level);
 // several at once, and must not call a ZEVA function of a recording. An empty function returns to
 // the stream. A call already under way on another thread may still finish after this returned.
 ZEVA_API void ZEVA_Set_Log_Callback(
-    std::function<void(const char* tag, int level, const char* file, int line,
-                       const char* message)>
+    std::function<void(const char* tag, int level, const char* file, int line, const char* message)>
         callback);
 
 }  // extern "C"

@@ -61,9 +61,9 @@ enum Tune_Level : int32_t {
 };
 
 struct MovieInfo {
-  char url[512];       // main output: UTF-8 path, rtmp:// or rtsp:// URL, zero-terminated
-  char moov_url[512];  // crash-safe index beside an .mp4 output; empty for none
-  char meta_info[256];  // "key:value;key:value", written into the container
+  char url[512];              // main output: UTF-8 path, rtmp:// or rtsp:// URL, zero-terminated
+  char moov_url[512];         // crash-safe index beside an .mp4 output; empty for none
+  char meta_info[256];        // "key:value;key:value", written into the container
   const char* other_urls[4];  // further outputs, at most 3; the list ends at the first null
 
   bool disable_audio;
@@ -80,8 +80,8 @@ struct MovieInfo {
   int32_t height;
   int32_t src_width;  // of the host's pictures, pixels
   int32_t src_height;
-  int32_t fps;       // frames/s; replaced by the nearest rate that the encoder supports
-  int32_t gop_size;  // frames from key frame to key frame
+  int32_t fps;              // frames/s; replaced by the nearest rate that the encoder supports
+  int32_t gop_size;         // frames from key frame to key frame
   int32_t src_pix_fmt;      // AVPixelFormat of the host's pictures
   int32_t pix_fmt;          // AVPixelFormat to encode; replaced by what the encoder supports
   int32_t color_primaries;  // AVColorPrimaries; 0 leaves the encoder's default
@@ -91,7 +91,7 @@ struct MovieInfo {
   Quality_Level preset;
   Profile_Level profile;
   Tune_Level tune;
-  bool hardware;  // try hardware H.264 encoders first; afterwards: whether one was taken
+  bool hardware;        // try hardware H.264 encoders first; afterwards: whether one was taken
   int32_t crf = 23;     // 1..51, used with rc_mode 1
   int32_t qp = 20;      // 1..51, used with rc_mode 3
   int32_t timeout_sec;  // rtmp:// and rtsp:// outputs: network time-out in seconds; 0 for default

@@ -1,0 +1,32 @@
+# The shared library out of all rooms, and the same code as a static library for unit tests.
+get_property(rooms GLOBAL PROPERTY ZEVA_ROOMS)
+set(zeva_objects "")
+foreach(room IN LISTS rooms)
+  list(APPEND zeva_objects $<TARGET_OBJECTS:${room}>)
+endforeach()
+
+add_library(ZEVALib SHARED ${zeva_objects})
+target_include_directories(ZEVALib INTERFACE ${CMAKE_SOURCE_DIR}/include)
+target_link_libraries(ZEVALib PRIVATE zeva_flags zeva_ffmpeg)
+if(WIN32)
+  set_target_properties(ZEVALib PROPERTIES PREFIX "")
+else()
+  # Hidden visibility leaves the C++ library's own templates visible; the list does not.
+  set(zeva_exports ${CMAKE_SOURCE_DIR}/cmake/exports.map)
+  target_link_options(ZEVALib PRIVATE -Wl,--version-script=${zeva_exports} -Wl,--no-undefined)
+  if(ZEVA_SANITIZE)
+    target_link_options(ZEVALib PRIVATE -Wl,-z,undefs)
+  endif()
+  set_target_properties(ZEVALib PROPERTIES LINK_DEPENDS ${zeva_exports})
+endif()
+
+if(ZEVA_TESTS OR ZEVA_BENCH)
+  add_library(zeva_static STATIC ${zeva_objects})
+  target_include_directories(zeva_static PUBLIC ${CMAKE_SOURCE_DIR}/include)
+  target_compile_definitions(zeva_static INTERFACE ZEVA_STATIC)
+  foreach(room IN LISTS rooms)
+    target_include_directories(zeva_static PUBLIC
+      $<TARGET_PROPERTY:${room},INTERFACE_INCLUDE_DIRECTORIES>)
+  endforeach()
+  target_link_libraries(zeva_static PUBLIC zeva_flags zeva_ffmpeg)
+endif()

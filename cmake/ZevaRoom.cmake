@@ -1,0 +1,16 @@
+# zeva_room(<name> SOURCES <files...> [DEPS <rooms...>])
+# One folder of the library. Its headers can be included only by rooms that name it in DEPS, so an
+# arrow that points the wrong way does not compile.
+set_property(GLOBAL PROPERTY ZEVA_ROOMS "")
+function(zeva_room name)
+  cmake_parse_arguments(ROOM "" "" "SOURCES;DEPS" ${ARGN})
+  add_library(zeva_room_${name} OBJECT ${ROOM_SOURCES})
+  target_include_directories(zeva_room_${name} PUBLIC ${CMAKE_CURRENT_SOURCE_DIR})
+  target_include_directories(zeva_room_${name} PRIVATE ${CMAKE_SOURCE_DIR}/include)
+  target_compile_definitions(zeva_room_${name} PRIVATE ZEVA_BUILDING)
+  target_link_libraries(zeva_room_${name} PUBLIC zeva_flags)
+  foreach(dep IN LISTS ROOM_DEPS)
+    target_link_libraries(zeva_room_${name} PUBLIC zeva_room_${dep})
+  endforeach()
+  set_property(GLOBAL APPEND PROPERTY ZEVA_ROOMS zeva_room_${name})
+endfunction()

@@ -1,0 +1,31 @@
+# shellcheck shell=bash disable=SC2034,SC2154,SC2206,SC2016  # variables go from file to file, -e is on
+# What FFmpeg is built with on both systems. Sourced by build.sh; part of the recipe hash.
+#
+# Every recipe runs with the variables of build.sh: $work (scratch folder holding one source folder a tarball: FFmpeg,
+# x264, LAME, Opus), $stage (what becomes the prefix) and $jobs.
+
+# FFmpeg writes its whole configure line into the libraries, so no machine's path may stand in it: it is configured for
+# this made-up prefix and installed with DESTDIR.
+readonly kNeutralPrefix=/zeva-ffmpeg
+
+# Nothing is taken because a machine happens to have it: what is wanted stands here, so that all machines get the same.
+# Thread support is among what --disable-autodetect turns off; each system's recipe names its own.
+ffmpeg_common_options=(
+  --prefix=$kNeutralPrefix
+  --enable-shared --disable-static --disable-debug
+  --disable-programs --disable-doc --disable-avdevice --disable-avfilter --disable-postproc
+  --disable-autodetect
+  --enable-network
+  --enable-gpl --enable-libx264 --enable-libmp3lame --enable-libopus
+  --enable-zlib --enable-ffnvcodec --enable-nvenc
+)
+
+# Stage the installed tree and let its pkg-config files find it wherever the prefix lies.
+ffmpeg_install() {
+  make -C "$work/FFmpeg" DESTDIR="$work/root" install
+  cp -a "$work/root$kNeutralPrefix/." "$stage/"
+  # Libs.private would name static libraries that only existed during the build; a shared FFmpeg needs none of them.
+  sed -i -e 's|^prefix=.*|prefix=${pcfiledir}/../..|' -e "s|$kNeutralPrefix|\${prefix}|g" \
+    -e '/^Libs.private:/d' "$stage"/lib/pkgconfig/*.pc
+  rm -rf "$stage/share"
+}

@@ -1,0 +1,34 @@
+# shellcheck shell=bash disable=SC2034,SC2154,SC2164,SC2016  # variables go from file to file, -e is on
+# FFmpeg for Linux: shared libraries over Debian's x264, LAME and Opus. Sourced by build.sh; part of the recipe hash.
+
+required_commands=(gcc make nasm pkg-config strip readelf)
+required_pkg_config=(x264 opus zlib ffnvcodec)
+required_files=(/usr/include/lame/lame.h)
+packages_set=build-linux
+
+build_steps=(
+  "configure FFmpeg|configure_ffmpeg"
+  "compile FFmpeg|compile_ffmpeg"
+  "install|ffmpeg_install"
+  "check|check_libraries"
+)
+
+configure_ffmpeg() {
+  cd "$work/FFmpeg"
+  ./configure "${ffmpeg_common_options[@]}" --enable-pthreads
+  # The libraries find each other beside themselves, so that a product folder can be moved. It goes straight into
+  # config.mak, as configure's quoting does not survive a dollar sign; make expands the line twice, hence four.
+  sed -i "s|^LDSOFLAGS=|&-Wl,-rpath,'\$\$\$\$ORIGIN' |" ffbuild/config.mak
+}
+
+compile_ffmpeg() {
+  make -C "$work/FFmpeg" -j"$jobs"
+}
+
+check_libraries() {
+  local name
+  for name in avformat.so.58 avcodec.so.58 avutil.so.56 swresample.so.3 swscale.so.5; do
+    readelf -d "$stage/lib/lib$name" | grep -E 'R(UN)?PATH.*\[\$ORIGIN\]'
+  done
+  PKG_CONFIG_PATH="$stage/lib/pkgconfig" pkg-config --exact-version=58.45.100 libavformat
+}

@@ -1,0 +1,70 @@
+// Writes the crash-safe index of a movie while the movie is muxed.
+#pragma once
+
+#include <cstdint>
+#include <cstdio>
+#include <memory>
+#include <string>
+
+#include "index_format.h"
+
+namespace zeva {
+
+// Hooks the muxer's header and packet entries of an output context, so that every packet FFmpeg
+// hands to the muxer is recorded, whichever call wrote it. Owns the index file and the line buffer;
+// FFmpeg's context stays the caller's. Order of use: construct, open, attach (I/O open, header not
+// yet written), avformat_write_header, packets, av_write_trailer, destroy. open, attach and the
+// destructor are called by one thread, the hooks run on the thread that drives the muxer; destroy
+// the object only when no muxer call can be under way.
+//
+// A packet's size is known when the next one comes, so records are one packet late and the last
+// packet of a movie has none. Lines are handed to the operating system every kIndexLineBytes.
+class Snapshot {
+ public:
+  Snapshot();
+  virtual ~Snapshot();
+  Snapshot(const Snapshot&) = delete;
+  Snapshot& operator=(const Snapshot&) = delete;
+
+  // Creates or truncates the index at the UTF-8 path. False when that fails or when one is open.
+  bool open(const char* index_path);
+
+  // Binds the object to `oc`, whose `opaque` then belongs to it. False, with a log line, when no
+  // index is open, there is no context, or the muxer does its own I/O.
+  bool attach(AVFormatContext* oc);
+
+ private:
+  friend struct SnapshotHooks;
+
+  // What is kept of the packet that the muxer saw last, until its size is known.
+  struct PreviousPacket {
+    int32_t stream_index = 0;
+    int32_t key = 0;
+    int64_t position = 0;
+    int64_t pts_delta = 0;
+    int64_t dts_delta = 0;
+    int64_t duration = 0;
+  };
+  struct LastTimes {
+    int64_t pts = 0;
+    int64_t dts = 0;
+  };
+
+  void write_stream_lines(const AVFormatContext& oc);
+  void record_previous(const AVFormatContext& oc, const AVPacket& current, int64_t position);
+  void remember(const AVPacket& packet, int64_t position);
+  void flush_line(const char* line_end);
+  bool is_audio(const AVPacket& packet) const { return packet.stream_index == audio_stream_index; }
+
+  FILE* index_file = nullptr;
+  char line_buffer[kIndexLineBytes + kIndexRecordMaxBytes + 1] = {};
+  int line_length = 0;
+  int32_t packets_seen = 0;
+  PreviousPacket previous;
+  LastTimes last_audio;
+  LastTimes last_video;  // of every stream that is not the audio stream
+  int32_t video_stream_index = -1;
+  int32_t audio_stream_index = -1;
+};
+
+}  // namespace zeva

@@ -1,0 +1,80 @@
+#!/bin/bash
+# Installs the Debian packages that a kind of work needs, if they are missing:
+#
+#   scripts/packages.sh SET...     SET: build-linux, windows, demo, test
+#
+# With all of them there it only asks dpkg, and needs neither network nor rights.
+set -euo pipefail
+
+# shellcheck source=lib.sh
+. "$(dirname "${BASH_SOURCE[0]}")/lib.sh"
+
+packages_of() {
+  case $1 in
+    build-linux)
+      echo build-essential cmake ninja-build pkg-config nasm git xz-utils ca-certificates curl \
+        libx264-dev libmp3lame-dev libopus-dev zlib1g-dev libffmpeg-nvenc-dev libcli11-dev nlohmann-json3-dev
+      ;;
+    # The package wine brings the command of that name, wine64 what it runs; no 32-bit part is needed.
+    windows)
+      echo make cmake ninja-build pkg-config nasm git xz-utils ca-certificates curl libffmpeg-nvenc-dev \
+        g++-mingw-w64-x86-64-posix gcc-mingw-w64-x86-64-posix binutils-mingw-w64-x86-64 libz-mingw-w64-dev \
+        gcc libc6-dev wine wine64
+      ;;
+    demo) echo ffmpeg forensics-samples-files ;;
+    test)
+      echo libgtest-dev libgmock-dev googletest libbenchmark-dev clang-format clang-tidy ffmpeg python3
+      ;;
+    *) fail "unknown package set '$1'; there are build-linux, windows, demo and test." ;;
+  esac
+}
+
+# Names the packages of the list that are not installed.
+missing_of() {
+  local installed
+  # dpkg-query's status only says that some of them are unknown.
+  installed=$(dpkg-query -W -f '${db:Status-Abbrev}${Package}\n' "$@" 2> /dev/null | sed -n 's/^ii //p' || true)
+  comm -23 <(printf '%s\n' "$@" | sort -u) <(sort -u <<< "$installed")
+}
+
+# Runs a command with root's rights. With nobody there to type a password, sudo must do without one.
+as_root() {
+  if ((EUID == 0)); then
+    "$@"
+  elif [[ -t 0 && -z ${CI:-} ]]; then
+    sudo "$@"
+  else
+    sudo -n "$@"
+  fi
+}
+
+apt() {
+  as_root env DEBIAN_FRONTEND=noninteractive apt-get -q -y \
+    -o DPkg::Lock::Timeout=300 -o Acquire::Retries=3 "$@" < /dev/null >> "$log" 2>&1
+}
+
+main() {
+  local set wanted=() missing
+  (($# > 0)) || fail "usage: packages.sh SET..., of build-linux, windows, demo and test."
+  command -v apt-get > /dev/null ||
+    fail "this machine has no apt; install by your own means what 'packages_of' in scripts/packages.sh lists."
+  for set; do
+    # shellcheck disable=SC2207  # package names hold no blanks
+    wanted+=($(packages_of "$set"))
+  done
+  mapfile -t missing < <(missing_of "${wanted[@]}")
+  ((${#missing[@]} > 0)) || return 0
+
+  echo "installing: ${missing[*]}"
+  ((EUID == 0)) || command -v sudo > /dev/null ||
+    fail "these packages are missing and there is neither root nor sudo to install them: ${missing[*]}."
+  as_root true 2> /dev/null ||
+    fail "these packages are missing and sudo does not let this user install them: ${missing[*]}."
+  open_log "$cache/log" packages
+  # A failed update need not matter (one of several sources may be down); whether the packages come is what counts.
+  apt update || true
+  apt install --no-install-recommends "${missing[@]}" ||
+    fail "apt could not install ${missing[*]} ($(grep '^E:' "$log" | head -n 1)); is there a network? The log is $log."
+}
+
+main "$@"

@@ -1,0 +1,34 @@
+// Pictures into the encoder's size and pixel format.
+#pragma once
+
+#include "av_handles.h"
+
+namespace ZV {
+
+// Scales and converts pictures, or passes them through when nothing differs, and rescales their
+// time stamps. Owns the scaler and a frame that shares the encoder's picture buffers. Used by the
+// one thread that writes frames.
+class NxRescale {
+ public:
+  NxRescale() = default;
+  virtual ~NxRescale() = default;
+  NxRescale(const NxRescale&) = delete;
+  NxRescale& operator=(const NxRescale&) = delete;
+
+  // `dst` is the encoder's frame, `src` describes the host's pictures (width, height, format), `tb`
+  // is the unit of output time stamps. Call once. 0, or -1 when no such conversion exists.
+  int config(AVFrame* dst, AVFrame* src, AVRational tb);
+
+  // The converted picture, or `in` itself when there is nothing to convert (its time stamp is then
+  // overwritten). Belongs to the rescaler and is valid until the next call. Null on failure.
+  AVFrame* rescale(AVFrame* in, const AVRational* in_tb);
+
+  AVRational time_base{0, 1};
+
+ private:
+  zeva::SwsPtr sws;          // null: pass through
+  zeva::FramePtr out_frame;  // null: pass through
+  int out_refs = 2;          // references to out_frame's buffers that are not an encoder's
+};
+
+}  // namespace ZV

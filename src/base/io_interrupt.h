@@ -1,0 +1,37 @@
+// Lets a network output's blocking calls be given up.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+
+#include "ffmpeg.h"
+
+namespace zeva {
+
+// FFmpeg asks `callback()` while it waits for a peer. The answer is "give up" when the recording
+// ended: at once while connecting, after a short grace once the output was open (so that the rest
+// can be flushed); and when one operation takes longer than the time-out. `exit`, `opened` and
+// `begin_operation` may be called from any thread.
+class IoInterrupt {
+ public:
+  void set_timeout(int timeout_sec);  // 0 or less: 10 s
+  void exit();
+  bool exited() const { return exit_time != kNever; }
+  void opened() { is_open = true; }
+  void begin_operation();
+  AVIOInterruptCB callback();
+
+ private:
+  static constexpr int64_t kNever = -1;
+  static int should_give_up(void* self);
+
+  std::atomic<bool> is_open{false};
+  std::atomic<int64_t> exit_time{kNever};        // counter ticks
+  std::atomic<int64_t> operation_start{kNever};  // counter ticks
+  std::atomic<int64_t> timeout_us{10 * 1000000};
+};
+
+// rtmp:// and rtsp:// outputs can hang; files must never be interrupted.
+bool is_network_url(const char* url);
+
+}  // namespace zeva

@@ -1,0 +1,148 @@
+#include "movie_capture2.h"
+
+#include "av_error.h"
+#include "clock.h"
+#include "logger.h"
+
+using zeva::kLogDebug;
+using zeva::kLogError;
+using zeva::kLogInfo;
+using zeva::kMicroseconds;
+
+MovieCapture2::MovieCapture2(std::unique_ptr<zeva::BaseWriter> writer)
+    : MovieMuxer(std::move(writer)) {}
+
+MovieCapture2::~MovieCapture2() {
+  stop();
+  ZEVA_LOG(kLogInfo, "before delete iocvt");
+  iocvt.reset();
+  ZEVA_LOG(kLogInfo, "delete iocvt OK");
+}
+
+int64_t MovieCapture2::sys_usec() {
+  struct Base {
+    int64_t frequency;
+    int64_t seconds;  // calendar seconds at counter 0
+  };
+  static const Base base = [] {
+    const int64_t frequency = zeva::performance_frequency();
+    const int64_t ticks_per_second = frequency != 0 ? frequency : 1;
+    const int64_t up = (zeva::performance_counter() / ticks_per_second) & 0x7FFFFFFF;
+    return Base{ticks_per_second, zeva::calendar_seconds() - up};
+  }();
+  const int64_t counter = zeva::performance_counter();
+  return (counter / base.frequency + base.seconds) * 1000000 +
+         (counter % base.frequency) * 1000000000 / base.frequency / 1000;
+}
+
+// ---- start, stop and status
+
+void MovieCapture2::start(const MovieInfo* info, zeva::StatusCallback cb, void* user, bool async) {
+  ZEVA_LOG(kLogDebug, "m_start_pts=%lld", static_cast<long long>(start_pts));
+  start_ok = false;
+  last_audio_pts = 0;
+  last_video_pts = 0;
+  host = {cb, user};
+  writer->error_callback = on_status;
+  writer->error_user = this;
+  MovieMuxer::start(*info, on_status, this, async);
+}
+
+void MovieCapture2::stop() {
+  start_ok = false;
+  MovieMuxer::stop();
+}
+
+void MovieCapture2::on_status(int code, const char* message, void* capture) {
+  auto& self = *static_cast<MovieCapture2*>(capture);
+  ZEVA_LOG(kLogError, "### statu cb [id=%d]: %s", code, message);
+  if (code == 0) self.start_ok = true;
+  if (self.host.callback != nullptr) self.host.callback(code, message, self.host.user);
+}
+
+// ---- frames
+
+bool MovieCapture2::accept(int64_t pts_us) {
+  // The first time stamp offered anchors the time line, also when its frame is refused.
+  if (start_pts < 0) start_pts = pts_us;
+  if (!start_ok) {
+    ZEVA_LOG(kLogInfo, "--start_ok == false");
+    return false;
+  }
+  return !is_paused();
+}
+
+bool MovieCapture2::ensure_converter() {
+  if (!iocvt) iocvt = std::make_unique<IOCvt>(this);
+  return iocvt != nullptr;
+}
+
+bool MovieCapture2::write_pcm(const uint8_t* data, int bytes, int64_t pts_us) {
+  if (!accept(pts_us)) return false;
+  ZEVA_LOG(kLogDebug, "nb=%d, pts=%lld", bytes, static_cast<long long>(pts_us));
+  const int64_t rel = relative(pts_us);
+  const int64_t prev = last_audio_pts;
+  last_audio_pts = rel;
+  if (!ensure_converter()) return false;
+  if (data != nullptr) return iocvt->write_pcm(data, bytes, rel);
+  ZEVA_LOG(kLogDebug, "[fill silence] ----> pts=%lf(sec), dur=%lf(sec)",
+           static_cast<double>(prev) / 1000000.0, static_cast<double>(rel - prev) / 1000000.0);
+  return iocvt->write_silence(rel - prev, prev);
+}
+
+bool MovieCapture2::write_bgra(const uint8_t* data, int size, int64_t pts_us, int stride) {
+  if (!accept(pts_us)) return false;
+  ZEVA_LOG(kLogDebug, "nb=%d, pts=%lld", size, static_cast<long long>(pts_us));
+  const int64_t rel = relative(pts_us);
+  last_video_pts = rel;
+  return ensure_converter() && iocvt->write_image(data, size, rel, stride);
+}
+
+bool MovieCapture2::write_audio_frame(AVFrame* frame, const AVRational* tb) {
+  const int64_t pts_us = av_rescale_q(frame->pts, *tb, kMicroseconds);
+  if (!accept(pts_us)) return false;
+  frame->pts = relative(pts_us);
+  last_audio_pts = frame->pts;
+  return ensure_converter() && iocvt->write_audio_frame(frame, &kMicroseconds);
+}
+
+bool MovieCapture2::write_video_frame(AVFrame* frame, const AVRational* tb) {
+  const int64_t pts_us = av_rescale_q(frame->pts, *tb, kMicroseconds);
+  if (!accept(pts_us)) return false;
+  frame->pts = relative(pts_us);
+  last_video_pts = frame->pts;
+  return ensure_converter() && iocvt->write_video_frame(frame, &kMicroseconds);
+}
+
+// ---- the time line
+
+bool MovieCapture2::pause() {
+  if (!start_ok) return false;
+  // Pausing while paused starts the pause anew: hosts count on the earlier part staying in.
+  pause_time = sys_usec();
+  return true;
+}
+
+bool MovieCapture2::resume() {
+  if (!start_ok || pause_time < 1) return false;
+  const int64_t now = sys_usec();
+  const int64_t paused = now - pause_time;
+  zeva::err_print(stderr, "*** pause_time=%lld,  resume_time=%lld,  drift=%lld\n",
+                  static_cast<long long>(pause_time), static_cast<long long>(now),
+                  static_cast<long long>(paused));
+  drift += paused;
+  pause_time = 0;
+  return true;
+}
+
+int64_t MovieCapture2::movie_time() const {
+  const int64_t video = last_video_pts;
+  if (video > 0) return video;
+  const int64_t audio = last_audio_pts;
+  return audio < 0 ? 0 : audio;
+}
+
+MovieInfo MovieCapture2::get_mInfo(bool* started) const {
+  if (started != nullptr) *started = start_ok;
+  return settings();
+}

@@ -1,0 +1,63 @@
+// The process-wide log, and the plain line to a stream beside it.
+#pragma once
+
+#include <atomic>
+#include <cstdio>
+#include <functional>
+#include <memory>
+
+namespace qel {
+
+// Formats and filters diagnostic lines. Owns no stream. All methods may be called from any thread;
+// the hosts' controls are meant to be called before recording starts, but are safe at any time.
+class Logger {
+ public:
+  using Callback =
+      std::function<void(const char* tag, int level, const char* file, int line, const char* msg)>;
+
+  Logger() = default;
+  Logger(const Logger&) = delete;
+  Logger& operator=(const Logger&) = delete;
+  // Leaves the stream that was the sink open.
+  virtual ~Logger();
+
+  // The process-wide logger, made on first use and never destroyed. A non-null `replacement`
+  // becomes it; the previous one is left as it is.
+  static Logger* instance(Logger* replacement);
+
+  // One message. `level` is clamped to 0..6; above the threshold nothing is formatted. The result
+  // is of no use to callers.
+  static int log(Logger* lg, const char* tag, int level, const char* file, int line,
+                 const char* fmt, ...)
+#if defined(__GNUC__)
+      __attribute__((format(gnu_printf, 6, 7)))
+#endif
+      ;
+
+  // An empty `cb` returns to the sink. The previous callback is destroyed, once no thread uses it.
+  void set_callback(Callback cb);
+
+  std::atomic<FILE*> sink{stderr};
+  std::atomic<int> level{2};
+
+ private:
+  std::atomic<bool> has_callback{false};
+  std::shared_ptr<const Callback> callback;  // through std::atomic_load/atomic_exchange only
+};
+
+}  // namespace qel
+
+namespace zeva {
+
+// vfprintf to `stream`, unfiltered and without a header; flushes standard error.
+#if defined(__GNUC__)
+__attribute__((format(gnu_printf, 2, 3)))
+#endif
+void err_print(FILE* stream, const char* fmt, ...);
+
+enum LogLevel { kLogFatal = 1, kLogError = 2, kLogWarning = 3, kLogInfo = 4, kLogDebug = 5 };
+
+}  // namespace zeva
+
+#define ZEVA_LOG(log_level, ...) \
+  qel::Logger::log(qel::Logger::instance(nullptr), "bg", log_level, __FILE__, __LINE__, __VA_ARGS__)

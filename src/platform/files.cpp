@@ -1,0 +1,51 @@
+#include "files.h"
+
+#ifdef _WIN32
+#include <windows.h>
+#else
+#include <codecvt>
+#include <locale>
+#endif
+
+namespace zeva {
+
+#ifdef _WIN32
+
+std::u16string to_wide(const char* s, bool utf8) {
+  if (s == nullptr) return {};
+  const UINT code_page = utf8 ? CP_UTF8 : CP_ACP;
+  const int announced = MultiByteToWideChar(code_page, 0, s, -1, nullptr, 0);
+  if (announced <= 0) return {};
+  std::u16string wide(static_cast<size_t>(announced), u'\0');
+  const int converted =
+      MultiByteToWideChar(code_page, 0, s, -1, reinterpret_cast<wchar_t*>(wide.data()), announced);
+  if (converted != announced) return {};
+  wide.resize(wide.size() - 1);  // the terminating zero
+  return wide;
+}
+
+FILE* open_file(const char* path, const char* mode) {
+  if (path == nullptr) return nullptr;
+  const std::u16string wide_path = to_wide(path, true);
+  const std::u16string wide_mode = to_wide(mode, true);
+  FILE* file = _wfopen(reinterpret_cast<const wchar_t*>(wide_path.c_str()),
+                       reinterpret_cast<const wchar_t*>(wide_mode.c_str()));
+  return file != nullptr ? file : fopen(path, mode);
+}
+
+#else
+
+std::u16string to_wide(const char* s, bool /*utf8: every text is UTF-8 here*/) {
+  if (s == nullptr) return {};
+  std::wstring_convert<std::codecvt_utf8_utf16<char16_t>, char16_t> converter(std::string{},
+                                                                              std::u16string{});
+  return converter.from_bytes(s);
+}
+
+FILE* open_file(const char* path, const char* mode) {
+  return path != nullptr ? fopen(path, mode) : nullptr;
+}
+
+#endif
+
+}  // namespace zeva
