@@ -141,12 +141,16 @@ std::vector<std::string> recording_faults(const std::vector<std::string>& urls,
 }
 
 void report_success(const RecordingResult& result, size_t outputs, StatusLine& line) {
-  char text[128];
-  snprintf(text, sizeof text, "recorded %.1f s, %lld frames, %lld dropped, %zu output%s finished",
-           static_cast<double>(result.progress.movie_us) / 1e6,
-           static_cast<long long>(result.progress.pictures),
-           static_cast<long long>(result.progress.dropped), outputs, outputs == 1 ? "" : "s");
-  line.message(text);
+  const Progress& progress = result.progress;
+  char length[32];
+  snprintf(length, sizeof length, "%.1f s", static_cast<double>(progress.movie_us) / 1e6);
+  std::string text = std::string("recorded ") + length;
+  if (progress.has_pictures) {
+    text += ", " + std::to_string(progress.pictures) + " frames, " +
+            std::to_string(progress.dropped) + " dropped";
+  }
+  line.message(text + ", " + std::to_string(outputs) + " output" + (outputs == 1 ? "" : "s") +
+               " finished");
 }
 
 int judge(const RecordOptions& options, const RecordingResult& result, StatusLine& line) {

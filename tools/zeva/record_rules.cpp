@@ -1,6 +1,7 @@
 #include "record_rules.h"
 
 #include <algorithm>
+#include <tuple>
 #include <utility>
 
 #include "output_url.h"
@@ -105,6 +106,19 @@ Status check_urls(const RecordOptions& o) {
   return {};
 }
 
+// The library would leave such a stream out without a word.
+Status check_encoders(const RecordOptions& o) {
+  OutputCodecs codecs = main_codecs(o.output);
+  for (auto [codec, wanted, option] : {std::tuple(codecs.video, wants_video(o), "--no-video"),
+                                       std::tuple(codecs.audio, wants_audio(o), "--no-audio")}) {
+    if (!wanted || avcodec_find_encoder(codec)) continue;
+    return Status("-o " + o.output + ": there is no encoder here for the " +
+                  avcodec_get_name(codec) + " of this kind of file; choose another kind or " +
+                  option);
+  }
+  return {};
+}
+
 // A further output receives the packets of the main one.
 Status check_further_output(const RecordOptions& o, const std::string& url) {
   std::string argument = "--also " + url;
@@ -199,7 +213,7 @@ std::string meta_text(const RecordOptions& o) {
 Status check_record_options(const RecordOptions& options) {
   for (auto check :
        {check_source, check_names, check_rate_control, check_size, check_urls, check_streams,
-        check_meta, check_index, check_files_differ, check_further_outputs}) {
+        check_meta, check_index, check_files_differ, check_encoders, check_further_outputs}) {
     Status status = check(options);
     if (!status.ok()) return status;
   }
