@@ -1,0 +1,19 @@
+// Looks at a finished recording from outside.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "status.h"
+
+namespace zeva_tool {
+
+// Whether the file (UTF-8 path) exists, holds something, and opens in the container that its name
+// promises, if that container can be read at all.
+Status check_movie_file(const std::string& path);
+
+// As above, and the movie is about `length_us` long; tells files that stopped growing before the
+// others from finished ones.
+Status check_movie_length(const std::string& path, int64_t length_us);
+
+}  // namespace zeva_tool

@@ -1,0 +1,46 @@
+#include "output_url.h"
+
+#include <cstring>
+
+namespace zeva_tool {
+
+bool has_ending(const std::string& url, const char* ending) {
+  size_t size = strlen(ending);
+  return url.size() >= size && av_strcasecmp(url.c_str() + url.size() - size, ending) == 0;
+}
+
+bool has_scheme(const std::string& url, const char* scheme) {
+  size_t size = strlen(scheme);
+  return av_strncasecmp(url.c_str(), scheme, size) == 0 && url.compare(size, 3, "://") == 0;
+}
+
+bool is_local_file(const std::string& url) {
+  return url.find("://") == std::string::npos && url.compare(0, 5, "pipe:") != 0;
+}
+
+std::string local_path(const std::string& url) {
+  return url.compare(0, 5, "file:") == 0 ? url.substr(5) : url;
+}
+
+AVOutputFormat* main_container(const std::string& url) {
+  if (has_scheme(url, "rtmp")) return av_guess_format("flv", nullptr, nullptr);
+  if (has_scheme(url, "rtsp")) return av_guess_format("rtsp", nullptr, nullptr);
+  AVOutputFormat* format = av_guess_format(nullptr, url.c_str(), nullptr);
+  return format ? format : av_guess_format("mp4", nullptr, nullptr);
+}
+
+AVOutputFormat* further_container(const std::string& url) {
+  return has_scheme(url, "rtmp") ? av_guess_format("flv", nullptr, nullptr)
+                                 : av_guess_format(nullptr, url.c_str(), nullptr);
+}
+
+OutputCodecs main_codecs(const std::string& url) {
+  if (has_scheme(url, "rtmp")) return {AV_CODEC_ID_H264, AV_CODEC_ID_AAC};
+  if (has_scheme(url, "rtsp")) return {AV_CODEC_ID_H264, AV_CODEC_ID_OPUS};
+  const AVOutputFormat* format = main_container(url);
+  if (!format) return {};
+  bool cover = format->video_codec == AV_CODEC_ID_PNG && format->audio_codec != AV_CODEC_ID_NONE;
+  return {cover ? AV_CODEC_ID_NONE : format->video_codec, format->audio_codec};
+}
+
+}  // namespace zeva_tool

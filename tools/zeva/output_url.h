@@ -1,0 +1,30 @@
+// What an output's URL says about the output.
+#pragma once
+
+#include <string>
+
+#include "av.h"
+
+namespace zeva_tool {
+
+bool has_ending(const std::string& url, const char* ending);  // without regard to case
+bool has_scheme(const std::string& url, const char* scheme);  // "rtmp", "rtsp"
+
+// Whether the URL is a path of this machine ("file:" before it is allowed), and which.
+bool is_local_file(const std::string& url);
+std::string local_path(const std::string& url);
+
+// The container that the library will choose for a main output; never null for a local file. For a
+// further output, null means that the library would choose none.
+AVOutputFormat* main_container(const std::string& url);
+AVOutputFormat* further_container(const std::string& url);
+
+// The codecs the library will choose for a main output; AV_CODEC_ID_NONE for a stream that the
+// container does not have. A container of sound that may carry a cover has no video.
+struct OutputCodecs {
+  AVCodecID video = AV_CODEC_ID_NONE;
+  AVCodecID audio = AV_CODEC_ID_NONE;
+};
+OutputCodecs main_codecs(const std::string& url);
+
+}  // namespace zeva_tool

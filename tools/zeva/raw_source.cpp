@@ -1,0 +1,47 @@
+#include "raw_source.h"
+
+#include "av.h"
+
+namespace zeva_tool {
+
+RawSource::RawSource(int width, int height, int fps, Terminal& the_terminal)
+    : terminal(the_terminal) {
+  source_format.has_pictures = true;
+  source_format.width = source_format.display_width = width;
+  source_format.height = height;
+  source_format.fps = fps;
+  source_format.pix_fmt = AV_PIX_FMT_BGRA;
+  // The library turns RGB into luma and chroma by this matrix; players of large pictures would
+  // assume another one.
+  source_format.colorspace = AVCOL_SPC_SMPTE170M;
+}
+
+Status RawSource::open() {
+  if (Terminal::stdin_is_terminal()) {
+    return Status("--raw reads pictures from standard input, which is a terminal");
+  }
+  picture.resize(static_cast<size_t>(source_format.width) * source_format.height * 4);
+  return {};
+}
+
+Piece RawSource::next() {
+  size_t got = terminal.read_stdin(picture.data(), picture.size());
+  if (got < picture.size()) {
+    rest_bytes = got;
+    return {};
+  }
+  return {Piece::Kind::kPicture, av_rescale(picture_count++, 1000000, source_format.fps)};
+}
+
+bool RawSource::write(void* recording, int64_t stamp_us) {
+  return ZEVA_write_video_bgra(recording, picture.data(), static_cast<int>(picture.size()),
+                               stamp_us, source_format.width * 4);
+}
+
+std::vector<std::string> RawSource::warnings() const {
+  if (rest_bytes == 0 || Terminal::stop_requested()) return {};
+  return {"standard input ended within a picture: its last " + std::to_string(rest_bytes) +
+          " bytes were left out"};
+}
+
+}  // namespace zeva_tool

@@ -1,0 +1,188 @@
+#include "record_options.h"
+
+#include <CLI/CLI.hpp>
+#include <charconv>
+
+#include "output_url.h"
+
+namespace zeva_tool {
+namespace {
+
+constexpr int kMaxSide = 16384;
+constexpr int kMaxFps = 240;
+
+constexpr const char* kFooter =
+    "Keys while recording from a terminal: p pauses and resumes, q stops. Ctrl-C stops too; the\n"
+    "movie is finished in every case. A second Ctrl-C ends the program at once.\n"
+    "\n"
+    "Examples:\n"
+    "  zeva record --input camera.mp4 -o copy.mp4 --fast\n"
+    "  zeva record --pattern --duration 60 -o test.mp4 --also test.flv\n"
+    "  zeva record --input camera.mp4 --loop -o rtmp://server/live/key --also archive.mkv\n"
+    "  producer | zeva record --raw 1280x720@30 -o screen.mp4 --meta title:Demo\n"
+    "\n"
+    "Exit status: 0 when every output was finished, 1 when something failed, 2 for wrong usage.";
+
+void add_source_options(CLI::App& command, RecordOptions& o) {
+  const char* group = "Source (one of the first three)";
+  command.add_option("--input", o.input, "Any movie FFmpeg can read")
+      ->type_name("FILE")
+      ->group(group);
+  command.add_flag("--pattern", o.pattern, "The library's test picture and tone")->group(group);
+  command.add_option("--raw", o.raw, "BGRA pictures on standard input, no sound, e.g. 1280x720@30")
+      ->type_name("WxH@FPS")
+      ->group(group);
+  command.add_flag("--loop", o.loop, "Start the input over when it ends")->group(group);
+  command.add_flag("--fast", o.fast, "As fast as the machine can, not at real speed")->group(group);
+  command.add_option("--duration", o.duration_s, "Stop after this much movie time")
+      ->type_name("SEC")
+      ->check(CLI::Range(0.001, 1e9))
+      ->group(group);
+}
+
+void add_output_options(CLI::App& command, RecordOptions& o) {
+  const char* group = "Outputs";
+  command
+      .add_option("-o,--output", o.output,
+                  "Main output: a file or an rtmp:// or rtsp:// URL. "
+                  "It decides the codecs; an existing file is replaced")
+      ->type_name("URL")
+      ->required()
+      ->group(group);
+  command.add_option("--also", o.also, "Further output, up to three times")
+      ->type_name("URL")
+      ->allow_extra_args(false)
+      ->group(group);
+  command
+      .add_option("--index", o.index,
+                  "Crash-safe index of the .mp4 output (default: its name and .index)")
+      ->type_name("PATH")
+      ->group(group);
+  command.add_flag("--no-index", o.no_index, "Write no index")->group(group);
+  command.add_flag("--keep-index", o.keep_index, "Keep the index of a finished movie")
+      ->group(group);
+  command.add_option("--meta", o.meta, "Metadata item key:value, repeatable")
+      ->type_name("K:V")
+      ->allow_extra_args(false)
+      ->group(group);
+  command.add_option("--timeout", o.timeout_s, "Network time-out")
+      ->type_name("SEC")
+      ->check(CLI::Range(1, 3600))
+      ->group(group);
+}
+
+void add_video_options(CLI::App& command, RecordOptions& o) {
+  const char* group = "Pictures";
+  command.add_flag("--no-video", o.no_video, "Record sound only")->group(group);
+  command.add_option("--size", o.size, "Encoded size (default: the source's)")
+      ->type_name("WxH")
+      ->group(group);
+  command.add_option("--fps", o.fps, "Pictures a second (default: the source's)")
+      ->check(CLI::Range(1, kMaxFps))
+      ->group(group);
+  command.add_option("--gop", o.gop, "Pictures from key picture to key picture (default: 2 s)")
+      ->check(CLI::Range(1, 100000))
+      ->group(group);
+  command.add_option("--preset", o.preset, "Encoder preset, ultrafast to placebo")
+      ->capture_default_str()
+      ->group(group);
+  command.add_option("--profile", o.profile, "H.264 profile, baseline to high444")
+      ->capture_default_str()
+      ->group(group);
+  command.add_option("--tune", o.tune, "Encoder tuning, film to zerolatency, or none")
+      ->capture_default_str()
+      ->group(group);
+  command.add_option("--rc", o.rate_control, "Rate control: abr, cbr, vbr or cqp")
+      ->capture_default_str()
+      ->group(group);
+  command.add_option("--bitrate", o.bitrate_kbps, "kbit/s (default: by size and rate)")
+      ->check(CLI::Range(1, 1000000))
+      ->group(group);
+  command.add_option("--crf", o.crf, "Constant quality under the rate of --rc cbr")
+      ->check(CLI::Range(1, 51))
+      ->group(group);
+  command.add_option("--qp", o.qp, "Quantiser of --rc cqp (default: 20)")
+      ->check(CLI::Range(1, 51))
+      ->group(group);
+  command.add_flag("--hardware", o.hardware, "Try hardware encoders first")->group(group);
+}
+
+void add_other_options(CLI::App& command, RecordOptions& o) {
+  command.add_flag("--no-audio", o.no_audio, "Record pictures only")->group("Sound");
+  command.add_option("--audio-bitrate", o.audio_bitrate_kbps, "kbit/s")
+      ->capture_default_str()
+      ->check(CLI::Range(8, 1024))
+      ->group("Sound");
+  command.add_option("--log", o.log, "Append the library's messages to this file")
+      ->type_name("FILE")
+      ->group("Messages");
+  command.add_option("--log-level", o.log_level, "0 least to 6 everything (default: 4 with --log)")
+      ->check(CLI::Range(0, 6))
+      ->group("Messages");
+  command.add_flag("--verbose", o.verbose, "Let the libraries' messages through to the console")
+      ->group("Messages");
+}
+
+// Takes a number in 1..max off the front of `text`.
+bool take_number(std::string_view& text, int max, int& value) {
+  auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
+  if (error != std::errc() || value < 1 || value > max) return false;
+  text.remove_prefix(end - text.data());
+  return true;
+}
+
+bool take_char(std::string_view& text, char wanted) {
+  if (text.empty() || text.front() != wanted) return false;
+  text.remove_prefix(1);
+  return true;
+}
+
+bool take_size(std::string_view& text, PictureSize& size) {
+  return take_number(text, kMaxSide, size.width) && take_char(text, 'x') &&
+         take_number(text, kMaxSide, size.height);
+}
+
+}  // namespace
+
+CLI::App* add_record_command(CLI::App& app, RecordOptions& options) {
+  CLI::App* command =
+      app.add_subcommand("record", "Record a movie, a test pattern or raw pictures");
+  command->footer(kFooter);
+  add_source_options(*command, options);
+  add_output_options(*command, options);
+  add_video_options(*command, options);
+  add_other_options(*command, options);
+  return command;
+}
+
+std::optional<PictureSize> parse_size(const std::string& text) {
+  std::string_view rest = text;
+  PictureSize size;
+  if (!take_size(rest, size) || !rest.empty()) return std::nullopt;
+  return size;
+}
+
+std::optional<RawFormat> parse_raw(const std::string& text) {
+  std::string_view rest = text;
+  RawFormat raw;
+  bool valid = take_size(rest, raw.size) && take_char(rest, '@') &&
+               take_number(rest, kMaxFps, raw.fps) && rest.empty();
+  return valid ? std::optional<RawFormat>(raw) : std::nullopt;
+}
+
+std::vector<std::string> output_urls(const RecordOptions& options) {
+  std::vector<std::string> urls{options.output};
+  urls.insert(urls.end(), options.also.begin(), options.also.end());
+  return urls;
+}
+
+std::string index_path(const RecordOptions& options) {
+  if (options.no_index) return {};
+  if (!options.index.empty()) return options.index;
+  for (const std::string& url : output_urls(options)) {
+    if (is_local_file(url) && has_ending(url, ".mp4")) return local_path(url) + ".index";
+  }
+  return {};
+}
+
+}  // namespace zeva_tool

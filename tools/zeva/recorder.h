@@ -1,0 +1,79 @@
+// Runs one recording: opens it, hands every piece of the source to the library when it is due,
+// follows keys and signals, and finishes it.
+//
+// While the recording is paused the source stands still, so that nothing of a file is lost; the
+// host times of what follows are moved by the length of the pause, which the library takes out
+// again. run() is called once, from the main thread.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "picture_grid.h"
+#include "source.h"
+#include "status_inbox.h"
+#include "status_line.h"
+#include "terminal.h"
+#include "zeva/record.h"
+
+namespace zeva_tool {
+
+struct RecordingPace {
+  bool fast = false;                   // do not wait until a piece is due
+  std::optional<int64_t> duration_us;  // stop at this movie time
+};
+
+struct RecordingResult {
+  bool opened = false;
+  bool stopped_by_user = false;
+  int64_t pieces = 0;
+  Progress progress;
+  MovieInfo effective{};
+  std::vector<std::string> failures;
+};
+
+class Recorder {
+ public:
+  // The references must outlive the recorder.
+  Recorder(const MovieInfo& settings, const RecordingPace& pace, Source& source, Terminal& terminal,
+           StatusLine& status_line);
+  ~Recorder();
+  Recorder(const Recorder&) = delete;
+  Recorder& operator=(const Recorder&) = delete;
+
+  RecordingResult run();
+
+ private:
+  bool open();
+  void record();
+  bool within_duration(const Piece& piece);
+  bool wait_until_due(int64_t time_us);
+  void write(const Piece& piece);
+  void handle(Terminal::Event event);
+  void toggle_pause();
+  bool must_stop();
+  void show_progress();
+  void report_new_failures();
+
+  const MovieInfo& settings;
+  const RecordingPace pace;
+  Source& source;
+  Terminal& terminal;
+  StatusLine& status_line;
+
+  StatusInbox inbox;
+  void* recording = nullptr;
+  PictureGrid grid;
+  RecordingResult result;
+  size_t output_count = 1;
+  size_t failures_reported = 0;
+  bool quit = false;
+  int64_t base_us = 0;  // host time of movie time 0, moved on by every pause
+  int64_t pause_from_us = 0;
+  bool pictures_over = false;
+  bool sound_over = false;
+};
+
+}  // namespace zeva_tool

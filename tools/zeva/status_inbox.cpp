@@ -1,0 +1,41 @@
+#include "status_inbox.h"
+
+#include "terminal.h"
+
+namespace zeva_tool {
+
+void StatusInbox::receive(int code, const char* message, void* user) {
+  auto* inbox = static_cast<StatusInbox*>(user);
+  {
+    std::lock_guard<std::mutex> lock(inbox->mutex);
+    if (code == 0) {
+      inbox->is_open = true;
+    } else {
+      std::string text = message && *message ? message : "no reason given";
+      inbox->failure_texts.push_back(text + " (code " + std::to_string(code) + ")");
+    }
+  }
+  Terminal::wake();
+}
+
+bool StatusInbox::opened() const {
+  std::lock_guard<std::mutex> lock(mutex);
+  return is_open;
+}
+
+bool StatusInbox::opening_decided() const {
+  std::lock_guard<std::mutex> lock(mutex);
+  return is_open || !failure_texts.empty();
+}
+
+std::vector<std::string> StatusInbox::failures() const {
+  std::lock_guard<std::mutex> lock(mutex);
+  return failure_texts;
+}
+
+size_t StatusInbox::failure_count() const {
+  std::lock_guard<std::mutex> lock(mutex);
+  return failure_texts.size();
+}
+
+}  // namespace zeva_tool

@@ -1,0 +1,52 @@
+// What the user sees while recording: one line, redrawn in place on a terminal, or a line now and
+// then in a file or a pipe.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "terminal.h"
+
+namespace zeva_tool {
+
+struct Progress {
+  int64_t movie_us = 0;
+  bool has_pictures = false;
+  int64_t pictures = 0;
+  int64_t dropped = 0;
+  size_t failures = 0;
+  bool paused = false;
+};
+
+class StatusLine {
+ public:
+  // `terminal` must outlive the line; its console is taken anew for every output.
+  StatusLine(const Terminal& terminal, std::vector<std::string> outputs);
+
+  // Shows the progress if it is time for it.
+  void update(const Progress& progress);
+  int64_t interval_us() const;
+
+  // A line of its own that stays, "zeva: " before it.
+  void message(const std::string& text);
+
+  // Takes the line away.
+  void clear();
+
+ private:
+  void measure_rate(const Progress& progress, int64_t now_us);
+  std::string text(const Progress& progress) const;
+  std::string output_states() const;
+
+  const Terminal& terminal;
+  std::vector<std::string> outputs;
+  int64_t shown_us = 0;
+  bool was_paused = false;
+  int64_t rate_from_us = 0;
+  int64_t rate_from_pictures = 0;
+  double pictures_per_second = 0;
+  size_t drawn_columns = 0;
+};
+
+}  // namespace zeva_tool

@@ -1,0 +1,302 @@
+#include "terminal.h"
+
+#include <algorithm>
+#include <atomic>
+#include <cerrno>
+#include <cstdlib>
+#include <filesystem>
+#include <system_error>
+
+#ifdef _WIN32
+#include <fcntl.h>
+#include <io.h>
+#include <windows.h>
+
+#include <shellapi.h>
+
+#include <cwctype>
+#else
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/ioctl.h>
+#include <termios.h>
+#include <unistd.h>
+
+#include <csignal>
+#endif
+
+namespace fs = std::filesystem;
+
+namespace zeva_tool {
+namespace {
+
+constexpr int kSecondInterruptStatus = 130;
+
+std::atomic<int> signal_count{0};
+static_assert(std::atomic<int>::is_always_lock_free, "used in a signal handler");
+
+// Links are followed as far as the path exists; the rest is compared by name.
+fs::path resolved(const std::string& path) {
+  std::error_code error;
+  fs::path absolute = fs::absolute(fs::u8path(path), error);
+  fs::path canonical = fs::weakly_canonical(absolute, error);
+  return error ? absolute.lexically_normal() : canonical;
+}
+
+}  // namespace
+
+bool Terminal::stop_requested() { return signal_count > 0; }
+
+#ifdef _WIN32
+
+namespace {
+
+HANDLE wake_event = CreateEventW(nullptr, FALSE, FALSE, nullptr);
+HANDLE main_thread = nullptr;
+
+std::string to_utf8(const wchar_t* wide) {
+  int size = WideCharToMultiByte(CP_UTF8, 0, wide, -1, nullptr, 0, nullptr, nullptr);
+  std::string text(size > 0 ? size - 1 : 0, '\0');
+  WideCharToMultiByte(CP_UTF8, 0, wide, -1, text.data(), size, nullptr, nullptr);
+  return text;
+}
+
+// Runs on a thread that the system makes for it.
+BOOL WINAPI on_console_event(DWORD event) {
+  if (++signal_count > 1) ExitProcess(kSecondInterruptStatus);
+  SetEvent(wake_event);
+  CancelSynchronousIo(main_thread);
+  // The system ends the process when this returns from a closing console: the main thread needs the
+  // time to finish the movie.
+  if (event != CTRL_C_EVENT && event != CTRL_BREAK_EVENT)
+    WaitForSingleObject(main_thread, INFINITE);
+  return TRUE;
+}
+
+Terminal::Event read_key(HANDLE input) {
+  INPUT_RECORD record;
+  DWORD count = 0;
+  while (PeekConsoleInputW(input, &record, 1, &count) && count == 1) {
+    ReadConsoleInputW(input, &record, 1, &count);
+    if (record.EventType != KEY_EVENT || !record.Event.KeyEvent.bKeyDown) continue;
+    if (record.Event.KeyEvent.uChar.UnicodeChar == L'p') return Terminal::Event::kPauseKey;
+    if (record.Event.KeyEvent.uChar.UnicodeChar == L'q') return Terminal::Event::kQuitKey;
+  }
+  return Terminal::Event::kNone;
+}
+
+}  // namespace
+
+std::vector<std::string> Terminal::arguments(int, char**) {
+  std::vector<std::string> result;
+  int count = 0;
+  LPWSTR* wide = CommandLineToArgvW(GetCommandLineW(), &count);
+  for (int i = 1; wide && i < count; ++i) result.push_back(to_utf8(wide[i]));
+  LocalFree(wide);
+  return result;
+}
+
+Terminal::Terminal() {
+  console_tty = _isatty(2) != 0;
+  SetConsoleOutputCP(CP_UTF8);
+  DuplicateHandle(GetCurrentProcess(), GetCurrentThread(), GetCurrentProcess(), &main_thread, 0,
+                  FALSE, DUPLICATE_SAME_ACCESS);
+}
+
+Terminal::~Terminal() { fflush(console_stream); }
+
+void Terminal::catch_signals() { SetConsoleCtrlHandler(on_console_event, TRUE); }
+
+bool Terminal::stdin_is_terminal() {
+  DWORD mode = 0;
+  return GetConsoleMode(GetStdHandle(STD_INPUT_HANDLE), &mode) != 0;
+}
+
+void Terminal::take_keys() { keys = stdin_is_terminal(); }
+
+Terminal::Event Terminal::wait(int64_t timeout_us) {
+  HANDLE handles[] = {wake_event, GetStdHandle(STD_INPUT_HANDLE)};
+  DWORD timeout_ms = static_cast<DWORD>(std::max<int64_t>(0, (timeout_us + 999) / 1000));
+  DWORD result = WaitForMultipleObjects(keys ? 2 : 1, handles, FALSE, timeout_ms);
+  return result == WAIT_OBJECT_0 + 1 ? read_key(handles[1]) : Event::kNone;
+}
+
+void Terminal::wake() { SetEvent(wake_event); }
+
+bool Terminal::redirect_stderr(const std::string& path) {
+  int saved = _dup(2);
+  int target = _wopen(path.empty() ? L"NUL" : fs::u8path(path).c_str(),
+                      _O_WRONLY | _O_CREAT | _O_APPEND | _O_BINARY | _O_NOINHERIT, 0666);
+  if (target < 0) return false;
+  fflush(stderr);
+  FILE* stream = saved < 0 ? nullptr : _fdopen(saved, "w");
+  bool done = stream && _dup2(target, 2) == 0;
+  _close(target);
+  if (done) console_stream = stream;
+  return done;
+}
+
+int Terminal::console_width() const {
+  CONSOLE_SCREEN_BUFFER_INFO info;
+  HANDLE handle = reinterpret_cast<HANDLE>(_get_osfhandle(_fileno(console_stream)));
+  return GetConsoleScreenBufferInfo(handle, &info) ? info.srWindow.Right - info.srWindow.Left + 1
+                                                   : 80;
+}
+
+size_t Terminal::read_stdin(void* data, size_t size) {
+  HANDLE input = GetStdHandle(STD_INPUT_HANDLE);
+  size_t done = 0;
+  while (done < size && !stop_requested()) {
+    DWORD got = 0;
+    DWORD wanted = static_cast<DWORD>(std::min<size_t>(size - done, 1 << 20));
+    if (!ReadFile(input, static_cast<char*>(data) + done, wanted, &got, nullptr) || got == 0) break;
+    done += got;
+  }
+  return done;
+}
+
+bool same_file(const std::string& a, const std::string& b) {
+  std::error_code error;
+  if (fs::equivalent(fs::u8path(a), fs::u8path(b), error)) return true;
+  auto lower = [](std::wstring text) {
+    std::transform(text.begin(), text.end(), text.begin(), std::towlower);
+    return text;
+  };
+  return lower(resolved(a).wstring()) == lower(resolved(b).wstring());
+}
+
+#else
+
+namespace {
+
+int wake_pipe[2] = {-1, -1};
+termios saved_mode;
+std::atomic<bool> mode_changed{false};
+
+void restore_mode() {
+  if (mode_changed.exchange(false)) tcsetattr(STDIN_FILENO, TCSANOW, &saved_mode);
+}
+
+// Calls only what POSIX allows in a signal handler.
+void on_signal(int) {
+  int saved_errno = errno;
+  if (++signal_count > 1) {
+    restore_mode();
+    _exit(kSecondInterruptStatus);
+  }
+  Terminal::wake();
+  errno = saved_errno;
+}
+
+void drain_wake_pipe() {
+  char bytes[64];
+  while (read(wake_pipe[0], bytes, sizeof bytes) > 0) {
+  }
+}
+
+// True when `input` has data; false when the time is over or something else ended the wait.
+bool wait_for_input(int input, int64_t timeout_us) {
+  pollfd fds[] = {{wake_pipe[0], POLLIN, 0}, {input, POLLIN, 0}};
+  timespec timeout{static_cast<time_t>(timeout_us / 1000000),
+                   static_cast<long>(timeout_us % 1000000 * 1000)};
+  if (ppoll(fds, input >= 0 ? 2 : 1, timeout_us < 0 ? nullptr : &timeout, nullptr) <= 0) {
+    return false;
+  }
+  if (fds[0].revents) drain_wake_pipe();
+  return input >= 0 && fds[1].revents != 0;
+}
+
+}  // namespace
+
+std::vector<std::string> Terminal::arguments(int argc, char** argv) {
+  return {argv + std::min(argc, 1), argv + argc};
+}
+
+Terminal::Terminal() {
+  console_tty = isatty(STDERR_FILENO) != 0;
+  if (pipe2(wake_pipe, O_NONBLOCK | O_CLOEXEC) != 0) std::abort();
+}
+
+Terminal::~Terminal() {
+  restore_mode();
+  fflush(console_stream);
+}
+
+void Terminal::catch_signals() {
+  struct sigaction action = {};
+  action.sa_handler = on_signal;
+  sigemptyset(&action.sa_mask);
+  for (int number : {SIGINT, SIGTERM, SIGHUP}) sigaction(number, &action, nullptr);
+  signal(SIGPIPE, SIG_IGN);
+}
+
+bool Terminal::stdin_is_terminal() { return isatty(STDIN_FILENO) != 0; }
+
+void Terminal::take_keys() {
+  // A job in the background would be stopped for touching the terminal.
+  if (!stdin_is_terminal() || tcgetpgrp(STDIN_FILENO) != getpgrp()) return;
+  if (tcgetattr(STDIN_FILENO, &saved_mode) != 0) return;
+  termios mode = saved_mode;
+  mode.c_lflag &= ~static_cast<tcflag_t>(ICANON | ECHO);
+  mode.c_cc[VMIN] = 1;
+  mode.c_cc[VTIME] = 0;
+  mode_changed = true;
+  keys = tcsetattr(STDIN_FILENO, TCSANOW, &mode) == 0;
+}
+
+Terminal::Event Terminal::wait(int64_t timeout_us) {
+  if (!wait_for_input(keys ? STDIN_FILENO : -1, std::max<int64_t>(0, timeout_us))) {
+    return Event::kNone;
+  }
+  char key = 0;
+  if (read(STDIN_FILENO, &key, 1) != 1) {
+    keys = false;  // the terminal is gone
+    return Event::kNone;
+  }
+  return key == 'p' ? Event::kPauseKey : key == 'q' ? Event::kQuitKey : Event::kNone;
+}
+
+void Terminal::wake() {
+  // A full pipe wakes just as well.
+  [[maybe_unused]] ssize_t written = write(wake_pipe[1], "", 1);
+}
+
+bool Terminal::redirect_stderr(const std::string& path) {
+  int target = open(path.empty() ? "/dev/null" : path.c_str(),
+                    O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0666);
+  if (target < 0) return false;
+  int saved = fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, 3);
+  fflush(stderr);
+  FILE* stream = saved < 0 ? nullptr : fdopen(saved, "w");
+  bool done = stream && dup2(target, STDERR_FILENO) >= 0;
+  close(target);
+  if (done) console_stream = stream;
+  return done;
+}
+
+int Terminal::console_width() const {
+  winsize size = {};
+  bool known = ioctl(fileno(console_stream), TIOCGWINSZ, &size) == 0 && size.ws_col > 0;
+  return known ? size.ws_col : 80;
+}
+
+size_t Terminal::read_stdin(void* data, size_t size) {
+  size_t done = 0;
+  while (done < size && !stop_requested()) {
+    if (!wait_for_input(STDIN_FILENO, -1)) continue;
+    ssize_t got = read(STDIN_FILENO, static_cast<char*>(data) + done, size - done);
+    if (got < 0 && (errno == EINTR || errno == EAGAIN)) continue;
+    if (got <= 0) break;
+    done += static_cast<size_t>(got);
+  }
+  return done;
+}
+
+bool same_file(const std::string& a, const std::string& b) {
+  std::error_code error;
+  return fs::equivalent(fs::u8path(a), fs::u8path(b), error) || resolved(a) == resolved(b);
+}
+
+#endif
+
+}  // namespace zeva_tool

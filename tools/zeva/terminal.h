@@ -1,0 +1,64 @@
+// The process's surroundings: arguments, keys, signals, standard streams, and file identity.
+// The only place of the tool that knows the operating system.
+//
+// One object lives for the whole run; it owns the terminal's key mode and the saved standard error.
+// wake() may be called from any thread, everything else from the main thread only.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <cstdio>
+#include <string>
+#include <vector>
+
+namespace zeva_tool {
+
+class Terminal {
+ public:
+  enum class Event {
+    kNone,      // the time is over, or wake() was called, or another key was pressed
+    kPauseKey,  // p
+    kQuitKey,   // q
+  };
+
+  // The arguments behind the program's name, in UTF-8.
+  static std::vector<std::string> arguments(int argc, char** argv);
+
+  Terminal();
+  ~Terminal();
+  Terminal(const Terminal&) = delete;
+  Terminal& operator=(const Terminal&) = delete;
+
+  // From now on the first Ctrl-C (or request to terminate) only sets stop_requested() and ends
+  // waits and reads; the second one ends the process at once with exit status 130.
+  void catch_signals();
+  static bool stop_requested();
+
+  // Keys are taken one by one, without Enter, if standard input is a terminal.
+  void take_keys();
+
+  // Waits for a key, a signal or wake(), at most `timeout_us`.
+  Event wait(int64_t timeout_us);
+  static void wake();
+
+  // Lets everything that libraries print to standard error go to the end of the file `path` (the
+  // null device if empty), while console() still leads to where standard error led before.
+  bool redirect_stderr(const std::string& path);
+  FILE* console() const { return console_stream; }
+  bool console_is_terminal() const { return console_tty; }
+  int console_width() const;
+
+  // Reads exactly `size` bytes of standard input as they are; fewer at its end or after a signal.
+  size_t read_stdin(void* data, size_t size);
+  static bool stdin_is_terminal();
+
+ private:
+  FILE* console_stream = stderr;
+  bool console_tty = false;
+  bool keys = false;
+};
+
+// Whether two local paths (UTF-8) name the same file, existing or not.
+bool same_file(const std::string& a, const std::string& b);
+
+}  // namespace zeva_tool
