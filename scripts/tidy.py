@@ -12,6 +12,7 @@ import hashlib
 import json
 import os
 import pathlib
+import shlex
 import subprocess
 import sys
 
@@ -47,9 +48,14 @@ def sources():
 
 
 def key_of(path, entry, headers, rules):
+    """None for a source that has not been compiled: nobody knows its headers, so it is not to be remembered."""
     digest = hashlib.sha256(rules)
     digest.update(entry["command"].encode())
-    for file in sorted({path, *headers.get(entry.get("output", ""), [])}):
+    words = shlex.split(entry["command"])
+    object_file = words[words.index("-o") + 1]
+    if object_file not in headers:
+        return None
+    for file in sorted({path, *headers[object_file]}):
         digest.update(str(file).encode() + b"\0")
         digest.update(file.read_bytes() if file.exists() else b"")
     return digest.hexdigest()
@@ -67,6 +73,8 @@ def check(path):
 
 
 def main():
+    if not (BUILD / "compile_commands.json").exists():
+        sys.exit("tidy.py: build/linux has no compile_commands.json; configure and build the preset linux first.")
     clean = pathlib.Path(sys.argv[1])
     clean.mkdir(parents=True, exist_ok=True)
     rules = (ROOT / ".clang-tidy").read_bytes() + output_of("clang-tidy", "--version").encode()
@@ -75,13 +83,13 @@ def main():
     if not found:
         sys.exit("tidy.py: build/linux/compile_commands.json names no source of the product.")
     keys = {path: key_of(path, entry, headers, rules) for path, entry in found.items()}
-    todo = [path for path in sorted(found) if not (clean / keys[path]).exists()]
+    todo = [path for path in sorted(found) if not (keys[path] and (clean / keys[path]).exists())]
     faulty = 0
     with concurrent.futures.ThreadPoolExecutor(os.cpu_count()) as pool:
         for path, (ok, text) in zip(todo, pool.map(check, todo)):
-            if ok:
+            if ok and keys[path]:
                 (clean / keys[path]).touch()
-            else:
+            if not ok:
                 faulty += 1
                 print(f"--- {path.relative_to(ROOT)}\n{text}", flush=True)
     print(f"clang-tidy: {len(found)} sources, {len(todo)} looked at, {faulty} with findings")

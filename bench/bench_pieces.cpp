@@ -1,0 +1,115 @@
+// The pieces that every frame or packet passes.
+#include <benchmark/benchmark.h>
+
+#include <cstdint>
+#include <thread>
+#include <vector>
+
+#include "av_error.h"
+#include "av_handles.h"
+#include "index_format.h"
+#include "logger.h"
+#include "packetqueue.h"
+#include "resampler.h"
+#include "rescaler.h"
+
+namespace {
+
+zeva::PacketPtr make_packet(int size_bytes) {
+  zeva::PacketPtr packet(av_packet_alloc());
+  av_new_packet(packet.get(), size_bytes);
+  return packet;
+}
+
+void queue_put_get(benchmark::State& state) {
+  zeva::PacketQueue queue;
+  const zeva::PacketPtr packet = make_packet(4096);
+  for (auto _ : state) {
+    queue.put_bounded(packet.get(), 60, true);
+    AVPacket out;
+    queue.get(&out, true);
+    av_packet_unref(&out);
+  }
+  state.SetItemsProcessed(state.iterations());
+}
+BENCHMARK(queue_put_get);
+
+void queue_between_threads(benchmark::State& state) {
+  zeva::PacketQueue queue;
+  const zeva::PacketPtr packet = make_packet(4096);
+  std::thread consumer([&queue] {
+    AVPacket out;
+    while (queue.get(&out, true) > 0) av_packet_unref(&out);
+  });
+  for (auto _ : state) queue.put_bounded(packet.get(), 60, true);
+  queue.abort();
+  consumer.join();
+  state.SetItemsProcessed(state.iterations());
+}
+BENCHMARK(queue_between_threads)->UseRealTime();
+
+void index_record(benchmark::State& state) {
+  char text[zeva::kIndexRecordMaxBytes];
+  zeva::IndexRecord record{0, 0, 12345, 512, 0, 512, 0};
+  for (auto _ : state) {
+    ++record.size;
+    benchmark::DoNotOptimize(zeva::format_index_record(record, text));
+  }
+}
+BENCHMARK(index_record);
+
+void log_above_threshold(benchmark::State& state) {
+  for (auto _ : state) ZEVA_LOG(zeva::kLogDebug, "nb=%d, pts=%lld", 4096, 40000LL);
+}
+BENCHMARK(log_above_threshold);
+
+zeva::FramePtr make_picture(AVPixelFormat format, int width, int height) {
+  zeva::FramePtr frame(av_frame_alloc());
+  frame->format = format;
+  frame->width = width;
+  frame->height = height;
+  av_frame_get_buffer(frame.get(), 0);
+  return frame;
+}
+
+void rescale_bgra(benchmark::State& state) {
+  const auto width = static_cast<int>(state.range(0));
+  const auto height = static_cast<int>(state.range(1));
+  const zeva::FramePtr in = make_picture(AV_PIX_FMT_BGRA, width, height);
+  const zeva::FramePtr dst = make_picture(AV_PIX_FMT_YUV420P, width, height);
+  ZV::NxRescale rescaler;
+  rescaler.config(dst.get(), in.get(), {1, 30});
+  in->pts = 0;
+  for (auto _ : state) benchmark::DoNotOptimize(rescaler.rescale(in.get(), &zeva::kMicroseconds));
+  state.SetItemsProcessed(state.iterations());
+}
+BENCHMARK(rescale_bgra)->Args({1280, 720})->Args({1920, 1080})->Unit(benchmark::kMicrosecond);
+
+zeva::FramePtr make_sound(AVSampleFormat format, int sample_rate, int nb_samples) {
+  zeva::FramePtr frame(av_frame_alloc());
+  frame->format = format;
+  frame->channel_layout = AV_CH_LAYOUT_STEREO;
+  frame->channels = 2;
+  frame->sample_rate = sample_rate;
+  frame->nb_samples = nb_samples;
+  av_frame_get_buffer(frame.get(), 0);
+  return frame;
+}
+
+// One 10 ms host buffer.
+void resample(benchmark::State& state) {
+  const auto in_rate = static_cast<int>(state.range(0));
+  const zeva::FramePtr in = make_sound(AV_SAMPLE_FMT_S16, in_rate, in_rate / 100);
+  const zeva::FramePtr dst = make_sound(AV_SAMPLE_FMT_FLTP, 48000, 1024);
+  ZV::NxResample resampler;
+  resampler.config(dst.get(), in.get(), {1, 48000});
+  in->pts = 0;
+  for (auto _ : state) {
+    benchmark::DoNotOptimize(resampler.resample(in.get(), &zeva::kMicroseconds));
+    in->pts += 10000;
+  }
+  state.SetItemsProcessed(state.iterations());
+}
+BENCHMARK(resample)->Arg(48000)->Arg(44100)->Unit(benchmark::kMicrosecond);
+
+}  // namespace
