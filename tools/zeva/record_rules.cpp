@@ -119,6 +119,14 @@ Status check_encoders(const RecordOptions& o) {
   return {};
 }
 
+bool can_hold(AVOutputFormat* container, AVCodecID codec) {
+  int answer = avformat_query_codec(container, codec, FF_COMPLIANCE_NORMAL);
+  if (answer != AVERROR_PATCHWELCOME) return answer > 0;
+  // The container does not know; what matters then is whether it takes this kind of stream at all.
+  bool video = avcodec_get_type(codec) == AVMEDIA_TYPE_VIDEO;
+  return (video ? container->video_codec : container->audio_codec) != AV_CODEC_ID_NONE;
+}
+
 // A further output receives the packets of the main one.
 Status check_further_output(const RecordOptions& o, const std::string& url) {
   std::string argument = "--also " + url;
@@ -127,12 +135,12 @@ Status check_further_output(const RecordOptions& o, const std::string& url) {
   if (has_scheme(url, "rtsp")) {
     return Status(argument + ": an rtsp:// URL must be the main output (-o)");
   }
-  const AVOutputFormat* container = further_container(url);
+  AVOutputFormat* container = further_container(url);
   if (!container) return Status(argument + ": no container goes by this ending");
   OutputCodecs codecs = main_codecs(o.output);
   for (auto [codec, wanted] :
        {std::pair(codecs.video, wants_video(o)), std::pair(codecs.audio, wants_audio(o))}) {
-    if (!wanted || avformat_query_codec(container, codec, FF_COMPLIANCE_NORMAL) != 0) continue;
+    if (!wanted || can_hold(container, codec)) continue;
     return Status(argument + ": cannot hold the " + avcodec_get_name(codec) +
                   " of the main output " + o.output + "; make another one the main output");
   }
