@@ -80,7 +80,7 @@ step_total=6
 # The files of the last run must not pass for this one's.
 rm -rf "$out"
 mkdir -p "$out"
-step "packages" "$root/scripts/packages.sh" build-linux demo
+packages_step build-linux demo
 ffmpeg_step linux
 step "build the library and zeva" build_preset linux
 movie=$(find_movie)

@@ -95,13 +95,21 @@ trap end_children EXIT
 trap 'exit 130' INT
 trap 'exit 143' TERM
 
+# Runs scripts/packages.sh as a step. In the foreground, as sudo may have to ask for a password.
+packages_step() {
+  local started=$SECONDS
+  step_number=$((step_number + 1))
+  "$root/scripts/packages.sh" "$@" || exit 1 # it has said why
+  echo "[$step_number/$step_total] packages ... done ($((SECONDS - started)) s)"
+}
+
 # Runs deps/build.sh as a step; its own step lines are seen only when there is something to build.
 ffmpeg_step() {
   local system=$1 started=$SECONDS label
   step_number=$((step_number + 1))
   label="[$step_number/$step_total] FFmpeg 4.3.7 for ${system^}"
   [[ -e $("$root/deps/build.sh" --prefix "$system")/.complete ]] || echo "$label: building once, some minutes"
-  "$root/deps/build.sh" "$system" < /dev/null || fail "FFmpeg for ${system^} could not be built."
+  "$root/deps/build.sh" "$system" < /dev/null || exit 1 # it has said why
   echo "$label ... done ($((SECONDS - started)) s)"
 }
 

@@ -37,20 +37,34 @@ missing_of() {
   comm -23 <(printf '%s\n' "$@" | sort -u) <(sort -u <<< "$installed")
 }
 
-# Runs a command with root's rights. With nobody there to type a password, sudo must do without one.
+# Runs a command with root's rights; get_rights comes first.
 as_root() {
   if ((EUID == 0)); then
     "$@"
-  elif [[ -t 0 && -z ${CI:-} ]]; then
-    sudo "$@"
   else
     sudo -n "$@"
   fi
 }
 
+# Lets sudo ask for a password now, while there is somebody to ask: apt itself runs in the background.
+get_rights() {
+  if ((EUID == 0)) || sudo -n true 2> /dev/null; then return; fi
+  command -v sudo > /dev/null ||
+    fail "these packages are missing and there is neither root nor sudo to install them: $*."
+  if [[ -n ${CI:-} || ! -t 0 ]] || ! sudo -v; then
+    fail "these packages are missing and sudo does not let this user install them: $*."
+  fi
+}
+
 apt() {
   as_root env DEBIAN_FRONTEND=noninteractive apt-get -q -y \
-    -o DPkg::Lock::Timeout=300 -o Acquire::Retries=3 "$@" < /dev/null >> "$log" 2>&1
+    -o DPkg::Lock::Timeout=300 -o Acquire::Retries=3 "$@"
+}
+
+# A failed update need not matter (one of several sources may be down); whether the packages come is what counts.
+install() {
+  apt update || true
+  apt install --no-install-recommends "$@"
 }
 
 main() {
@@ -65,15 +79,12 @@ main() {
   mapfile -t missing < <(missing_of "${wanted[@]}")
   ((${#missing[@]} > 0)) || return 0
 
-  echo "installing: ${missing[*]}"
-  ((EUID == 0)) || command -v sudo > /dev/null ||
-    fail "these packages are missing and there is neither root nor sudo to install them: ${missing[*]}."
-  as_root true 2> /dev/null ||
-    fail "these packages are missing and sudo does not let this user install them: ${missing[*]}."
+  echo "missing packages: ${missing[*]}"
+  get_rights "${missing[@]}"
   open_log "$cache/log" packages
-  # A failed update need not matter (one of several sources may be down); whether the packages come is what counts.
-  apt update || true
-  apt install --no-install-recommends "${missing[@]}" ||
+  step_total=1
+  try_step "install ${#missing[@]} packages" install "${missing[@]}"
+  ((step_status == 0)) ||
     fail "apt could not install ${missing[*]} ($(grep '^E:' "$log" | head -n 1)); is there a network? The log is $log."
 }
 

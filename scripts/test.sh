@@ -19,7 +19,7 @@ trap finish EXIT
 
 open_log "$root/build/log" test
 step_total=8
-step "packages" "$root/scripts/packages.sh" build-linux windows test
+packages_step build-linux windows test
 ffmpeg_step linux
 ffmpeg_step windows
 step "Wine" prepare_wine

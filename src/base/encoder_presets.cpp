@@ -45,9 +45,18 @@ const char* tune_to_str(Tune_Level t) { return kTuneNames[t]; }
 namespace zeva {
 
 void apply_preset_options(AVCodecContext* ctx, int preset, int profile, int tune) {
-  av_opt_set(ctx->priv_data, "preset", preset_to_str(static_cast<Quality_Level>(preset)), 0);
-  av_opt_set(ctx->priv_data, "profile", profile_to_str(static_cast<Profile_Level>(profile)), 0);
-  av_opt_set(ctx->priv_data, "tune", tune_to_str(static_cast<Tune_Level>(tune)), 0);
+  const struct {
+    const char* option;
+    const char* value;
+  } options[] = {
+      {"preset", preset_to_str(static_cast<Quality_Level>(preset))},
+      {"profile", profile_to_str(static_cast<Profile_Level>(profile))},
+      {"tune", tune_to_str(static_cast<Tune_Level>(tune))},
+  };
+  for (const auto& o : options) {
+    // An empty name would be taken for an unknown one, and the encoder would not open.
+    if (o.value[0] != '\0') av_opt_set(ctx->priv_data, o.option, o.value, 0);
+  }
 }
 
 }  // namespace zeva

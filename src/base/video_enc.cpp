@@ -74,7 +74,11 @@ int VideoEnc::encode(AVFormatContext* oc, OutputStream& ost, AVFrame* frame) {
     ZEVA_LOG(kLogError, "[video] enc frame failed: %s", av_error_text(sent));
     return -2;
   }
-  return drain(ost, "video", [](AVPacket*) {});
+  return drain(ost, "video", [](AVPacket* packet) {
+    // The codec's time base is one frame. Without a duration an MP4 would end where its last
+    // picture begins, and players would not show it.
+    if (packet->duration == 0) packet->duration = 1;
+  });
 }
 
 AVFrame* VideoEnc::convert(OutputStream& ost, AVFrame* frame) {
