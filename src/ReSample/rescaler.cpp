@@ -7,6 +7,9 @@ namespace ZV {
 
 int NxRescale::config(AVFrame* dst, AVFrame* src, AVRational tb) {
   time_base = tb;
+  src_width = src->width;
+  src_height = src->height;
+  src_format = src->format;
   if (src->width == dst->width && src->height == dst->height && src->format == dst->format) {
     return 0;
   }
@@ -22,6 +25,7 @@ int NxRescale::config(AVFrame* dst, AVFrame* src, AVRational tb) {
 }
 
 AVFrame* NxRescale::rescale(AVFrame* in, const AVRational* in_tb) {
+  if (in == nullptr || !as_announced(*in)) return nullptr;
   AVFrame* out = in;
   if (sws) {
     out_refs = zeva::release_held_buffers(out_frame.get(), out_refs);
@@ -30,8 +34,19 @@ AVFrame* NxRescale::rescale(AVFrame* in, const AVRational* in_tb) {
               out_frame->linesize);
     out = out_frame.get();
   }
-  if (out != nullptr) out->pts = av_rescale_q(in->pts, *in_tb, time_base);
+  out->pts = av_rescale_q(in->pts, *in_tb, time_base);
   return out;
+}
+
+// The scaler and the encoder read as many lines of as many bytes as the announced size has.
+bool NxRescale::as_announced(const AVFrame& in) const {
+  if (in.data[0] != nullptr && in.width == src_width && in.height == src_height &&
+      in.format == src_format) {
+    return true;
+  }
+  ZEVA_LOG(zeva::kLogError, "refused a picture of %dx%d in format %d instead of %dx%d in %d",
+           in.width, in.height, in.format, src_width, src_height, src_format);
+  return false;
 }
 
 }  // namespace ZV

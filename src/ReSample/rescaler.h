@@ -20,12 +20,18 @@ class NxRescale {
   int config(AVFrame* dst, AVFrame* src, AVRational tb);
 
   // The converted picture, or `in` itself when there is nothing to convert (its time stamp is then
-  // overwritten). Belongs to the rescaler and is valid until the next call. Null on failure.
+  // overwritten). Belongs to the rescaler and is valid until the next call. Null on failure, and
+  // for a picture that is not as `src` announced it.
   AVFrame* rescale(AVFrame* in, const AVRational* in_tb);
 
   AVRational time_base{0, 1};
 
  private:
+  bool as_announced(const AVFrame& in) const;
+
+  int src_width = 0;
+  int src_height = 0;
+  int src_format = -1;
   zeva::SwsPtr sws;          // null: pass through
   zeva::FramePtr out_frame;  // null: pass through
   int out_refs = 2;          // references to out_frame's buffers that are not an encoder's
