@@ -223,6 +223,7 @@ TEST(EffectiveSettings, AreThoseOfTheFile) {
     SCOPED_TRACE(c.file);
     const fs::path file = work_file(c.file);
     MovieInfo info = settings(file);
+    info.disable_video = c.found_pix_fmt == nullptr;
     info.preset = kQualityNone;
     info.profile = kProfileNone;
     info.tune = kTuneNone;
@@ -241,7 +242,7 @@ TEST(EffectiveSettings, AreThoseOfTheFile) {
     for (const Row& stream : streams(file)) {
       if (stream.at("codec_type") == "audio") {
         EXPECT_EQ(number(stream, "sample_rate"), c.effective_sample_rate);
-      } else if (c.found_pix_fmt != nullptr) {
+      } else {
         EXPECT_EQ(stream.at("pix_fmt"), c.found_pix_fmt);
       }
     }

@@ -1,0 +1,269 @@
+// What bad input gets: always a clear answer, never a crash, a hang or a movie that claims success.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <functional>
+
+extern "C" {
+#include <libavutil/frame.h>
+}
+
+#include "judge.h"
+#include "recording.h"
+
+namespace {
+using namespace zeva_test;  // NOLINT: a test reads better without the prefix
+namespace fs = std::filesystem;
+
+constexpr int kLogError = 2;
+
+bool has_error(const std::vector<LogLine>& lines, const std::string& part) {
+  return std::any_of(lines.begin(), lines.end(), [&](const LogLine& line) {
+    return line.level <= kLogError && line.message.find(part) != std::string::npos;
+  });
+}
+
+struct BadStart {
+  const char* what;
+  std::function<void(MovieInfo&)> spoil;
+};
+
+const BadStart kBadStarts[] = {
+    {"empty URL", [](MovieInfo& i) { i.url[0] = '\0'; }},
+    {"URL without terminator", [](MovieInfo& i) { memset(i.url, 'u', sizeof i.url); }},
+    // 600 bytes run over the URL's field into the index path's.
+    {"URL of 600 bytes", [](MovieInfo& i) { memset(reinterpret_cast<char*>(&i), 'u', 600); }},
+    {"index path without terminator",
+     [](MovieInfo& i) { memset(i.moov_url, 'm', sizeof i.moov_url); }},
+    {"metadata without terminator",
+     [](MovieInfo& i) { memset(i.meta_info, 'k', sizeof i.meta_info); }},
+    {"missing folder",
+     [](MovieInfo& i) { set_text(i.url, utf8(work_file("missing") / "movie.mp4")); }},
+    // Not even the administrator can write there.
+    {"folder that cannot be written",
+     [](MovieInfo& i) {
+       const fs::path blocker = work_file("plain file");
+       if (FILE* made = fopen(utf8(blocker).c_str(), "w")) fclose(made);
+       set_text(i.url, utf8(blocker / "movie.mp4"));
+     }},
+    {"further output in a missing folder",
+     [](MovieInfo& i) {
+       static std::string url;
+       url = utf8(work_file("missing") / "other.flv");
+       i.other_urls[0] = url.c_str();
+     }},
+    {"further output with an empty URL", [](MovieInfo& i) { i.other_urls[0] = ""; }},
+    {"further output of no known kind", [](MovieInfo& i) { i.other_urls[0] = "other.nothing"; }},
+    {"four further outputs", [](MovieInfo& i) { std::fill_n(i.other_urls, 4, "never_made.flv"); }},
+    {"both streams disabled", [](MovieInfo& i) { i.disable_audio = i.disable_video = true; }},
+    {"fps 0", [](MovieInfo& i) { i.fps = 0; }},
+    {"fps -25", [](MovieInfo& i) { i.fps = -25; }},
+    {"odd size", [](MovieInfo& i) { i.width = 321, i.height = 181; }},
+    {"width 0", [](MovieInfo& i) { i.width = 0; }},
+    {"height 0", [](MovieInfo& i) { i.height = 0; }},
+    {"height -180", [](MovieInfo& i) { i.height = -180; }},
+    {"width beyond all codecs", [](MovieInfo& i) { i.width = 1 << 30; }},
+    {"source width -320", [](MovieInfo& i) { i.src_width = -320; }},
+    {"group of -1 pictures", [](MovieInfo& i) { i.gop_size = -1; }},
+    {"negative video bit rate", [](MovieInfo& i) { i.video_bitrate = -600; }},
+    {"negative audio bit rate", [](MovieInfo& i) { i.audio_bitrate = -128; }},
+    {"9 channels", [](MovieInfo& i) { i.channels = 9; }},
+    {"-2 channels", [](MovieInfo& i) { i.channels = -2; }},
+    {"sample rate -48000", [](MovieInfo& i) { i.sample_rate = i.src_sample_rate = -48000; }},
+    {"unknown sample format", [](MovieInfo& i) { i.sample_fmt = 99; }},
+    {"unknown pixel format", [](MovieInfo& i) { i.pix_fmt = 9999; }},
+    {"unknown source pixel format", [](MovieInfo& i) { i.src_pix_fmt = 9999; }},
+    {"no source pixel format", [](MovieInfo& i) { i.src_pix_fmt = -1; }},
+    {"preset 11", [](MovieInfo& i) { i.preset = static_cast<Quality_Level>(11); }},
+    {"preset -1", [](MovieInfo& i) { i.preset = static_cast<Quality_Level>(-1); }},
+    {"profile 7", [](MovieInfo& i) { i.profile = static_cast<Profile_Level>(7); }},
+    {"tune 1000000", [](MovieInfo& i) { i.tune = static_cast<Tune_Level>(1000000); }},
+};
+
+// A started recording refuses everything that needs an open output, and can be stopped.
+void expect_refusals(Recording& recording) {
+  EXPECT_FALSE(recording.open());
+  EXPECT_FALSE(recording.picture(gradients(0), time_us(0)));
+  EXPECT_FALSE(recording.sound(tone(0), time_us(0)));
+  EXPECT_FALSE(ZEVA_write_audio_pcm(recording.handle, nullptr, 0, time_us(9)));
+  EXPECT_FALSE(ZEVA_pause(recording.handle));
+  EXPECT_FALSE(ZEVA_resume(recording.handle));
+}
+
+TEST(BadSettings, AreToldByStatusAndLogAndNothingIsRecorded) {
+  for (const BadStart& bad : kBadStarts) {
+    SCOPED_TRACE(bad.what);
+    MovieInfo info = settings(work_file("movie.mp4"));
+    bad.spoil(info);
+    LogCapture log;
+    Recording recording(info);
+    const std::vector<Status> told = recording.statuses();
+    ASSERT_EQ(told.size(), 1U);
+    EXPECT_NE(told[0].code, 0);
+    EXPECT_NE(told[0].text, "");
+    EXPECT_TRUE(has_error(log.take(), told[0].text)) << "not in the log: " << told[0].text;
+    expect_refusals(recording);
+    recording.stop();
+    EXPECT_EQ(recording.statuses().size(), 1U);
+    printf("%-34s %4d  %s\n", bad.what, told[0].code, told[0].text.c_str());
+  }
+}
+
+// Fields that only describe the host's pictures and sound may be left out by hosts that give none.
+TEST(BadSettings, OfTheSourceRefuseItsPicturesAndSound) {
+  const struct {
+    const char* what;
+    void (*spoil)(MovieInfo&);
+    bool pictures;
+  } cases[] = {
+      {"source width 0", [](MovieInfo& i) { i.src_width = 0; }, true},
+      {"source height 0", [](MovieInfo& i) { i.src_height = 0; }, true},
+      {"0 channels", [](MovieInfo& i) { i.channels = 0; }, false},
+      {"source sample rate 0", [](MovieInfo& i) { i.src_sample_rate = 0; }, false},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.what);
+    MovieInfo info = settings(work_file("movie.mp4"));
+    c.spoil(info);
+    LogCapture log;
+    Recording recording(info);
+    const std::vector<Status> failures = recording.failures();
+    if (failures.empty()) {
+      EXPECT_TRUE(recording.open());
+      log.take();
+      bool accepted = false;
+      for (int frame = 0; frame < 5; ++frame) {
+        accepted |= c.pictures ? recording.picture(gradients(frame), time_us(frame))
+                               : recording.sound(tone(frame), time_us(frame));
+      }
+      EXPECT_FALSE(accepted);
+      EXPECT_TRUE(has_error(log.take(), "")) << "refused without a word";
+    } else {
+      EXPECT_FALSE(recording.open());
+    }
+    printf("%-34s %s\n", c.what,
+           failures.empty() ? "opened, input refused and logged" : failures[0].text.c_str());
+  }
+}
+
+// ---- while recording
+
+class WhileRecording : public testing::Test {
+ protected:
+  // Good input, then `bad`, then good input again: the movie holds just the good input.
+  template <typename Bad>
+  std::vector<LogLine> survive(const char* name, Bad bad) {
+    const fs::path file = work_file(name);
+    LogCapture log;
+    Recording recording(settings(file));
+    EXPECT_TRUE(recording.open());
+    recording.feed(0, 10);
+    log.take();
+    bad(recording);
+    std::vector<LogLine> lines = log.take();
+    recording.feed(10, 2 * kFps);
+    recording.stop();
+    EXPECT_TRUE(recording.failures().empty());
+    EXPECT_EQ(decode_faults(file), "");
+    const std::vector<Row> found = streams(file);
+    EXPECT_EQ(found.size(), 2U);
+    if (found.size() == 2) {
+      EXPECT_EQ(number(found[0], "nb_read_frames"), 2 * kFps);
+      EXPECT_NEAR(number(found[1], "duration"), 2, 0.1);
+    }
+    return lines;
+  }
+};
+
+TEST_F(WhileRecording, AStrideShorterThanARowIsRefused) {
+  const auto lines = survive("stride.mp4", [](Recording& r) {
+    std::vector<uint8_t> picture = gradients(0);
+    const auto size = static_cast<int>(picture.size());
+    for (const int stride : {0, 1, 4 * kWidth - 1, -4}) {
+      EXPECT_FALSE(ZEVA_write_video_bgra(r.handle, picture.data(), size, time_us(10), stride))
+          << stride;
+    }
+    EXPECT_FALSE(ZEVA_write_video_bgra(r.handle, nullptr, size, time_us(10), 4 * kWidth));
+  });
+  EXPECT_TRUE(has_error(lines, "stride"));
+}
+
+TEST_F(WhileRecording, SoundOfNegativeLengthIsRefused) {
+  const auto lines = survive("length.mp4", [](Recording& r) {
+    std::vector<int16_t> pcm = tone(0);
+    EXPECT_FALSE(ZEVA_write_audio_pcm(r.handle, pcm.data(), -4, time_us(10)));
+    EXPECT_FALSE(ZEVA_write_audio_pcm(r.handle, pcm.data(), INT32_MIN, time_us(10)));
+    EXPECT_FALSE(ZEVA_write_audio_pcm(r.handle, pcm.data(), 0, time_us(10)));
+  });
+  EXPECT_TRUE(has_error(lines, "bytes of sound"));
+}
+
+TEST_F(WhileRecording, PicturesWhoseTimeDoesNotGrowAreDropped) {
+  const auto lines = survive("back.mp4", [](Recording& r) {
+    for (const int frame : {9, 5, 0}) r.picture(one_colour(0, 0, 255), time_us(frame));
+    r.picture(one_colour(0, 0, 255), time_us(9) - 3600000000);
+  });
+  EXPECT_EQ(std::count_if(
+                lines.begin(), lines.end(),
+                [](const LogLine& l) { return l.message.find("@@@ V pts") != std::string::npos; }),
+            4);
+}
+
+TEST_F(WhileRecording, SoundWhoseTimeGoesBackKeepsTheMovieWhole) {
+  const fs::path file = work_file("back.mp4");
+  Recording recording(settings(file));
+  recording.feed(0, kFps);
+  for (int frame = 0; frame < 5; ++frame) recording.sound(tone(frame), time_us(frame));
+  recording.feed(kFps, 2 * kFps);
+  recording.stop();
+  EXPECT_TRUE(recording.failures().empty());
+  EXPECT_EQ(decode_faults(file), "");
+}
+
+TEST_F(WhileRecording, SilenceWhoseTimeGoesBackIsRefused) {
+  const auto lines = survive("silence.mp4", [](Recording& r) {
+    EXPECT_FALSE(ZEVA_write_audio_pcm(r.handle, nullptr, 0, time_us(3)));
+    EXPECT_FALSE(ZEVA_write_audio_pcm(r.handle, nullptr, 0, time_us(-1000)));
+  });
+  EXPECT_TRUE(has_error(lines, "refused"));
+}
+
+TEST_F(WhileRecording, FramesThatAreNotAsAnnouncedAreRefused) {
+  const auto lines = survive("frames.mp4", [](Recording& r) {
+    const AVRational microseconds{1, 1000000};
+    EXPECT_FALSE(ZEVA_write_video_frame(r.handle, nullptr, microseconds));
+    EXPECT_FALSE(ZEVA_write_audio_frame(r.handle, nullptr, microseconds));
+    const struct {
+      int format, width, height;
+    } frames[] = {{-1, 0, 0},
+                  {AV_PIX_FMT_BGRA, 16, 16},
+                  {AV_PIX_FMT_BGRA, kWidth, kHeight - 2},
+                  {AV_PIX_FMT_YUV420P, kWidth, kHeight}};
+    for (const auto& f : frames) {
+      AVFrame* frame = av_frame_alloc();
+      frame->format = f.format;
+      frame->width = f.width;
+      frame->height = f.height;
+      if (f.width > 0) {
+        EXPECT_EQ(av_frame_get_buffer(frame, 0), 0);
+      }
+      frame->pts = time_us(10);
+      EXPECT_FALSE(ZEVA_write_video_frame(r.handle, frame, microseconds)) << f.height;
+      frame->pts = time_us(10);
+      EXPECT_FALSE(ZEVA_write_audio_frame(r.handle, frame, microseconds)) << f.height;
+      av_frame_free(&frame);
+    }
+  });
+  EXPECT_TRUE(has_error(lines, "refused a picture"));
+}
+
+TEST_F(WhileRecording, InputAfterTheStopIsRefused) {
+  Recording recording(settings(work_file("stopped.mp4")));
+  recording.feed(0, 5);
+  recording.stop();
+  expect_refusals(recording);
+  recording.stop();
+}
+
+}  // namespace

@@ -1,0 +1,173 @@
+// Handles from start to stop: none at all, one after the other, several at once; and the log.
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <thread>
+
+extern "C" {
+#include <libavutil/frame.h>
+}
+
+#ifdef _WIN32
+#include <windows.h>
+#endif
+
+#include "judge.h"
+#include "recording.h"
+
+namespace {
+using namespace zeva_test;  // NOLINT: a test reads better without the prefix
+namespace fs = std::filesystem;
+
+TEST(NullHandles, GetNeutralValues) {
+  const AVRational tb{1, 25};
+  FilterBase filter;
+  MovieInfo info{};
+  info.fps = 7;
+  void* none = nullptr;
+  ZEVA_stop(nullptr);
+  ZEVA_stop(&none);
+  EXPECT_FALSE(ZEVA_pause(nullptr));
+  EXPECT_FALSE(ZEVA_resume(nullptr));
+  EXPECT_FALSE(ZEVA_is_paused(nullptr));
+  EXPECT_EQ(ZEVA_movie_time(nullptr), 0);
+  EXPECT_EQ(ZEVA_last_usec_pts(nullptr), 0);
+  EXPECT_FALSE(ZEVA_write_video_bgra(nullptr, nullptr, 0, 0, 0));
+  EXPECT_FALSE(ZEVA_write_audio_pcm(nullptr, nullptr, 0, 0));
+  EXPECT_FALSE(ZEVA_write_video_frame(nullptr, nullptr, tb));
+  EXPECT_FALSE(ZEVA_write_audio_frame(nullptr, nullptr, tb));
+  EXPECT_EQ(ZEVA_video_dst_frame(nullptr), nullptr);
+  EXPECT_EQ(ZEVA_audio_dst_frame(nullptr), nullptr);
+  EXPECT_FALSE(ZEVA_add_video_filter(nullptr, &filter));
+  EXPECT_FALSE(ZEVA_add_audio_filter(nullptr, &filter));
+  EXPECT_EQ(ZEVA_generate_testing_vFrame(nullptr, tb), nullptr);
+  EXPECT_EQ(ZEVA_generate_testing_aFrame(nullptr, tb), nullptr);
+  EXPECT_FALSE(ZEVA_get_mInfo(nullptr, &info));
+  EXPECT_EQ(info.fps, 7);
+}
+
+TEST(Handles, NeedNoCallbackAndStopTwice) {
+  const fs::path file = work_file("movie.mp4");
+  MovieInfo info = settings(file);
+  void* handle = ZEVA_start(info, nullptr, nullptr, nullptr, false);
+  ASSERT_TRUE(ZEVA_get_mInfo(handle, &info));
+  EXPECT_EQ(ZEVA_movie_time(handle), 0);
+  EXPECT_EQ(ZEVA_last_usec_pts(handle), -1);
+  ZEVA_stop(&handle);
+  EXPECT_EQ(handle, nullptr);
+  ZEVA_stop(&handle);
+  // And a failed start without anybody to tell.
+  info = settings(work_file("missing") / "movie.mp4");
+  handle = ZEVA_start(info, nullptr, nullptr, nullptr, false);
+  EXPECT_FALSE(ZEVA_get_mInfo(handle, &info));
+  ZEVA_stop(&handle);
+}
+
+// The library's own pictures and tone, through the functions for ready frames.
+TEST(Handles, RecordTheTestSignals) {
+  const fs::path file = work_file("signals.mp4");
+  MovieInfo info = settings(file);
+  Recording recording(info);
+  const AVRational microseconds{1, 1000000};
+  const AVFrame* destination = ZEVA_video_dst_frame(recording.handle);
+  ASSERT_NE(destination, nullptr);
+  EXPECT_EQ(destination->width, kWidth);
+  EXPECT_EQ(destination->format, AV_PIX_FMT_YUV420P);
+  ASSERT_NE(ZEVA_audio_dst_frame(recording.handle), nullptr);
+  for (int frame = 0; frame < kFps; ++frame) {
+    AVFrame* picture = ZEVA_generate_testing_vFrame(recording.handle, microseconds);
+    ASSERT_NE(picture, nullptr);
+    EXPECT_TRUE(ZEVA_write_video_frame(recording.handle, picture, microseconds));
+  }
+  for (int i = 0; i < kSampleRate / 1024; ++i) {
+    AVFrame* sound = ZEVA_generate_testing_aFrame(recording.handle, microseconds);
+    ASSERT_NE(sound, nullptr);
+    ZEVA_write_audio_frame(recording.handle, sound, microseconds);
+  }
+  recording.stop();
+  EXPECT_EQ(decode_faults(file), "");
+  EXPECT_EQ(number(streams(file)[0], "nb_read_frames"), kFps);
+  const std::string samples = decode(file, "-f s16le");
+  EXPECT_NE(samples.find_first_not_of('\0'), std::string::npos);
+}
+
+int open_handles() {
+#ifdef _WIN32
+  DWORD count = 0;
+  GetProcessHandleCount(GetCurrentProcess(), &count);
+  return static_cast<int>(count);
+#else
+  int count = 0;
+  for (const auto& entry : fs::directory_iterator("/proc/self/fd")) count += entry.exists() ? 1 : 0;
+  return count;
+#endif
+}
+
+void record_short_movie(const fs::path& file) {
+  MovieInfo info = settings(file);
+  set_text(info.moov_url, utf8(file) + ".index");
+  Recording recording(info);
+  ASSERT_TRUE(recording.open());
+  recording.feed(0, 5);
+  recording.stop();
+  EXPECT_TRUE(recording.failures().empty());
+}
+
+TEST(Recordings, FiftyInTurnLeaveNothingOpen) {
+  const fs::path file = work_file("movie.mp4");
+  record_short_movie(file);
+  const int before = open_handles();
+  for (int i = 0; i < 50; ++i) record_short_movie(file);
+  EXPECT_EQ(open_handles(), before);
+  EXPECT_EQ(decode_faults(file), "");
+}
+
+TEST(Recordings, FourAtOnceDoNotMix) {
+  std::vector<std::thread> hosts;
+  std::vector<fs::path> files;
+  for (int i = 0; i < 4; ++i) files.push_back(work_file("movie" + std::to_string(i) + ".mp4"));
+  for (int i = 0; i < 4; ++i) {
+    hosts.emplace_back([&, i] {
+      MovieInfo info = settings(files[i]);
+      set_text(info.moov_url, utf8(files[i]) + ".index");
+      Recording recording(info);
+      for (int frame = 0; frame < 20 + i; ++frame) {
+        recording.picture(one_colour(static_cast<uint8_t>(60 * i), 60, 60), time_us(frame));
+        recording.sound(tone(frame), time_us(frame));
+      }
+    });
+  }
+  for (std::thread& host : hosts) host.join();
+  for (int i = 0; i < 4; ++i) {
+    SCOPED_TRACE(i);
+    EXPECT_EQ(decode_faults(files[i]), "");
+    const std::string decoded = decode(files[i], "-f rawvideo -pix_fmt bgra");
+    ASSERT_EQ(decoded.size(), static_cast<size_t>(4 * kWidth * kHeight * (20 + i)));
+    EXPECT_NEAR(static_cast<uint8_t>(decoded[0]), 60 * i, 12);
+  }
+}
+
+TEST(Log, NamesSourcesRelativeToTheTree) {
+  LogCapture log;
+  record_short_movie(work_file("movie.mp4"));
+  const std::vector<LogLine> lines = log.take();
+  EXPECT_GT(lines.size(), 10U);
+  for (const LogLine& line : lines) {
+    EXPECT_TRUE(line.file.rfind("src/", 0) == 0 || line.file.rfind("plugins/", 0) == 0)
+        << line.file;
+    EXPECT_GE(line.level, 0);
+    EXPECT_LE(line.level, 6);
+  }
+}
+
+TEST(Log, GoesIntoAFileWhoseNameMayBeChinese) {
+  const fs::path file = work_file("日志.txt");
+  ZEVA_Log_On((" \"" + utf8(file) + "\"\n").c_str(), 4);
+  record_short_movie(work_file("movie.mp4"));
+  ZEVA_Log_On2(stderr, 2);
+  const std::string text = read_file(file);
+  EXPECT_NE(text.find("[I][bg] zv_av"), std::string::npos) << text;
+  EXPECT_NE(text.find(": --- before stop"), std::string::npos);
+}
+
+}  // namespace
