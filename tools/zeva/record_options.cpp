@@ -91,6 +91,10 @@ void add_video_options(CLI::App& command, RecordOptions& o) {
       ->type_name("N")
       ->check(in_range(1, 100000))
       ->group(group);
+}
+
+void add_encoder_options(CLI::App& command, RecordOptions& o) {
+  const char* group = "Encoder";
   command.add_option("--preset", o.preset, "Encoder preset, ultrafast to placebo")
       ->type_name("NAME")
       ->capture_default_str()
@@ -169,6 +173,7 @@ CLI::App* add_record_command(CLI::App& app, RecordOptions& options) {
   add_source_options(*command, options);
   add_output_options(*command, options);
   add_video_options(*command, options);
+  add_encoder_options(*command, options);
   add_other_options(*command, options);
   return command;
 }
