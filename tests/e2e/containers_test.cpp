@@ -38,6 +38,8 @@ struct Container {
   const char* audio;
 };
 
+void PrintTo(const Container& c, std::ostream* out) { *out << c.extension; }
+
 class Containers : public testing::TestWithParam<Container> {};
 
 // Black and silent, then everything at once: that moment must be one and the same in the movie.
