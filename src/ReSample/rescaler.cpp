@@ -7,9 +7,7 @@ namespace ZV {
 
 int NxRescale::config(AVFrame* dst, AVFrame* src, AVRational tb) {
   time_base = tb;
-  src_width = src->width;
-  src_height = src->height;
-  src_format = src->format;
+  announced = {src->width, src->height, src->format};
   if (src->width == dst->width && src->height == dst->height && src->format == dst->format) {
     return 0;
   }
@@ -25,28 +23,26 @@ int NxRescale::config(AVFrame* dst, AVFrame* src, AVRational tb) {
 }
 
 AVFrame* NxRescale::rescale(AVFrame* in, const AVRational* in_tb) {
-  if (in == nullptr || !as_announced(*in)) return nullptr;
+  if (in == nullptr || in->data[0] == nullptr) return nullptr;
   AVFrame* out = in;
-  if (sws) {
+  if (sws && announced.matches(*in)) {
     out_refs = zeva::release_held_buffers(out_frame.get(), out_refs);
     if (out_refs < 0) return nullptr;
     sws_scale(sws.get(), in->data, in->linesize, 0, in->height, out_frame->data,
               out_frame->linesize);
     out = out_frame.get();
+  } else if (sws && !Shape{out_frame->width, out_frame->height, out_frame->format}.matches(*in)) {
+    ZEVA_LOG(zeva::kLogError, "refused a picture of %dx%d in format %d instead of %dx%d in %d",
+             in->width, in->height, in->format, announced.width, announced.height,
+             announced.format);
+    return nullptr;
   }
   out->pts = av_rescale_q(in->pts, *in_tb, time_base);
   return out;
 }
 
-// The scaler and the encoder read as many lines of as many bytes as the announced size has.
-bool NxRescale::as_announced(const AVFrame& in) const {
-  if (in.data[0] != nullptr && in.width == src_width && in.height == src_height &&
-      in.format == src_format) {
-    return true;
-  }
-  ZEVA_LOG(zeva::kLogError, "refused a picture of %dx%d in format %d instead of %dx%d in %d",
-           in.width, in.height, in.format, src_width, src_height, src_format);
-  return false;
+bool NxRescale::Shape::matches(const AVFrame& frame) const {
+  return frame.width == width && frame.height == height && frame.format == format;
 }
 
 }  // namespace ZV

@@ -20,18 +20,21 @@ class NxRescale {
   int config(AVFrame* dst, AVFrame* src, AVRational tb);
 
   // The converted picture, or `in` itself when there is nothing to convert (its time stamp is then
-  // overwritten). Belongs to the rescaler and is valid until the next call. Null on failure, and
-  // for a picture that is not as `src` announced it.
+  // overwritten). Belongs to the rescaler and is valid until the next call. A picture that is
+  // neither as `src` announced it nor as the encoder takes it cannot be converted: null.
   AVFrame* rescale(AVFrame* in, const AVRational* in_tb);
 
   AVRational time_base{0, 1};
 
  private:
-  bool as_announced(const AVFrame& in) const;
+  struct Shape {
+    int width = 0;
+    int height = 0;
+    int format = -1;
+    bool matches(const AVFrame& frame) const;
+  };
 
-  int src_width = 0;
-  int src_height = 0;
-  int src_format = -1;
+  Shape announced;
   zeva::SwsPtr sws;          // null: pass through
   zeva::FramePtr out_frame;  // null: pass through
   int out_refs = 2;          // references to out_frame's buffers that are not an encoder's

@@ -32,10 +32,11 @@ class EncBase {
   // since a further output may still take them.
   template <typename Edit>
   int drain(OutputStream& ost, const char* kind, Edit edit);
-  int write(OutputStream& ost, const char* kind);
+  bool write(OutputStream& ost, const char* kind);
 
   MovieInfo info{};
-  BaseWriter* writer;  // outlives the encoder
+  BaseWriter* writer;     // outlives the encoder
+  bool refusing = false;  // the writer refused the last packet; told once, not for every packet
 };
 
 template <typename Edit>
@@ -48,7 +49,7 @@ int EncBase::drain(OutputStream& ost, const char* kind, Edit edit) {
     if (received < 0) break;  // nothing was received; the codec reported why when it was fed
     ++count;
     edit(ost.pkt.get());
-    if (write(ost, refused ? nullptr : kind) < 0) refused = true;
+    if (!write(ost, kind)) refused = true;
     av_packet_unref(ost.pkt.get());
   }
   return refused ? -3 : count;

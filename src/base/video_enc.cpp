@@ -66,8 +66,8 @@ int VideoEnc::encode(AVFormatContext* oc, OutputStream& ost, AVFrame* frame) {
   av_packet_unref(ost.pkt.get());
   if (frame != nullptr) {
     if (filter != nullptr) frame = filter->filter(frame);
-    if (frame != nullptr && frame->format != ost.enc->pix_fmt) frame = convert(ost, frame);
-    if (frame == nullptr) return 0;  // the filter swallowed it; null would end the stream
+    if (frame != nullptr) frame = convert(ost, frame);
+    if (frame == nullptr) return 0;  // swallowed by the filter, or refused; null ends the stream
   }
   const int sent = avcodec_send_frame(ost.enc.get(), frame);
   if (sent < 0) {
@@ -83,9 +83,22 @@ int VideoEnc::encode(AVFormatContext* oc, OutputStream& ost, AVFrame* frame) {
 
 AVFrame* VideoEnc::convert(OutputStream& ost, AVFrame* frame) {
   const AVCodecContext& enc = *ost.enc;
+  if (frame->format == enc.pix_fmt && frame->width == enc.width && frame->height == enc.height) {
+    return frame;
+  }
   if (!conversion_scaler) {
     conversion_scaler =
         make_scaler(frame->width, frame->height, frame->format, enc.width, enc.height, enc.pix_fmt);
+    conversion_width = frame->width;
+    conversion_height = frame->height;
+    conversion_format = frame->format;
+  }
+  if (frame->width != conversion_width || frame->height != conversion_height ||
+      frame->format != conversion_format) {
+    ZEVA_LOG(kLogError, "refused a picture of %dx%d in format %d: the first was %dx%d in %d",
+             frame->width, frame->height, frame->format, conversion_width, conversion_height,
+             conversion_format);
+    return nullptr;
   }
   AVFrame* own = ost.frame.get();
   frame_refs = release_held_buffers(own, frame_refs);

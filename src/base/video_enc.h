@@ -9,7 +9,7 @@
 
 namespace zeva {
 
-// Encodes pictures, converting those that are not in the codec's pixel format, and hands every
+// Encodes pictures, converting those that are not in the codec's format and size, and hands every
 // packet to the writer. Owns its filter and its scalers. One thread at a time.
 class VideoEnc : public EncBase {
  public:
@@ -31,10 +31,14 @@ class VideoEnc : public EncBase {
   FilterBase* filter = nullptr;
 
  private:
+  // The frame in the codec's format and size; null when it cannot be made so.
   AVFrame* convert(OutputStream& ost, AVFrame* frame);
   bool draw_test_picture(OutputStream& ost);
 
-  SwsPtr conversion_scaler;
+  SwsPtr conversion_scaler;  // for pictures as the first one to be converted was
+  int conversion_width = 0;
+  int conversion_height = 0;
+  int conversion_format = -1;
   SwsPtr pattern_scaler;
   int frame_refs = 1;
   int64_t pattern_period_sec = 10;

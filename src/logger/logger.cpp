@@ -66,14 +66,14 @@ Logger* Logger::instance(Logger* replacement) {
 int Logger::log(Logger* lg, const char* tag, int level, const char* file, int line, const char* fmt,
                 ...) {
   const int clamped = std::clamp(level, 0, kHighestLevel);
-  const bool to_callback = lg->has_callback.load(std::memory_order_acquire);
-  if (!to_callback && clamped > lg->level.load(std::memory_order_relaxed)) return kHighestLevel;
+  const auto callback = lg->has_callback.load(std::memory_order_acquire)
+                            ? std::atomic_load(&lg->callback)
+                            : std::shared_ptr<const Callback>();
+  if (!callback && clamped > lg->level.load(std::memory_order_relaxed)) return kHighestLevel;
 
   va_list args;
   va_start(args, fmt);
   int result = 0;
-  const auto callback =
-      to_callback ? std::atomic_load(&lg->callback) : std::shared_ptr<const Callback>();
   if (callback) {
     char message[kLineCap + 1] = "";
     result = vsnprintf(message, sizeof message, fmt, args);

@@ -10,16 +10,18 @@ namespace {
 constexpr int64_t kSmallestGapUs = 40000;  // less is the wavering of time stamps
 constexpr int64_t kLongestSilenceUs = 1000000;
 constexpr int kMaxChannels = 8;
+constexpr double kMaxFps = 240;
+constexpr double kUnknownFps = 30;
 
-// Time stamps of cameras waver, so the rate that the container announces for a constant rate is
-// better than the average, as long as it is near it. Rounding up loses no picture; what is just
-// above a whole number is meant to be that number.
+// The average rate suffers from pictures that a camera left out and from the last one's length, so
+// the rate that the time stamps suggest is better, as long as it is near the average. Rounding up
+// loses no picture; what is just above a whole number is meant to be that number.
 int frame_rate_of(const AVStream& stream) {
   double average = stream.avg_frame_rate.num > 0 ? av_q2d(stream.avg_frame_rate) : 0;
-  double real = stream.r_frame_rate.num > 0 ? av_q2d(stream.r_frame_rate) : 0;
-  double rate = average;
-  if (average <= 0 || (real > average && real <= average * 1.5)) rate = real;
-  if (!(rate > 0 && rate <= 240)) rate = average > 0 && average <= 240 ? average : 30;
+  double suggested = stream.r_frame_rate.num > 0 ? av_q2d(stream.r_frame_rate) : 0;
+  bool near = suggested >= average * 0.95 && suggested <= average * 1.5;
+  double rate = near || average <= 0 ? suggested : average;
+  if (!(rate > 0 && rate <= kMaxFps)) rate = kUnknownFps;
   return std::max(1, static_cast<int>(std::ceil(rate - 0.1)));
 }
 

@@ -27,6 +27,7 @@ constexpr PictureSize kPatternSize{1280, 720};
 constexpr int kPatternFps = 30;
 constexpr int kLogLevelWithFile = 4;
 constexpr int kLogLevelOnConsole = 2;
+constexpr int kMainOutputNotOpened = 11;  // ZEVA_status_callback
 
 Status set_up_log(const RecordOptions& options, Terminal& terminal) {
   bool to_file = !options.log.empty();
@@ -99,7 +100,7 @@ std::vector<std::string> find_faults(const std::vector<std::string>& urls,
                                      const RecordingResult& result) {
   std::vector<std::string> faults;
   std::vector<std::string> unseen;
-  std::string reason = result.failures.empty() ? "" : ": " + result.failures.front();
+  std::string reason = result.failures.empty() ? "" : ": " + result.failures.front().text;
   for (const std::string& url : urls) {
     if (!is_local_file(url)) {
       unseen.push_back(url);
@@ -122,10 +123,11 @@ std::vector<std::string> find_faults(const std::vector<std::string>& urls,
 
 std::vector<std::string> opening_faults(const std::vector<std::string>& urls,
                                         const RecordingResult& result) {
-  std::string name = urls.size() == 1 ? urls.front() : "an output";
   std::vector<std::string> faults;
-  for (const std::string& failure : result.failures) {
-    faults.push_back(name + " could not be opened: " + failure);
+  for (const Failure& failure : result.failures) {
+    bool is_main = urls.size() == 1 || failure.code == kMainOutputNotOpened;
+    faults.push_back((is_main ? urls.front() : "an output") +
+                     " could not be opened: " + failure.text);
   }
   if (faults.empty()) faults.emplace_back("stopped before the outputs were open");
   return faults;
@@ -141,28 +143,61 @@ std::vector<std::string> recording_faults(const std::vector<std::string>& urls,
 }
 
 void report_success(const RecordingResult& result, size_t outputs, StatusLine& line) {
-  char text[128];
-  snprintf(text, sizeof text, "recorded %.1f s, %lld frames, %lld dropped, %zu output%s finished",
-           static_cast<double>(result.progress.movie_us) / 1e6,
-           static_cast<long long>(result.progress.pictures),
-           static_cast<long long>(result.progress.dropped), outputs, outputs == 1 ? "" : "s");
-  line.message(text);
+  const Progress& progress = result.progress;
+  char length[32];
+  snprintf(length, sizeof length, "%.1f s", static_cast<double>(progress.movie_us) / 1e6);
+  std::string text = std::string("recorded ") + length;
+  if (progress.has_pictures) {
+    text += ", " + std::to_string(progress.pictures) + " frames, " +
+            std::to_string(progress.dropped) + " dropped";
+  }
+  line.message(text + ", " + std::to_string(outputs) + " output" + (outputs == 1 ? "" : "s") +
+               " finished");
 }
 
-int judge(const RecordOptions& options, const RecordingResult& result, StatusLine& line) {
+bool file_exists(const std::string& path) {
+  std::error_code error;
+  return !path.empty() && fs::exists(fs::u8path(path), error);
+}
+
+void remove_file(const std::string& path) {
+  std::error_code error;
+  fs::remove(fs::u8path(path), error);
+}
+
+// The index goes when the movie is finished, and also when nothing was recorded that it could help
+// to bring back; but then an older one was not this recording's.
+void settle_index(const RecordOptions& options, const RecordingResult& result, bool finished,
+                  bool was_there, StatusLine& line) {
+  std::string index = index_path(options);
+  if (!file_exists(index)) return;
+  if (finished ? !options.keep_index : result.pieces == 0 && !was_there) {
+    remove_file(index);
+  } else if (!finished) {
+    line.message("the index is kept: " + index);
+  }
+}
+
+// Returns the exit status.
+int judge(const RecordOptions& options, const RecordingResult& result, bool index_was_there,
+          StatusLine& line) {
   std::vector<std::string> urls = output_urls(options);
   std::vector<std::string> faults = recording_faults(urls, result);
   for (const std::string& fault : faults) line.message(fault);
-  std::string index = index_path(options);
-  std::error_code error;
-  bool index_exists = !index.empty() && fs::exists(fs::u8path(index), error);
-  if (faults.empty()) {
-    if (index_exists && !options.keep_index) fs::remove(fs::u8path(index), error);
-    report_success(result, urls.size(), line);
-    return kExitSuccess;
-  }
-  if (index_exists) line.message("the index is kept: " + index);
-  return kExitFailure;
+  settle_index(options, result, faults.empty(), index_was_there, line);
+  if (!faults.empty()) return kExitFailure;
+  report_success(result, urls.size(), line);
+  return kExitSuccess;
+}
+
+RecordingResult record(const RecordOptions& options, Source& source, Terminal& terminal,
+                       StatusLine& line) {
+  MovieInfo settings = make_settings(options, source.format());
+  RecordingPace pace;
+  pace.fast = options.fast;
+  if (options.duration_s) pace.duration_us = static_cast<int64_t>(*options.duration_s * 1e6);
+  Recorder recorder(settings, pace, source, terminal, line);
+  return recorder.run();
 }
 
 Status check_before_opening(const RecordOptions& options) {
@@ -180,8 +215,8 @@ int run_record(const RecordOptions& options, Terminal& terminal) {
     return kExitUsage;
   }
   terminal.catch_signals();
-  status = set_up_log(options, terminal);
   std::unique_ptr<Source> source = make_source(options, terminal);
+  status = set_up_log(options, terminal);
   if (status.ok()) status = check_before_opening(options);
   if (status.ok()) status = source->open();
   if (!status.ok()) {
@@ -189,14 +224,10 @@ int run_record(const RecordOptions& options, Terminal& terminal) {
     return kExitFailure;
   }
   if (options.raw.empty()) terminal.take_keys();
-  MovieInfo settings = make_settings(options, source->format());
-  RecordingPace pace;
-  pace.fast = options.fast;
-  if (options.duration_s) pace.duration_us = static_cast<int64_t>(*options.duration_s * 1e6);
-  Recorder recorder(settings, pace, *source, terminal, line);
-  RecordingResult result = recorder.run();
+  bool index_was_there = file_exists(index_path(options));
+  RecordingResult result = record(options, *source, terminal, line);
   for (const std::string& warning : source->warnings()) line.message("warning: " + warning);
-  return judge(options, result, line);
+  return judge(options, result, index_was_there, line);
 }
 
 }  // namespace zeva_tool

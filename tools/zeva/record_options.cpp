@@ -21,7 +21,13 @@ constexpr const char* kFooter =
     "  zeva record --input camera.mp4 --loop -o rtmp://server/live/key --also archive.mkv\n"
     "  producer | zeva record --raw 1280x720@30 -o screen.mp4 --meta title:Demo\n"
     "\n"
-    "Exit status: 0 when every output was finished, 1 when something failed, 2 for wrong usage.";
+    "Exit status: 0 when every output was finished, 1 when something failed, 2 for wrong usage.\n";
+
+// The help stays readable without the validator's own words; its refusals name the range.
+template <typename Number>
+CLI::Validator in_range(Number min, Number max) {
+  return CLI::Range(min, max).description("");
+}
 
 void add_source_options(CLI::App& command, RecordOptions& o) {
   const char* group = "Source (one of the first three)";
@@ -36,7 +42,7 @@ void add_source_options(CLI::App& command, RecordOptions& o) {
   command.add_flag("--fast", o.fast, "As fast as the machine can, not at real speed")->group(group);
   command.add_option("--duration", o.duration_s, "Stop after this much movie time")
       ->type_name("SEC")
-      ->check(CLI::Range(0.001, 1e9))
+      ->check(in_range(0.001, 1e9))
       ->group(group);
 }
 
@@ -67,7 +73,7 @@ void add_output_options(CLI::App& command, RecordOptions& o) {
       ->group(group);
   command.add_option("--timeout", o.timeout_s, "Network time-out")
       ->type_name("SEC")
-      ->check(CLI::Range(1, 3600))
+      ->check(in_range(1, 3600))
       ->group(group);
 }
 
@@ -78,46 +84,62 @@ void add_video_options(CLI::App& command, RecordOptions& o) {
       ->type_name("WxH")
       ->group(group);
   command.add_option("--fps", o.fps, "Pictures a second (default: the source's)")
-      ->check(CLI::Range(1, kMaxFps))
+      ->type_name("N")
+      ->check(in_range(1, kMaxFps))
       ->group(group);
   command.add_option("--gop", o.gop, "Pictures from key picture to key picture (default: 2 s)")
-      ->check(CLI::Range(1, 100000))
+      ->type_name("N")
+      ->check(in_range(1, 100000))
       ->group(group);
+}
+
+void add_encoder_options(CLI::App& command, RecordOptions& o) {
+  const char* group = "Encoder";
   command.add_option("--preset", o.preset, "Encoder preset, ultrafast to placebo")
+      ->type_name("NAME")
       ->capture_default_str()
       ->group(group);
   command.add_option("--profile", o.profile, "H.264 profile, baseline to high444")
+      ->type_name("NAME")
       ->capture_default_str()
       ->group(group);
   command.add_option("--tune", o.tune, "Encoder tuning, film to zerolatency, or none")
+      ->type_name("NAME")
       ->capture_default_str()
       ->group(group);
   command.add_option("--rc", o.rate_control, "Rate control: abr, cbr, vbr or cqp")
+      ->type_name("NAME")
       ->capture_default_str()
       ->group(group);
-  command.add_option("--bitrate", o.bitrate_kbps, "kbit/s (default: by size and rate)")
-      ->check(CLI::Range(1, 1000000))
+  command
+      .add_option("--bitrate", o.bitrate_kbps, "Rate of the pictures (default: by size and fps)")
+      ->type_name("KBPS")
+      ->check(in_range(1, 1000000))
       ->group(group);
-  command.add_option("--crf", o.crf, "Constant quality under the rate of --rc cbr")
-      ->check(CLI::Range(1, 51))
+  command.add_option("--crf", o.crf, "Constant quality, 1 best to 51, under the rate of --rc cbr")
+      ->type_name("N")
+      ->check(in_range(1, 51))
       ->group(group);
-  command.add_option("--qp", o.qp, "Quantiser of --rc cqp (default: 20)")
-      ->check(CLI::Range(1, 51))
+  command.add_option("--qp", o.qp, "Quantiser of --rc cqp, 1 best to 51 (default: 20)")
+      ->type_name("N")
+      ->check(in_range(1, 51))
       ->group(group);
   command.add_flag("--hardware", o.hardware, "Try hardware encoders first")->group(group);
 }
 
 void add_other_options(CLI::App& command, RecordOptions& o) {
   command.add_flag("--no-audio", o.no_audio, "Record pictures only")->group("Sound");
-  command.add_option("--audio-bitrate", o.audio_bitrate_kbps, "kbit/s")
+  command.add_option("--audio-bitrate", o.audio_bitrate_kbps, "Rate of the sound")
+      ->type_name("KBPS")
       ->capture_default_str()
-      ->check(CLI::Range(8, 1024))
+      ->check(in_range(8, 1024))
       ->group("Sound");
   command.add_option("--log", o.log, "Append the library's messages to this file")
       ->type_name("FILE")
       ->group("Messages");
   command.add_option("--log-level", o.log_level, "0 least to 6 everything (default: 4 with --log)")
-      ->check(CLI::Range(0, 6))
+      ->type_name("N")
+      ->check(in_range(0, 6))
       ->group("Messages");
   command.add_flag("--verbose", o.verbose, "Let the libraries' messages through to the console")
       ->group("Messages");
@@ -151,6 +173,7 @@ CLI::App* add_record_command(CLI::App& app, RecordOptions& options) {
   add_source_options(*command, options);
   add_output_options(*command, options);
   add_video_options(*command, options);
+  add_encoder_options(*command, options);
   add_other_options(*command, options);
   return command;
 }

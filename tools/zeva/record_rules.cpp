@@ -1,6 +1,7 @@
 #include "record_rules.h"
 
 #include <algorithm>
+#include <tuple>
 #include <utility>
 
 #include "output_url.h"
@@ -105,6 +106,27 @@ Status check_urls(const RecordOptions& o) {
   return {};
 }
 
+// The library would leave such a stream out without a word.
+Status check_encoders(const RecordOptions& o) {
+  OutputCodecs codecs = main_codecs(o.output);
+  for (auto [codec, wanted, option] : {std::tuple(codecs.video, wants_video(o), "--no-video"),
+                                       std::tuple(codecs.audio, wants_audio(o), "--no-audio")}) {
+    if (!wanted || avcodec_find_encoder(codec)) continue;
+    return Status("-o " + o.output + ": there is no encoder here for the " +
+                  avcodec_get_name(codec) + " of this kind of file; choose another kind or " +
+                  option);
+  }
+  return {};
+}
+
+bool can_hold(AVOutputFormat* container, AVCodecID codec) {
+  int answer = avformat_query_codec(container, codec, FF_COMPLIANCE_NORMAL);
+  if (answer != AVERROR_PATCHWELCOME) return answer > 0;
+  // The container does not know; what matters then is whether it takes this kind of stream at all.
+  bool video = avcodec_get_type(codec) == AVMEDIA_TYPE_VIDEO;
+  return (video ? container->video_codec : container->audio_codec) != AV_CODEC_ID_NONE;
+}
+
 // A further output receives the packets of the main one.
 Status check_further_output(const RecordOptions& o, const std::string& url) {
   std::string argument = "--also " + url;
@@ -113,12 +135,12 @@ Status check_further_output(const RecordOptions& o, const std::string& url) {
   if (has_scheme(url, "rtsp")) {
     return Status(argument + ": an rtsp:// URL must be the main output (-o)");
   }
-  const AVOutputFormat* container = further_container(url);
+  AVOutputFormat* container = further_container(url);
   if (!container) return Status(argument + ": no container goes by this ending");
   OutputCodecs codecs = main_codecs(o.output);
   for (auto [codec, wanted] :
        {std::pair(codecs.video, wants_video(o)), std::pair(codecs.audio, wants_audio(o))}) {
-    if (!wanted || avformat_query_codec(container, codec, FF_COMPLIANCE_NORMAL) != 0) continue;
+    if (!wanted || can_hold(container, codec)) continue;
     return Status(argument + ": cannot hold the " + avcodec_get_name(codec) +
                   " of the main output " + o.output + "; make another one the main output");
   }
@@ -199,7 +221,7 @@ std::string meta_text(const RecordOptions& o) {
 Status check_record_options(const RecordOptions& options) {
   for (auto check :
        {check_source, check_names, check_rate_control, check_size, check_urls, check_streams,
-        check_meta, check_index, check_files_differ, check_further_outputs}) {
+        check_meta, check_index, check_files_differ, check_encoders, check_further_outputs}) {
     Status status = check(options);
     if (!status.ok()) return status;
   }

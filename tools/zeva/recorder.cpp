@@ -122,9 +122,9 @@ void Recorder::show_progress() {
 // A broken output is told at once, while the others go on.
 void Recorder::report_new_failures() {
   if (inbox.failure_count() == failures_reported || output_count == 1) return;
-  std::vector<std::string> failures = inbox.failures();
+  std::vector<Failure> failures = inbox.failures();
   for (; failures_reported < failures.size(); ++failures_reported) {
-    status_line.message("an output failed: " + failures[failures_reported]);
+    status_line.message("an output failed: " + failures[failures_reported].text);
   }
 }
 

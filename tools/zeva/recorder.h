@@ -31,7 +31,7 @@ struct RecordingResult {
   int64_t pieces = 0;
   Progress progress;
   MovieInfo effective{};
-  std::vector<std::string> failures;
+  std::vector<Failure> failures;
 };
 
 class Recorder {

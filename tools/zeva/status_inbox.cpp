@@ -12,7 +12,7 @@ void StatusInbox::receive(int code, const char* message, void* user) {
       inbox->is_open = true;
     } else {
       std::string text = message && *message ? message : "no reason given";
-      inbox->failure_texts.push_back(text + " (code " + std::to_string(code) + ")");
+      inbox->reported.push_back({code, text + " (code " + std::to_string(code) + ")"});
     }
   }
   Terminal::wake();
@@ -25,17 +25,17 @@ bool StatusInbox::opened() const {
 
 bool StatusInbox::opening_decided() const {
   std::lock_guard<std::mutex> lock(mutex);
-  return is_open || !failure_texts.empty();
+  return is_open || !reported.empty();
 }
 
-std::vector<std::string> StatusInbox::failures() const {
+std::vector<Failure> StatusInbox::failures() const {
   std::lock_guard<std::mutex> lock(mutex);
-  return failure_texts;
+  return reported;
 }
 
 size_t StatusInbox::failure_count() const {
   std::lock_guard<std::mutex> lock(mutex);
-  return failure_texts.size();
+  return reported.size();
 }
 
 }  // namespace zeva_tool

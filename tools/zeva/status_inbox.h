@@ -8,6 +8,11 @@
 
 namespace zeva_tool {
 
+struct Failure {
+  int code;
+  std::string text;  // the library's, with the code
+};
+
 class StatusInbox {
  public:
   // A ZEVA_status_callback; `user` is the inbox. Wakes the terminal.
@@ -16,14 +21,14 @@ class StatusInbox {
   bool opened() const;
   bool opening_decided() const;  // opened or failed
 
-  // All failures reported so far, the library's text each.
-  std::vector<std::string> failures() const;
+  // All failures reported so far.
+  std::vector<Failure> failures() const;
   size_t failure_count() const;
 
  private:
   mutable std::mutex mutex;
   bool is_open = false;
-  std::vector<std::string> failure_texts;
+  std::vector<Failure> reported;
 };
 
 }  // namespace zeva_tool

@@ -80,9 +80,12 @@ void StatusLine::update(const Progress& progress) {
 }
 
 void StatusLine::measure_rate(const Progress& progress, int64_t now_us) {
-  if (now_us - rate_from_us < kRateWindowUs) return;
+  int64_t window_us = now_us - rate_from_us;
+  if (window_us <= 0 || (window_us < kRateWindowUs && rate_measured)) return;
   pictures_per_second = static_cast<double>(progress.pictures - rate_from_pictures) * 1e6 /
-                        static_cast<double>(now_us - rate_from_us);
+                        static_cast<double>(window_us);
+  if (window_us < kRateWindowUs) return;  // a first guess
+  rate_measured = true;
   rate_from_us = now_us;
   rate_from_pictures = progress.pictures;
 }

@@ -45,6 +45,7 @@ class StatusLine {
   bool was_paused = false;
   int64_t rate_from_us = 0;
   int64_t rate_from_pictures = 0;
+  bool rate_measured = false;
   double pictures_per_second = 0;
   size_t drawn_columns = 0;
 };

@@ -1,0 +1,171 @@
+#include "media.h"
+
+#include <algorithm>
+#include <cstring>
+#include <utility>
+
+namespace {
+
+constexpr int kIoBytes = 4096;
+
+std::string tag(AVDictionary* metadata, const char* key) {
+  const AVDictionaryEntry* entry = av_dict_get(metadata, key, nullptr, 0);
+  return entry != nullptr ? entry->value : "";
+}
+
+}  // namespace
+
+MovieInfo small_movie(const std::string& url) {
+  MovieInfo info{};
+  snprintf(info.url, sizeof info.url, "%s", url.c_str());
+  info.audio_bitrate = 64;
+  info.src_sample_rate = info.sample_rate = 48000;
+  info.channels = 2;
+  info.sample_fmt = AV_SAMPLE_FMT_S16;
+  info.video_bitrate = 200;
+  info.width = info.src_width = 64;
+  info.height = info.src_height = 48;
+  info.fps = 25;
+  info.gop_size = 12;
+  info.src_pix_fmt = AV_PIX_FMT_BGRA;
+  info.pix_fmt = AV_PIX_FMT_YUV420P;
+  info.colorspace = AVCOL_SPC_UNSPECIFIED;
+  info.preset = kQualityUltrafast;
+  info.profile = kProfileHigh;
+  info.tune = kTuneZerolatency;
+  return info;
+}
+
+zeva::FramePtr make_picture(AVPixelFormat format, int width, int height, int64_t pts, int value) {
+  zeva::FramePtr frame(av_frame_alloc());
+  frame->format = format;
+  frame->width = width;
+  frame->height = height;
+  frame->pts = pts;
+  av_frame_get_buffer(frame.get(), 0);
+  for (int p = 0; p < AV_NUM_DATA_POINTERS && frame->buf[p] != nullptr; ++p) {
+    memset(frame->buf[p]->data, value, static_cast<size_t>(frame->buf[p]->size));
+  }
+  return frame;
+}
+
+zeva::FramePtr make_sound(AVSampleFormat format, int sample_rate, int nb_samples, int64_t pts,
+                          int value) {
+  zeva::FramePtr frame(av_frame_alloc());
+  frame->format = format;
+  frame->channel_layout = AV_CH_LAYOUT_STEREO;
+  frame->channels = 2;
+  frame->sample_rate = sample_rate;
+  frame->nb_samples = nb_samples;
+  frame->pts = pts;
+  av_frame_get_buffer(frame.get(), 0);
+  for (int i = 0; i < nb_samples; ++i) {
+    for (int c = 0; c < 2; ++c) {
+      if (format == AV_SAMPLE_FMT_S16) {
+        reinterpret_cast<int16_t*>(frame->data[0])[2 * i + c] = static_cast<int16_t>(value);
+      } else {
+        reinterpret_cast<float*>(frame->data[c])[i] = static_cast<float>(value);
+      }
+    }
+  }
+  return frame;
+}
+
+zeva::PacketPtr make_packet(int stream_index, int64_t pts, int64_t dts, int64_t duration, int size,
+                            bool key) {
+  zeva::PacketPtr packet(av_packet_alloc());
+  av_new_packet(packet.get(), size);
+  memset(packet->data, 0x11, static_cast<size_t>(size));
+  packet->stream_index = stream_index;
+  packet->pts = pts;
+  packet->dts = dts;
+  packet->duration = duration;
+  packet->flags = key ? AV_PKT_FLAG_KEY : 0;
+  return packet;
+}
+
+AVStream* add_picture_stream(AVFormatContext* oc) {
+  AVStream* st = avformat_new_stream(oc, nullptr);
+  st->time_base = {1, 12800};
+  st->codecpar->codec_type = AVMEDIA_TYPE_VIDEO;
+  st->codecpar->codec_id = AV_CODEC_ID_MPEG4;
+  st->codecpar->format = AV_PIX_FMT_YUV420P;
+  st->codecpar->width = 64;
+  st->codecpar->height = 48;
+  return st;
+}
+
+AVStream* add_sound_stream(AVFormatContext* oc) {
+  static constexpr uint8_t kStereo48k[] = {0x11, 0x90};  // AudioSpecificConfig, ISO/IEC 14496-3
+  AVStream* st = avformat_new_stream(oc, nullptr);
+  st->time_base = {1, 48000};
+  AVCodecParameters& par = *st->codecpar;
+  par.codec_type = AVMEDIA_TYPE_AUDIO;
+  par.codec_id = AV_CODEC_ID_AAC;
+  par.format = AV_SAMPLE_FMT_FLTP;
+  par.channels = 2;
+  par.channel_layout = AV_CH_LAYOUT_STEREO;
+  par.sample_rate = 48000;
+  par.frame_size = 1024;
+  par.extradata =
+      static_cast<uint8_t*>(av_mallocz(sizeof kStereo48k + AV_INPUT_BUFFER_PADDING_SIZE));
+  par.extradata_size = sizeof kStereo48k;
+  memcpy(par.extradata, kStereo48k, sizeof kStereo48k);
+  return st;
+}
+
+zeva::FormatContextPtr make_output(const std::string& url, bool open_io) {
+  AVFormatContext* oc = nullptr;
+  avformat_alloc_output_context2(&oc, nullptr, nullptr, url.c_str());
+  if (oc == nullptr) return nullptr;
+  add_picture_stream(oc);
+  add_sound_stream(oc);
+  if (open_io && avio_open(&oc->pb, url.c_str(), AVIO_FLAG_WRITE) < 0) {
+    avformat_free_context(oc);
+    return nullptr;
+  }
+  return zeva::FormatContextPtr(oc);
+}
+
+WriteIo::WriteIo(Write given) : write(std::move(given)) {
+  auto* buffer = static_cast<uint8_t*>(av_malloc(kIoBytes));
+  pb = avio_alloc_context(
+      buffer, kIoBytes, 1, this, nullptr,
+      [](void* self, uint8_t* data, int size) {
+        return static_cast<WriteIo*>(self)->write(data, size);
+      },
+      nullptr);
+}
+
+WriteIo::~WriteIo() {
+  av_freep(&pb->buffer);
+  avio_context_free(&pb);
+}
+
+int Movie::count(int stream) const {
+  return static_cast<int>(std::count_if(packets.begin(), packets.end(),
+                                        [=](const MoviePacket& p) { return p.stream == stream; }));
+}
+
+Movie read_movie(const std::string& path) {
+  Movie movie;
+  AVFormatContext* ic = nullptr;
+  if (avformat_open_input(&ic, path.c_str(), nullptr, nullptr) < 0) return movie;
+  ic->flags |= AVFMT_FLAG_NOPARSE | AVFMT_FLAG_NOFILLIN;
+  for (unsigned i = 0; i < ic->nb_streams; ++i)
+    movie.time_bases.push_back(ic->streams[i]->time_base);
+  movie.title = tag(ic->metadata, "title");
+  movie.comment = tag(ic->metadata, "comment");
+  const zeva::PacketPtr packet(av_packet_alloc());
+  while (av_read_frame(ic, packet.get()) >= 0) {
+    movie.packets.push_back({packet->stream_index, packet->pos, packet->size, packet->pts,
+                             packet->dts, packet->duration,
+                             (packet->flags & AV_PKT_FLAG_KEY) != 0});
+    av_packet_unref(packet.get());
+  }
+  avformat_close_input(&ic);
+  std::stable_sort(
+      movie.packets.begin(), movie.packets.end(),
+      [](const MoviePacket& a, const MoviePacket& b) { return a.position < b.position; });
+  return movie;
+}

@@ -1,0 +1,43 @@
+// A folder of a test's own, removed with everything in it.
+#pragma once
+
+#include <cstdio>
+#include <filesystem>
+#include <random>
+#include <string>
+
+#include "files.h"
+
+class TempDir {
+ public:
+  TempDir() {
+    std::random_device random;
+    root = std::filesystem::temp_directory_path() / ("zeva-test-" + std::to_string(random()));
+    std::filesystem::create_directories(root);
+  }
+  ~TempDir() {
+    std::error_code ignored;
+    std::filesystem::remove_all(root, ignored);
+  }
+  TempDir(const TempDir&) = delete;
+  TempDir& operator=(const TempDir&) = delete;
+
+  // UTF-8 path of `name` (UTF-8) in the folder.
+  std::string path(const std::string& name) const {
+    return (root / std::filesystem::u8path(name)).u8string();
+  }
+
+ private:
+  std::filesystem::path root;
+};
+
+// The bytes of a file; empty when it cannot be read.
+inline std::string read_file(const std::string& path, const char* mode = "rb") {
+  std::string bytes;
+  FILE* file = zeva::open_file(path.c_str(), mode);
+  if (file == nullptr) return bytes;
+  char buffer[4096];
+  for (size_t n; (n = fread(buffer, 1, sizeof buffer, file)) > 0;) bytes.append(buffer, n);
+  fclose(file);
+  return bytes;
+}
