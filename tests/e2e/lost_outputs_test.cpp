@@ -1,8 +1,8 @@
 // Outputs that break while others go on: full disks, removed files. Linux only, which has a device
 // that is always full and lets open files be removed.
 #include <gtest/gtest.h>
+#include <sched.h>
 #include <sys/mount.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -106,27 +106,20 @@ TEST(LostOutputsLinux, AnMp4OnAFullDiskDoesNotStart) {
   EXPECT_EQ(recording.failures()[0].text, "No space left on device");
 }
 
-// A file system of a megabyte, for as long as the object lives.
-class SmallDisk {
- public:
-  explicit SmallDisk(const fs::path& folder) : folder_(folder) {
-    fs::create_directories(folder_);
-    mounted = mount("tmpfs", folder_.c_str(), "tmpfs", 0, "size=1m") == 0;
-  }
-  ~SmallDisk() {
-    if (mounted) umount2(folder_.c_str(), MNT_DETACH);
-  }
-  bool mounted;
-
- private:
-  fs::path folder_;
-};
+// A file system of a megabyte, which only this process sees and which ends with it.
+bool mount_small_disk(const fs::path& folder) {
+  fs::create_directories(folder);
+  return unshare(CLONE_NEWNS) == 0 &&
+         mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
+         mount("tmpfs", folder.c_str(), "tmpfs", 0, "size=1m") == 0;
+}
 
 // Where the index says the packets of the main output lie, they lie, as far as the disk took them.
 TEST(LostOutputsLinux, AFullDiskKeepsTheFileSoFarAndItsIndex) {
   const fs::path folder = work_file("disk");
-  const SmallDisk disk(folder);
-  if (!disk.mounted) GTEST_SKIP() << "no right to mount a small file system: " << strerror(errno);
+  if (!mount_small_disk(folder)) {
+    GTEST_SKIP() << "no right to mount a small file system: " << strerror(errno);
+  }
   const fs::path file = folder / "main.mp4";
   const fs::path good = work_file("good.mkv");
   const fs::path index = work_file("main.index");
