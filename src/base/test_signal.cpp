@@ -32,7 +32,7 @@ void RisingTone::restart(int sample_rate) {
 void RisingTone::fill(AVFrame* frame, int channels) {
   auto* out = reinterpret_cast<int16_t*>(frame->data[0]);
   for (int i = 0; i < frame->nb_samples; ++i) {
-    const auto value = static_cast<int16_t>(std::sin(t) * 10000);
+    const auto value = static_cast<int16_t>(std::sin(double{t}) * 10000);
     for (int c = 0; c < channels; ++c) *out++ = value;
     t += tincr;
     tincr += tincr2;
