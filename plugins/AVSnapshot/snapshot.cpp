@@ -6,6 +6,7 @@
 #include <shared_mutex>
 
 #include "files.h"
+#include "immortal.h"
 #include "logger.h"
 #include "rw_lock.h"
 
@@ -29,8 +30,8 @@ struct Registry {
 };
 
 Registry& registry() {
-  static auto* instance = new Registry;  // outlives every recording, also those of static objects
-  return *instance;
+  static Immortal<Registry> instance;  // outlives every recording, also those of static objects
+  return instance.value;
 }
 
 }  // namespace
@@ -47,7 +48,9 @@ struct SnapshotHooks {
     const std::shared_lock<RwLock> guard(all.lock);
     auto* snapshot = static_cast<Snapshot*>(oc->opaque);
     if (snapshot != nullptr && all.live.count(snapshot) == 0) snapshot = nullptr;
-    return {snapshot, all.entries.at(oc->oformat)};
+    const auto saved = all.entries.find(oc->oformat);
+    if (saved != all.entries.end()) return {snapshot, saved->second};
+    return {nullptr, {oc->oformat->write_header, oc->oformat->write_packet}};  // just unhooked
   }
 
   static int write_header(AVFormatContext* oc) {
@@ -77,11 +80,17 @@ namespace {
 struct Unhook {
   ~Unhook() {
     const std::unique_lock<RwLock> guard(registry().lock);
-    for (const auto& [muxer, saved] : registry().entries) {
-      auto* hooked = const_cast<AVOutputFormat*>(muxer);
-      if (hooked->write_packet != SnapshotHooks::write_packet) continue;
-      hooked->write_header = saved.write_header;
-      hooked->write_packet = saved.write_packet;
+    auto& entries = registry().entries;
+    for (auto entry = entries.begin(); entry != entries.end();) {
+      auto* hooked = const_cast<AVOutputFormat*>(entry->first);
+      // Somebody else's hook on top of ours still calls us, and must find what we replaced.
+      if (hooked->write_packet != SnapshotHooks::write_packet) {
+        ++entry;
+        continue;
+      }
+      hooked->write_header = entry->second.write_header;
+      hooked->write_packet = entry->second.write_packet;
+      entry = entries.erase(entry);
     }
   }
 } g_unhook;

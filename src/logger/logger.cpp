@@ -3,9 +3,9 @@
 #include <algorithm>
 #include <cstdarg>
 #include <cstring>
-#include <new>
 
 #include "clock.h"
+#include "immortal.h"
 
 namespace qel {
 namespace {
@@ -57,10 +57,8 @@ Logger* Logger::instance(Logger* replacement) {
   }
   Logger* current = g_instance.load(std::memory_order_acquire);
   if (current != nullptr) return current;
-  auto* made = new (std::nothrow) Logger;
-  if (g_instance.compare_exchange_strong(current, made)) return made;
-  delete made;  // another thread was first
-  return current;
+  static zeva::Immortal<Logger> own;
+  return g_instance.compare_exchange_strong(current, &own.value) ? &own.value : current;
 }
 
 int Logger::log(Logger* lg, const char* tag, int level, const char* file, int line, const char* fmt,

@@ -103,6 +103,8 @@ struct Case {
   const char* index;
 };
 
+void PrintTo(const Case& c, std::ostream* out) { *out << c.name; }
+
 class TheIndex : public testing::TestWithParam<Case> {};
 
 TEST_P(TheIndex, TellsWhereEveryPacketOfTheMovieLies) {
