@@ -69,7 +69,7 @@ TEST(Handles, RecordTheTestSignals) {
   MovieInfo info = settings(file);
   Recording recording(info);
   const AVRational microseconds{1, 1000000};
-  const AVFrame* destination = ZEVA_video_dst_frame(recording.handle);
+  AVFrame* destination = ZEVA_video_dst_frame(recording.handle);
   ASSERT_NE(destination, nullptr);
   EXPECT_EQ(destination->width, kWidth);
   EXPECT_EQ(destination->format, AV_PIX_FMT_YUV420P);
@@ -79,6 +79,9 @@ TEST(Handles, RecordTheTestSignals) {
     ASSERT_NE(picture, nullptr);
     EXPECT_TRUE(ZEVA_write_video_frame(recording.handle, picture, microseconds));
   }
+  // A host may also fill the encoder's own frame.
+  destination->pts = 1000000;
+  EXPECT_TRUE(ZEVA_write_video_frame(recording.handle, destination, microseconds));
   for (int i = 0; i < kSampleRate / 1024; ++i) {
     AVFrame* sound = ZEVA_generate_testing_aFrame(recording.handle, microseconds);
     ASSERT_NE(sound, nullptr);
@@ -86,7 +89,7 @@ TEST(Handles, RecordTheTestSignals) {
   }
   recording.stop();
   EXPECT_EQ(decode_faults(file), "");
-  EXPECT_EQ(number(streams(file)[0], "nb_read_frames"), kFps);
+  EXPECT_EQ(number(streams(file)[0], "nb_read_frames"), kFps + 1);
   const std::string samples = decode(file, "-f s16le");
   EXPECT_NE(samples.find_first_not_of('\0'), std::string::npos);
 }
@@ -158,16 +161,6 @@ TEST(Log, NamesSourcesRelativeToTheTree) {
     EXPECT_GE(line.level, 0);
     EXPECT_LE(line.level, 6);
   }
-}
-
-TEST(Log, GoesIntoAFileWhoseNameMayBeChinese) {
-  const fs::path file = work_file("日志.txt");
-  ZEVA_Log_On((" \"" + utf8(file) + "\"\n").c_str(), 4);
-  record_short_movie(work_file("movie.mp4"));
-  ZEVA_Log_On2(stderr, 2);
-  const std::string text = read_file(file);
-  EXPECT_NE(text.find("[I][bg] zv_av"), std::string::npos) << text;
-  EXPECT_NE(text.find(": --- before stop"), std::string::npos);
 }
 
 }  // namespace
