@@ -152,24 +152,6 @@ TEST_F(SnapshotTest, DurationIsLeftOutByTheLookOfTheNextPacket) {
   avio_closep(&oc->pb);
 }
 
-TEST_F(SnapshotTest, OtherMoviesOfTheProcessAreUntouched) {
-  record(dir.path("indexed.mp4"), dir.path("a.index"));
-  record(dir.path("plain.mp4"), "");
-  const std::string plain = read_file(dir.path("plain.mp4"));
-  ASSERT_FALSE(plain.empty());
-  EXPECT_TRUE(plain == read_file(dir.path("indexed.mp4")));
-}
-
-TEST_F(SnapshotTest, TwoRecordingsAtOnceKeepTheirOwnIndex) {
-  const LogCapture log;
-  std::thread other([&] { record(dir.path("a.mp4"), dir.path("a.index")); });
-  record(dir.path("b.mp4"), dir.path("b.index"));
-  other.join();
-  expect_index_matches(dir.path("a.index"), read_movie(dir.path("a.mp4")));
-  expect_index_matches(dir.path("b.index"), read_movie(dir.path("b.mp4")));
-  EXPECT_GE(log.count("write packet: already swapped."), 1);
-}
-
 TEST_F(SnapshotTest, StreamsOfOtherKindsRepeatTheLineBefore) {
   AVFormatContext* made = nullptr;
   ASSERT_GE(avformat_alloc_output_context2(&made, nullptr, "mov", dir.path("a.mov").c_str()), 0);

@@ -146,37 +146,6 @@ TEST_F(WriterTest, FullQueueBlocksUntilTheOutputTakesMore) {
   }
 }
 
-TEST_F(WriterTest, FailedMainOutputIsReportedAndTheOthersGoOn) {
-  const LogCapture log;
-  make_main("a.nut");
-  add_others({"b.mp4"});
-  avio_closep(&oc->pb);
-  int room = 20000;
-  WriteIo io([&](const uint8_t*, int size) {
-    room -= size;
-    return room < 0 ? AVERROR(ENOSPC) : size;
-  });
-  oc->pb = io.pb;
-  ASSERT_FALSE(open().failed);
-  ASSERT_TRUE(writer->start());
-  int written = 0;
-  for (; written < 40; ++written) {
-    write_picture(written, 2000);
-    write_sound(written);  // FFmpeg holds one stream back for the other
-  }
-  errors.first.get_future().wait();
-  EXPECT_EQ(write_picture(written++), -1);
-  writer->stop();
-  oc->pb = nullptr;
-  EXPECT_EQ(errors.count, 1);
-  EXPECT_EQ(errors.last_code, AVERROR(ENOSPC));
-  EXPECT_EQ(log.count("[Write Pkt Err]"), 1);
-  EXPECT_EQ(log.count("max=60), err=" + std::to_string(AVERROR(ENOSPC)) + ", errmsg=No space left"),
-            1);
-  EXPECT_EQ(log.count("[writer](main): n="), 0);  // no trailer behind an error
-  EXPECT_EQ(movie("b.mp4").count(0), written);
-}
-
 #ifndef _WIN32
 #endif
 
@@ -208,56 +177,6 @@ TEST_F(WriterTest, OpeningFailsWithItsCodeAndText) {
   oc->streams[0]->codecpar->codec_id = AV_CODEC_ID_GIF;  // not for MP4
   EXPECT_LT(open().value, 0);
   finish();
-}
-
-TEST_F(WriterTest, CloneFollowsTheKindOfUrl) {
-  AVFormatContext* made = nullptr;
-  ASSERT_GE(avformat_alloc_output_context2(&made, nullptr, "mov", "main.MP4"), 0);
-  const zeva::FormatContextPtr main_context(made);
-  add_picture_stream(made)->codecpar->codec_tag = 1234;
-  zeva::IoInterrupt io;
-  for (const auto& [name, format] :
-       {std::pair{"b.mp4", "mov"}, {"c.Mp4", "mov"}, {"d.mkv", "matroska"}}) {
-    const auto clone = zeva::clone_output_context(made, dir.path(name).c_str(), io.callback());
-    ASSERT_TRUE(clone.context) << name;
-    EXPECT_STREQ(clone.context->oformat->name, format);
-    ASSERT_EQ(clone.context->nb_streams, 1U);
-    const AVStream& st = *clone.context->streams[0];
-    EXPECT_EQ(st.codecpar->codec_id, AV_CODEC_ID_MPEG4);
-    EXPECT_EQ(st.codecpar->codec_tag, 0U);
-    EXPECT_EQ(av_cmp_q(st.time_base, {1, 12800}), 0);
-    avio_closep(&clone.context->pb);
-  }
-  EXPECT_EQ(zeva::clone_output_context(nullptr, "b.mp4", io.callback()).result.value, -1);
-  EXPECT_EQ(zeva::clone_output_context(made, nullptr, io.callback()).result.value, -1);
-}
-
-TEST_F(WriterTest, IndexIsForMp4OnlyAndNeverFailsTheOpening) {
-  const struct {
-    std::string movie, index;
-    std::string message;
-  } cases[] = {
-      {"a.MP4", "a.index", "启动快照 (success): "},
-      {"a.mp4", "no/such/folder/b.index", "启动快照失败: "},
-      {"a.mkv", "c.index", ""},
-      {"b.mp4", "", ""},
-  };
-  for (const auto& c : cases) {
-    const LogCapture log;
-    make_main(c.movie);
-    const std::string index = c.index.empty() ? "" : dir.path(c.index);
-    ASSERT_FALSE(open("", index).failed);
-    ASSERT_TRUE(writer->start());
-    write_movie(3);
-    finish();
-    EXPECT_EQ(log.count("启动快照"), c.message.empty() ? 0 : 1);
-    if (!c.message.empty()) {
-      EXPECT_EQ(log.count(c.message + index), 1);
-    }
-    EXPECT_EQ(log.count("delete moov OK"), c.movie == "a.MP4" ? 1 : 0);
-    EXPECT_EQ(read_file(index).empty(), c.movie != "a.MP4");
-    EXPECT_EQ(movie(c.movie).count(0), 3);
-  }
 }
 
 }  // namespace

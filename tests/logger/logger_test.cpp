@@ -133,34 +133,4 @@ TEST_F(LoggerTest, OpensAndAppendsToATrimmedPath) {
   EXPECT_NE(text.find(": second", first), std::string::npos);
 }
 
-TEST_F(LoggerTest, LinesStayWholeWhileTheCallbackComesAndGoes) {
-  constexpr int kThreads = 3;
-  constexpr int kLines = 2000;
-  std::atomic<int> to_callback{0};
-  std::atomic<int> running{kThreads};
-  std::vector<std::thread> threads;
-  for (int t = 0; t < kThreads; ++t) {
-    threads.emplace_back([&] {
-      for (int i = 0; i < kLines; ++i) {
-        log(0, "f", 1, "whole");
-        log(5, "f", 1, "above the threshold");
-      }
-      --running;
-    });
-  }
-  while (running > 0) {
-    ZEVA_Set_Log_Callback([&](const char*, int level, const char*, int, const char*) {
-      if (level == 0) ++to_callback;
-    });
-    ZEVA_Set_Log_Callback({});
-  }
-  for (std::thread& thread : threads) thread.join();
-  const std::string text = written();
-  EXPECT_EQ(text.find("above the threshold"), std::string::npos);
-  const std::regex line(R"([0-9:-]+\[-\]\[bg\] f 1   : whole\n)");
-  const auto lines =
-      std::distance(std::sregex_iterator(text.begin(), text.end(), line), std::sregex_iterator());
-  EXPECT_EQ(lines + to_callback, kThreads * kLines);
-}
-
 }  // namespace
