@@ -62,12 +62,6 @@ class WriterTest : public testing::Test {
     const auto packet = make_packet(1, n * 1024, n * 1024, 1024, 30, true);
     return writer->write_packet({1, 48000}, packet.get(), true);
   }
-  void write_movie(int pictures) {
-    for (int64_t i = 0; i < pictures; ++i) {
-      EXPECT_EQ(write_picture(i), 0);
-      EXPECT_EQ(write_sound(i), 0);
-    }
-  }
   void finish() {
     writer->stop();
     if (oc->pb != nullptr) avio_closep(&oc->pb);

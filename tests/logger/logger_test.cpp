@@ -2,9 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include <atomic>
-#include <regex>
-#include <thread>
+#include <cstring>
 #include <vector>
 
 #include "clock.h"
