@@ -50,6 +50,8 @@ void ZV_AVWriter::create_other_writers(const char* const* urls) {
     writer->previous = tail;
     writer->error_callback = error_callback;
     writer->error_user = error_user;
+    const std::lock_guard<std::mutex> lock(chain_mutex);
+    if (exited()) writer->io.exit();
     tail->next = std::move(writer);
     tail = tail->next_writer();
   }

@@ -34,6 +34,7 @@ bool BaseWriter::start() { return false; }
 void BaseWriter::stop() {}
 
 void BaseWriter::request_exit() {
+  const std::lock_guard<std::mutex> lock(chain_mutex);
   for (BaseWriter* w = this; w != nullptr; w = w->next.get()) w->io.exit();
 }
 

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <memory>
+#include <mutex>
 #include <string>
 
 #include "ffmpeg.h"
@@ -42,8 +43,8 @@ class BaseWriter {
   virtual int write_packet(AVRational time_base, AVPacket* packet, bool interleave);
   virtual int write_trailer();
 
-  // Marks the whole chain as ended: openings fail, network calls give up. Any thread, any time
-  // after create_other_writers. Cannot be undone.
+  // Marks the whole chain as ended, with writers yet to be linked: openings fail, network calls
+  // give up. Called on the first writer; any thread, any time. Cannot be undone.
   void request_exit();
   // Bounds every network operation of the chain; 0 or less for the default.
   void set_timeout(int timeout_sec);
@@ -63,6 +64,7 @@ class BaseWriter {
   AVFormatContext* context = nullptr;
   double movie_time = 0;  // seconds, of the last packet accepted
   BaseWriter* previous = nullptr;
+  std::mutex chain_mutex;  // the first writer's: held while the chain grows, or others run along it
   std::unique_ptr<BaseWriter> next;
 };
 

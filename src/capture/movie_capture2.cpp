@@ -51,6 +51,7 @@ void MovieCapture2::start(const MovieInfo* info, zeva::StatusCallback cb, void* 
 void MovieCapture2::stop() {
   start_ok = false;
   MovieMuxer::stop();
+  start_ok = false;  // an opening that stop waited for may have confirmed the start meanwhile
 }
 
 void MovieCapture2::on_status(int code, const char* message, void* capture) {

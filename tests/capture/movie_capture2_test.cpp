@@ -2,7 +2,10 @@
 
 #include <gtest/gtest.h>
 
+#include <functional>
+#include <future>
 #include <memory>
+#include <utility>
 #include <vector>
 
 #include "ZV_AVWriter.h"
@@ -21,13 +24,15 @@ class CaptureTest : public testing::Test {
     capture =
         std::make_unique<MovieCapture2>(std::make_unique<ZV::ZV_AVWriter>(60, 1000, info.url));
   }
-  void start() {
+  void start(bool async = false) {
     capture->start(
         &info,
-        [](int code, const char*, void* self) {
-          static_cast<CaptureTest*>(self)->codes.push_back(code);
+        [](int code, const char*, void* user) {
+          auto& self = *static_cast<CaptureTest*>(user);
+          self.codes.push_back(code);
+          if (self.on_status) self.on_status();
         },
-        this, false);
+        this, async);
   }
   bool picture(int64_t pts_us) { return capture->write_bgra(bytes.data(), 0, pts_us, 256); }
   bool sound(int64_t pts_us) { return capture->write_pcm(bytes.data(), 4096, pts_us); }
@@ -47,6 +52,7 @@ class CaptureTest : public testing::Test {
   const TempDir dir;
   MovieInfo info;
   std::vector<int> codes;
+  std::function<void()> on_status;
   std::unique_ptr<MovieCapture2> capture;
   std::vector<uint8_t> bytes = std::vector<uint8_t>(64 * 48 * 4, 1);
 };
@@ -102,6 +108,49 @@ TEST_F(CaptureTest, PausesAreCutOut) {
     EXPECT_TRUE(picture(later));
     EXPECT_EQ(capture->movie_time(), later - 5000000 - cut);
   }
+}
+
+// Holds the opening at the log line `held` until stop has begun.
+struct OpeningHeldForStop {
+  explicit OpeningHeldForStop(std::string held)
+      : log([this, held](const std::string& message) {
+          if (message == held) {
+            reached.set_value();
+            stopping.get_future().wait();
+          } else if (message == "begin ..." && !std::exchange(begun, true)) {
+            stopping.set_value();
+            if (on_stop) on_stop();
+          }
+        }) {}
+  std::promise<void> reached, stopping;
+  std::function<void()> on_stop;  // on the stopping thread
+  bool begun = false;             // stopping thread only
+  LogCapture log;
+};
+
+// The chain of outputs grows while stop goes through it; the thread sanitizer would tell.
+TEST_F(CaptureTest, StopMayComeWhileOutputsAreAdded) {
+  const std::string others[] = {dir.path("b.mp4"), dir.path("c.mkv")};
+  info.other_urls[0] = others[0].c_str();
+  info.other_urls[1] = others[1].c_str();
+  OpeningHeldForStop opening("other_url: " + others[0]);
+  start(true);
+  opening.reached.get_future().wait();
+  capture->stop();
+  EXPECT_FALSE(capture->running());
+}
+
+TEST_F(CaptureTest, StopOutlastsAStartThatIsConfirmedMeanwhile) {
+  OpeningHeldForStop opening("### statu cb [id=0]: start OK");
+  std::promise<void> confirmed;
+  on_status = [&] { confirmed.set_value(); };
+  opening.on_stop = [&] { confirmed.get_future().wait(); };
+  start(true);
+  opening.reached.get_future().wait();
+  capture->stop();
+  bool started = true;
+  capture->get_mInfo(&started);
+  EXPECT_FALSE(started);
 }
 
 }  // namespace
