@@ -1,6 +1,7 @@
 // One recording as its host sees it: how long the calls take, and what memory stays.
 //   bench_host <out.mp4> <width> <height> <seconds> [real]
-// Prints one JSON object. With `real` the frames come at their time, else as fast as they are taken.
+// Prints one JSON object. With `real` the frames come at their time, else as fast as they are
+// taken.
 #include <algorithm>
 #include <chrono>
 #include <cstdio>

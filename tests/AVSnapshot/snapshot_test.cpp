@@ -105,26 +105,6 @@ class SnapshotTest : public testing::Test {
   const TempDir dir;
 };
 
-TEST_F(SnapshotTest, TellsWhatADemuxerFindsInTheMovie) {
-  const std::string index = dir.path("录像.index");
-  record(dir.path("a.mp4"), index);
-  const Movie movie = read_movie(dir.path("a.mp4"));
-  ASSERT_EQ(movie.count(0), 100);
-  ASSERT_EQ(movie.count(1), 186);
-  expect_index_matches(index, movie);
-
-  const std::vector<std::string> lines = lines_of(index);
-  EXPECT_EQ(lines[0] + "\n", zeva::index_header_line());
-  EXPECT_NE(lines[1].find(R"("tb.num":1,"tb.den":12800)"), std::string::npos);
-  ASSERT_GT(lines.size(), 5U);
-  for (size_t i = 3; i + 1 < lines.size(); ++i) {
-    EXPECT_GT(lines[i].size(), 960U);
-    EXPECT_LT(lines[i].size(), 1000U);
-    EXPECT_EQ(lines[i].back(), ';');
-  }
-  EXPECT_EQ(read_file(index).back(), ';');
-}
-
 TEST_F(SnapshotTest, RecordsComeOnePacketLate) {
   const zeva::FormatContextPtr oc = make_output(dir.path("a.mp4"));
   const std::string index = dir.path("a.index");
@@ -172,24 +152,6 @@ TEST_F(SnapshotTest, DurationIsLeftOutByTheLookOfTheNextPacket) {
   avio_closep(&oc->pb);
 }
 
-TEST_F(SnapshotTest, OtherMoviesOfTheProcessAreUntouched) {
-  record(dir.path("indexed.mp4"), dir.path("a.index"));
-  record(dir.path("plain.mp4"), "");
-  const std::string plain = read_file(dir.path("plain.mp4"));
-  ASSERT_FALSE(plain.empty());
-  EXPECT_TRUE(plain == read_file(dir.path("indexed.mp4")));
-}
-
-TEST_F(SnapshotTest, TwoRecordingsAtOnceKeepTheirOwnIndex) {
-  const LogCapture log;
-  std::thread other([&] { record(dir.path("a.mp4"), dir.path("a.index")); });
-  record(dir.path("b.mp4"), dir.path("b.index"));
-  other.join();
-  expect_index_matches(dir.path("a.index"), read_movie(dir.path("a.mp4")));
-  expect_index_matches(dir.path("b.index"), read_movie(dir.path("b.mp4")));
-  EXPECT_GE(log.count("write packet: already swapped."), 1);
-}
-
 TEST_F(SnapshotTest, StreamsOfOtherKindsRepeatTheLineBefore) {
   AVFormatContext* made = nullptr;
   ASSERT_GE(avformat_alloc_output_context2(&made, nullptr, "mov", dir.path("a.mov").c_str()), 0);
@@ -226,37 +188,6 @@ TEST_F(SnapshotTest, StreamsOfOtherKindsRepeatTheLineBefore) {
   EXPECT_EQ(records[1][0], 2);
   EXPECT_EQ(av_write_trailer(oc.get()), 0);
   avio_closep(&oc->pb);
-}
-
-TEST_F(SnapshotTest, ADestroyedOneStopsIndexingOnly) {
-  const zeva::FormatContextPtr oc = make_output(dir.path("a.mp4"));
-  auto snapshot = std::make_unique<zeva::Snapshot>();
-  ASSERT_TRUE(snapshot->open(dir.path("a.index").c_str()));
-  ASSERT_TRUE(snapshot->attach(oc.get()));
-  snapshot.reset();
-  ASSERT_GE(avformat_write_header(oc.get(), nullptr), 0);
-  write_packets(oc.get());
-  ASSERT_EQ(av_write_trailer(oc.get()), 0);
-  avio_closep(&oc->pb);
-  EXPECT_EQ(read_file(dir.path("a.index")), "");
-  EXPECT_EQ(read_movie(dir.path("a.mp4")).count(0), 100);
-}
-
-TEST_F(SnapshotTest, RefusesWhatCannotBeIndexed) {
-  const LogCapture log;
-  const zeva::FormatContextPtr no_io = make_output(dir.path("a.mp4"), false);
-  zeva::Snapshot snapshot;
-  EXPECT_FALSE(snapshot.open(dir.path("no/such/folder/a.index").c_str()));
-  EXPECT_FALSE(snapshot.attach(no_io.get()));
-  EXPECT_TRUE(snapshot.open(dir.path("a.index").c_str()));
-  EXPECT_FALSE(snapshot.open(dir.path("b.index").c_str()));
-  EXPECT_FALSE(snapshot.attach(nullptr));
-  EXPECT_FALSE(snapshot.attach(no_io.get()));
-  EXPECT_EQ(no_io->opaque, nullptr);
-  EXPECT_EQ(log.messages(),
-            (std::vector<std::string>{"---> moov: fp is nullptr!", "already opened !",
-                                      "---> moov: oc==null", "---> moov: pb==null, not support"}));
-  EXPECT_FALSE(std::filesystem::exists(std::filesystem::u8path(dir.path("b.index"))));
 }
 
 }  // namespace

@@ -77,20 +77,6 @@ TEST_F(ResamplerTest, HalfASecondOfDriftMovesTheCount) {
   }
 }
 
-TEST_F(ResamplerTest, CorrectionIsLoggedInTheCallersSeconds) {
-  const LogCapture log;
-  const zeva::FramePtr in = make_sound(AV_SAMPLE_FMT_S16, kRate, 2048, 2500000, 0);
-  const AVFrame* out = resampler.resample(in.get(), &kMicroseconds);
-  ASSERT_NE(out, nullptr);
-  EXPECT_EQ(out->pts, 120000);
-  EXPECT_EQ(log.count("@@@ [check] correct au pts ----> processd_samples=0(0.000000sec), "
-                      "this_pts=120000(2.500000sec)"),
-            1);
-  out = resampler.resample(nullptr, &kMicroseconds);  // no new input: never corrected
-  ASSERT_NE(out, nullptr);
-  EXPECT_EQ(out->pts, 121024);
-}
-
 TEST_F(ResamplerTest, FirstTimeBaseSetsTheThresholdOfAll) {
   ASSERT_NE(feed(1024, 0), nullptr);  // 1/48000: 24000
   ZV::NxResample second;
@@ -101,27 +87,6 @@ TEST_F(ResamplerTest, FirstTimeBaseSetsTheThresholdOfAll) {
   EXPECT_EQ(second.resample(in.get(), &samples)->pts, 0);  // half a second of 44100 is not enough
   in->pts = 1024 + 24000;
   EXPECT_EQ(second.resample(in.get(), &samples)->pts, 25024);
-}
-
-TEST_F(ResamplerTest, ConvertsTheRate) {
-  ZV::NxResample doubling;
-  ASSERT_GE(configure(doubling, 24000), 0);
-  EXPECT_EQ(doubling.in_bytes_per_second(), 24000 * 2 * 2);
-  const zeva::FramePtr in = make_sound(AV_SAMPLE_FMT_S16, 24000, 600, 0, 16384);
-  const AVFrame* out = doubling.resample(in.get(), &kMicroseconds);
-  ASSERT_NE(out, nullptr);  // 600 became 1200, less the filter's delay
-  EXPECT_NEAR(reinterpret_cast<float*>(out->data[0])[512], 0.5F, 0.01F);
-}
-
-TEST_F(ResamplerTest, RefusesWhatItWasNotConfiguredFor) {
-  const zeva::FramePtr other = make_sound(AV_SAMPLE_FMT_FLTP, kRate, 1024, 0, 0);
-  EXPECT_EQ(resampler.resample(other.get(), &kSamples), nullptr);
-  ZV::NxResample unconfigured;
-  testing::internal::CaptureStderr();
-  EXPECT_EQ(unconfigured.resample(other.get(), &kSamples), nullptr);
-  EXPECT_EQ(testing::internal::GetCapturedStderr(), "=== resample:  swr_init = false\n");
-  other->format = AV_SAMPLE_FMT_NB;
-  EXPECT_LT(unconfigured.config(encoder_frame.get(), other.get(), kSamples), 0);
 }
 
 TEST_F(ResamplerTest, LeavesSoundAloneThatAnEncoderStillHolds) {

@@ -111,16 +111,6 @@ TEST(PacketQueue, AbortWakesABlockedPut) {
   EXPECT_EQ(waiting.references(), 0);
 }
 
-TEST(PacketQueue, AbortWakesABlockedGet) {
-  PacketQueue queue;
-  auto get = std::async(std::launch::async, [&] {
-    AVPacket out{};
-    return queue.get(&out, true);
-  });
-  queue.abort();
-  EXPECT_EQ(get.get(), -1);
-}
-
 TEST(PacketQueue, KeepsTheOrderThroughASmallLimit) {
   constexpr int kPackets = 2000;
   PacketQueue queue;

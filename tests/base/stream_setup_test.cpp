@@ -96,40 +96,6 @@ TEST(StreamSetup, ZeroBitrateOfOtherCodecsIsCalculated) {
   EXPECT_EQ(s.info.rc_mode, 0);
 }
 
-TEST(StreamSetup, VideoTakesTheSettings) {
-  MovieInfo info = small_movie("a.mp4");
-  info.color_primaries = AVCOL_PRI_SMPTE170M;
-  info.color_trc = AVCOL_TRC_GAMMA28;
-  info.color_range = AVCOL_RANGE_JPEG;
-  info.colorspace = AVCOL_SPC_RGB;  // 0 is a value here
-  const StreamUnderTest s(AV_CODEC_ID_H264, info);
-  EXPECT_EQ(s.enc().width, 64);
-  EXPECT_EQ(s.enc().height, 48);
-  EXPECT_EQ(s.enc().gop_size, 12);
-  EXPECT_EQ(s.enc().max_b_frames, 0);
-  EXPECT_EQ(av_cmp_q(s.enc().framerate, {25, 1}), 0);
-  EXPECT_EQ(av_cmp_q(s.enc().time_base, {1, 25}), 0);
-  EXPECT_EQ(av_cmp_q(s.ost.st->time_base, {1, 25}), 0);
-  EXPECT_EQ(s.ost.st->id, 0);
-  EXPECT_EQ(s.enc().color_primaries, AVCOL_PRI_SMPTE170M);
-  EXPECT_EQ(s.enc().color_trc, AVCOL_TRC_GAMMA28);
-  EXPECT_EQ(s.enc().color_range, AVCOL_RANGE_JPEG);
-  EXPECT_EQ(s.enc().colorspace, AVCOL_SPC_RGB);
-  EXPECT_NE(s.enc().flags & AV_CODEC_FLAG_GLOBAL_HEADER, 0);
-  EXPECT_EQ(option(s.ost.enc.get(), "preset"), "ultrafast");
-
-  const StreamUnderTest plain(AV_CODEC_ID_H264, small_movie("a.avi"), "avi");
-  EXPECT_EQ(plain.enc().color_primaries, AVCOL_PRI_UNSPECIFIED);
-  EXPECT_EQ(plain.enc().color_trc, AVCOL_TRC_UNSPECIFIED);
-  EXPECT_EQ(plain.enc().color_range, AVCOL_RANGE_UNSPECIFIED);
-  EXPECT_EQ(plain.enc().colorspace, AVCOL_SPC_UNSPECIFIED);
-  EXPECT_EQ(plain.enc().flags & AV_CODEC_FLAG_GLOBAL_HEADER, 0);
-  EXPECT_EQ(
-      StreamUnderTest(AV_CODEC_ID_MPEG2VIDEO, small_movie("a.mpg"), "mpeg").enc().max_b_frames, 2);
-  EXPECT_EQ(StreamUnderTest(AV_CODEC_ID_MPEG1VIDEO, small_movie("a.mpg"), "mpeg").enc().mb_decision,
-            2);
-}
-
 TEST(StreamSetup, SettingsTheEncoderCannotTakeAreReplacedAndWrittenBack) {
   MovieInfo info = small_movie("a.mpg");
   info.fps = 26;
@@ -174,27 +140,6 @@ TEST(StreamSetup, SettingsTheEncoderCannotTakeAreReplacedAndWrittenBack) {
   EXPECT_EQ(aac.enc().channels, 2);
   EXPECT_EQ(StreamUnderTest(AV_CODEC_ID_PCM_S16LE, mono, "mov").enc().sample_fmt,
             AV_SAMPLE_FMT_S16);
-}
-
-TEST(StreamSetup, WithoutHardwareTheSoftwareEncoderIsTaken) {
-  MovieInfo info = small_movie("a.mp4");
-  info.hardware = true;
-  const StreamUnderTest s(AV_CODEC_ID_H264, info);
-  ASSERT_NE(s.codec, nullptr);  // whatever this machine has
-  EXPECT_EQ(s.info.hardware, strcmp(s.codec->name, "libx264") != 0);
-  EXPECT_EQ(s.info.pix_fmt, s.info.hardware ? AV_PIX_FMT_NV12 : AV_PIX_FMT_YUV420P);
-
-  info.width = info.height = 2;  // too small for any of them: not even asked
-  const StreamUnderTest tiny(AV_CODEC_ID_H264, info);
-  EXPECT_FALSE(tiny.info.hardware);
-  EXPECT_EQ(tiny.log.count("==="), 0);
-}
-
-TEST(StreamSetup, WithoutAnEncoderThereIsNoStream) {
-  const StreamUnderTest s(AV_CODEC_ID_VP9, small_movie("a.mp4"));
-  EXPECT_EQ(s.codec, nullptr);
-  EXPECT_EQ(s.oc->nb_streams, 0U);
-  EXPECT_EQ(s.log.count("Could not find encoder for 'vp9'"), 1);
 }
 
 TEST(OutputOpening, ContainerAndCodecsFollowTheUrl) {

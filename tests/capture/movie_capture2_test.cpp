@@ -76,13 +76,6 @@ TEST_F(CaptureTest, FirstTimeStampOfferedIsTheStart) {
   ASSERT_EQ(movie.count(0), 1);
 }
 
-TEST_F(CaptureTest, SoundBeforeTheStartIsTimeZero) {
-  start();
-  EXPECT_TRUE(picture(5000000));
-  sound(4900000);
-  EXPECT_EQ(capture->movie_time(), 0);
-}
-
 TEST_F(CaptureTest, PausesAreCutOut) {
   start();
   EXPECT_FALSE(capture->resume());
@@ -109,67 +102,6 @@ TEST_F(CaptureTest, PausesAreCutOut) {
     EXPECT_TRUE(picture(later));
     EXPECT_EQ(capture->movie_time(), later - 5000000 - cut);
   }
-}
-
-TEST_F(CaptureTest, RefusesPausesWhileNotRunning) {
-  testing::internal::CaptureStderr();
-  EXPECT_FALSE(capture->pause());
-  EXPECT_FALSE(capture->resume());
-  EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
-  EXPECT_FALSE(capture->is_paused());
-}
-
-TEST_F(CaptureTest, SilenceFillsTheGap) {
-  start();
-  sound(0);
-  sound(1500000);
-  const LogCapture log;
-  EXPECT_TRUE(capture->write_pcm(nullptr, 0, 2000000));
-  EXPECT_EQ(log.count("[fill silence] ----> pts=1.500000(sec), dur=0.500000(sec)"), 1);
-  EXPECT_TRUE(capture->write_pcm(nullptr, 0, 2100000));
-  EXPECT_EQ(log.count("[fill silence] ----> pts=2.000000(sec), dur=0.100000(sec)"), 1);
-}
-
-TEST_F(CaptureTest, FramesAreStampedInMicroseconds) {
-  start();
-  const AVRational ms{1, 1000};
-  const auto picture = make_picture(AV_PIX_FMT_BGRA, 64, 48, 3000, 0);
-  EXPECT_TRUE(capture->write_video_frame(picture.get(), &ms));
-  EXPECT_EQ(picture->pts, 0);
-  picture->pts = 3040;
-  EXPECT_TRUE(capture->write_video_frame(picture.get(), &ms));
-  EXPECT_EQ(picture->pts, 40000);
-  EXPECT_EQ(capture->movie_time(), 40000);
-  const auto sound = make_sound(AV_SAMPLE_FMT_S16, 48000, 1024, 3010, 0);
-  EXPECT_TRUE(capture->write_audio_frame(sound.get(), &ms));
-  EXPECT_EQ(sound->pts, 10000);
-  EXPECT_TRUE(capture->pause());
-  sound->pts = 3050;
-  EXPECT_FALSE(capture->write_audio_frame(sound.get(), &ms));
-  EXPECT_EQ(sound->pts, 3050);
-}
-
-TEST_F(CaptureTest, FailedStartIsToldAndFramesAreRefused) {
-  snprintf(info.url, sizeof info.url, "%s", dir.path("no/such/folder/a.mp4").c_str());
-  const LogCapture log;
-  start();
-  EXPECT_EQ(codes, std::vector<int>{11});
-  EXPECT_EQ(log.count("### statu cb [id=11]: Could not open url"), 1);
-  bool started = true;
-  EXPECT_STREQ(capture->get_mInfo(&started).url, info.url);
-  EXPECT_FALSE(started);
-  EXPECT_FALSE(picture(0));
-}
-
-TEST_F(CaptureTest, WorkingSettingsAreTheEffectiveOnes) {
-  info.sample_rate = 12345;
-  info.pix_fmt = AV_PIX_FMT_BGRA;
-  start();
-  bool started = false;
-  const MovieInfo used = capture->get_mInfo(&started);
-  EXPECT_TRUE(started);
-  EXPECT_EQ(used.sample_rate, 96000);
-  EXPECT_EQ(used.pix_fmt, AV_PIX_FMT_YUV420P);
 }
 
 }  // namespace

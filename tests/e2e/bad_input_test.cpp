@@ -236,7 +236,9 @@ TEST_F(WhileRecording, FramesThatAreNotAsAnnouncedAreRefused) {
     EXPECT_FALSE(ZEVA_write_audio_frame(r.handle, nullptr, microseconds));
     const struct {
       int format, width, height;
-    } frames[] = {{-1, 0, 0}, {AV_PIX_FMT_BGRA, 16, 16}, {AV_PIX_FMT_BGRA, kWidth, kHeight - 2}};
+    } frames[] = {{-1, 0, 0},
+                  {AV_PIX_FMT_BGRA, 16, 16},
+                  {AV_PIX_FMT_BGRA, kWidth, kHeight - 2}};
     for (const auto& f : frames) {
       AVFrame* frame = av_frame_alloc();
       frame->format = f.format;

@@ -163,14 +163,4 @@ TEST(Log, NamesSourcesRelativeToTheTree) {
   }
 }
 
-TEST(Log, GoesIntoAFileWhoseNameMayBeChinese) {
-  const fs::path file = work_file("日志.txt");
-  ZEVA_Log_On((" \"" + utf8(file) + "\"\n").c_str(), 4);
-  record_short_movie(work_file("movie.mp4"));
-  ZEVA_Log_On2(stderr, 2);
-  const std::string text = read_file(file);
-  EXPECT_NE(text.find("[I][bg] zv_av"), std::string::npos) << text;
-  EXPECT_NE(text.find(": --- before stop"), std::string::npos);
-}
-
 }  // namespace

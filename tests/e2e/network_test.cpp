@@ -36,18 +36,6 @@ TEST(StuckNetwork, ASynchronousStartFailsAfterItsTimeout) {
   EXPECT_NE(recording.failures()[0].text, "");
 }
 
-TEST(StuckNetwork, AFurtherOutputFailsTheStartAfterItsTimeout) {
-  const Listener server;
-  const std::string url = rtmp_url(server.port());
-  MovieInfo info = settings(work_file("main.mp4"));
-  info.other_urls[0] = url.c_str();
-  info.timeout_sec = 1;
-  Recording recording(info);
-  EXPECT_FALSE(recording.open());
-  ASSERT_EQ(recording.failures().size(), 1U);
-  EXPECT_NE(recording.failures()[0].text.find(url), std::string::npos);
-}
-
 TEST(RefusedConnection, IsToldByStatus) {
   Listener server;
   const std::string url = rtmp_url(server.port());

@@ -54,22 +54,6 @@ TEST_F(LoggerTest, LineHasHeaderAndOneNewline) {
   EXPECT_GE(after, line.substr(0, before.size()));
 }
 
-TEST_F(LoggerTest, BaseNameEndsAtTheLastSeparatorOfEitherKind) {
-  const struct {
-    const char* file;
-    const char* shown;
-  } cases[] = {{"plain.cpp", "] plain.cpp 1"},
-               {"/a/b\\c.cpp", "] c.cpp 1"},
-               {"a\\b/", "]  1"},
-               {"", "]  1"},
-               {nullptr, "]  1"}};
-  for (const auto& c : cases) {
-    const size_t begin = written().size();
-    log(0, c.file, 1, "m");
-    EXPECT_NE(written().find(c.shown, begin), std::string::npos) << written();
-  }
-}
-
 TEST_F(LoggerTest, ThresholdAndMarks) {
   const struct {
     int threshold;
@@ -133,14 +117,6 @@ TEST_F(LoggerTest, CallbackTakesEverythingUnfiltered) {
   EXPECT_EQ(written(), "");
 }
 
-TEST_F(LoggerTest, PreviousCallbackIsDestroyed) {
-  const auto owned = std::make_shared<int>(1);
-  ZEVA_Set_Log_Callback([owned](const char*, int, const char*, int, const char*) {});
-  EXPECT_EQ(owned.use_count(), 2);
-  ZEVA_Set_Log_Callback({});
-  EXPECT_EQ(owned.use_count(), 1);
-}
-
 TEST_F(LoggerTest, OpensAndAppendsToATrimmedPath) {
   const std::string file = dir.path("日志 1.log");
   for (const char* round : {"first", "second"}) {
@@ -155,64 +131,6 @@ TEST_F(LoggerTest, OpensAndAppendsToATrimmedPath) {
   const size_t first = text.find(": first");
   ASSERT_NE(first, std::string::npos);
   EXPECT_NE(text.find(": second", first), std::string::npos);
-}
-
-TEST_F(LoggerTest, FallsBackToStandardError) {
-  auto& lg = *qel::Logger::instance(nullptr);
-  const std::string missing = dir.path("no/such/folder/x.log");
-  for (const char* path :
-       {static_cast<const char*>(nullptr), "", "\"", " \t\r\n", missing.c_str()}) {
-    ZEVA_Log_On2(sink, 2);
-    ZEVA_Log_On(path, 3);
-    EXPECT_EQ(lg.sink, stderr);
-    EXPECT_EQ(lg.level, 3);
-  }
-  ZEVA_Log_On2(sink, 4);
-  ZEVA_Log_Off();
-  EXPECT_EQ(lg.sink, stdout);
-  EXPECT_EQ(lg.level, 4);
-}
-
-TEST_F(LoggerTest, ReplacementBecomesTheInstance) {
-  qel::Logger* original = qel::Logger::instance(nullptr);
-  qel::Logger mine;
-  EXPECT_EQ(mine.sink, stderr);
-  EXPECT_EQ(mine.level, 2);
-  EXPECT_EQ(qel::Logger::instance(&mine), &mine);
-  EXPECT_EQ(qel::Logger::instance(nullptr), &mine);
-  ZEVA_Log_Level(6);
-  EXPECT_EQ(mine.level, 6);
-  qel::Logger::instance(original);
-}
-
-TEST_F(LoggerTest, LinesStayWholeWhileTheCallbackComesAndGoes) {
-  constexpr int kThreads = 3;
-  constexpr int kLines = 2000;
-  std::atomic<int> to_callback{0};
-  std::atomic<int> running{kThreads};
-  std::vector<std::thread> threads;
-  for (int t = 0; t < kThreads; ++t) {
-    threads.emplace_back([&] {
-      for (int i = 0; i < kLines; ++i) {
-        log(0, "f", 1, "whole");
-        log(5, "f", 1, "above the threshold");
-      }
-      --running;
-    });
-  }
-  while (running > 0) {
-    ZEVA_Set_Log_Callback([&](const char*, int level, const char*, int, const char*) {
-      if (level == 0) ++to_callback;
-    });
-    ZEVA_Set_Log_Callback({});
-  }
-  for (std::thread& thread : threads) thread.join();
-  const std::string text = written();
-  EXPECT_EQ(text.find("above the threshold"), std::string::npos);
-  const std::regex line(R"([0-9:-]+\[-\]\[bg\] f 1   : whole\n)");
-  const auto lines =
-      std::distance(std::sregex_iterator(text.begin(), text.end(), line), std::sregex_iterator());
-  EXPECT_EQ(lines + to_callback, kThreads * kLines);
 }
 
 }  // namespace

@@ -36,19 +36,6 @@ MovieInfo small_movie(const std::string& url) {
   return info;
 }
 
-zeva::FramePtr make_picture(AVPixelFormat format, int width, int height, int64_t pts, int value) {
-  zeva::FramePtr frame(av_frame_alloc());
-  frame->format = format;
-  frame->width = width;
-  frame->height = height;
-  frame->pts = pts;
-  av_frame_get_buffer(frame.get(), 0);
-  for (int p = 0; p < AV_NUM_DATA_POINTERS && frame->buf[p] != nullptr; ++p) {
-    memset(frame->buf[p]->data, value, static_cast<size_t>(frame->buf[p]->size));
-  }
-  return frame;
-}
-
 zeva::FramePtr make_sound(AVSampleFormat format, int sample_rate, int nb_samples, int64_t pts,
                           int value) {
   zeva::FramePtr frame(av_frame_alloc());

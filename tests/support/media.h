@@ -12,7 +12,6 @@
 // Settings of a small recording: 64x48 at 25 frames/s from BGRA, 48 kHz stereo from signed 16 bit.
 MovieInfo small_movie(const std::string& url);
 
-zeva::FramePtr make_picture(AVPixelFormat format, int width, int height, int64_t pts, int value);
 // Every sample of every channel is `value` (signed 16-bit and float formats).
 zeva::FramePtr make_sound(AVSampleFormat format, int sample_rate, int nb_samples, int64_t pts,
                           int value);

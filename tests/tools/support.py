@@ -2,7 +2,6 @@
 import json
 import os
 import re
-import shutil
 import subprocess
 import tempfile
 import unittest
@@ -14,13 +13,17 @@ native_only = unittest.skipIf(EMULATOR, "needs signals and terminals of this sys
 RUN_TIMEOUT_S = 120
 
 
+def run(command, stdin=subprocess.DEVNULL):
+    return subprocess.run(command, stdin=stdin, stdout=subprocess.PIPE, stderr=subprocess.STDOUT,
+                          encoding="utf-8", errors="replace", timeout=RUN_TIMEOUT_S)
+
+
 def judge(*command):
     """Output of ffmpeg or ffprobe, which must succeed."""
-    done = subprocess.run(command, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
-                          stderr=subprocess.PIPE, timeout=RUN_TIMEOUT_S)
+    done = run(command)
     if done.returncode != 0:
-        raise AssertionError(f"{command}: {done.stderr.decode(errors='replace')}")
-    return done.stdout.decode(errors="replace") + done.stderr.decode(errors="replace")
+        raise AssertionError(f"{command}: {done.stdout}")
+    return done.stdout
 
 
 def ffmpeg(*arguments):
@@ -37,30 +40,25 @@ class Movie:
             raise AssertionError(f"{path} does not decode cleanly: {complaints}")
         facts = json.loads(judge("ffprobe", "-v", "error", "-count_packets", "-show_streams",
                                  "-show_format", "-of", "json", path))
-        self.format = facts["format"]
-        self.duration = float(self.format.get("duration", 0))
-        self.tags = {k.lower(): v for k, v in self.format.get("tags", {}).items()}
-        self.video = self._first(facts, "video")
-        self.audio = self._first(facts, "audio")
-
-    @staticmethod
-    def _first(facts, kind):
-        return next((s for s in facts["streams"] if s["codec_type"] == kind), None)
-
-    @property
-    def frames(self):
-        return int(self.video["nb_read_packets"])
+        self.tags = {k.lower(): v for k, v in facts["format"].get("tags", {}).items()}
+        streams = {stream["codec_type"]: stream for stream in facts["streams"]}
+        self.video, self.audio = streams["video"], streams.get("audio")
+        self.frames = int(self.video["nb_read_packets"])
 
     def packets(self, kind="v"):
         lines = judge("ffprobe", "-v", "error", "-select_streams", kind, "-show_entries",
                       "packet=pts_time,flags", "-of", "csv=p=0", self.path).split()
         return [(float(line.split(",")[0]), line.split(",")[1]) for line in lines]
 
-    def ssim(self, reference, reference_filter="null"):
+    def longest_gap(self, kind="v"):
+        times = sorted(time for time, _ in self.packets(kind))
+        return max(b - a for a, b in zip(times, times[1:]))
+
+    def ssim(self, reference, pictures=1000):
         """Likeness to a reference, picture by picture in the order of pictures."""
-        text = ffmpeg("-v", "info", "-i", self.path, "-i", reference, "-lavfi",
-                      f"[0:v]setpts=N/TB/25[a];[1:v]{reference_filter},setpts=N/TB/25[b];[a][b]ssim",
-                      "-f", "null", "-")
+        chain = f"trim=end_frame={pictures},setpts=N/TB/25"
+        text = ffmpeg("-i", self.path, "-i", reference, "-lavfi",
+                      f"[0:v]{chain}[a];[1:v]{chain}[b];[a][b]ssim", "-f", "null", "-")
         return float(re.search(r"SSIM.* All:([0-9.]+)", text).group(1))
 
 
@@ -68,29 +66,25 @@ class ToolTest(unittest.TestCase):
     """Each test works in a folder of its own."""
 
     def setUp(self):
-        before = os.getcwd()
-        folder = tempfile.mkdtemp(prefix="zeva-tool-")
-        self.addCleanup(shutil.rmtree, folder)
-        self.addCleanup(os.chdir, before)
-        os.chdir(folder)
+        folder = tempfile.TemporaryDirectory(prefix="zeva-tool-")
+        self.addCleanup(folder.cleanup)
+        self.addCleanup(os.chdir, os.getcwd())
+        os.chdir(folder.name)
 
     @staticmethod
     def command(*arguments):
         return [*EMULATOR, TOOL, "record", *arguments]
 
-    def record(self, *arguments, expect=0, input=None, **popen):
+    def record(self, *arguments, expect=0, stdin=subprocess.DEVNULL):
         """Runs to the end; returns what the user reads."""
-        source = {"input": input} if input is not None else {"stdin": subprocess.DEVNULL}
-        done = subprocess.run(self.command(*arguments), stdout=subprocess.PIPE,
-                              stderr=subprocess.PIPE, timeout=RUN_TIMEOUT_S, **source, **popen)
-        text = done.stderr.decode(errors="replace")
-        self.assertEqual(done.returncode, expect, text)
-        return text
+        done = run(self.command(*arguments), stdin)
+        self.assertEqual(done.returncode, expect, done.stdout)
+        return done.stdout
 
 
-def make_camera_movie(path, *options, seconds=3, size="160x120", rate=25):
-    """Moving pictures with stereo sound."""
-    ffmpeg("-v", "error", "-f", "lavfi", "-i", f"testsrc2=size={size}:rate={rate}", "-f", "lavfi",
-           "-i", "sine=frequency=440:sample_rate=44100", "-t", str(seconds), "-ac", "2",
-           "-c:v", "libx264", "-preset", "ultrafast", "-qp", "10", "-bf", "2",
-           "-pix_fmt", "yuv420p", "-c:a", "aac", *options, path)
+def make_camera_movie(path, *options):
+    """Three seconds of moving pictures with stereo sound."""
+    ffmpeg("-f", "lavfi", "-i", "testsrc2=size=160x120:rate=25", "-f", "lavfi", "-i",
+           "sine=frequency=440:sample_rate=44100", "-t", "3", "-ac", "2", "-c:v", "libx264",
+           "-preset", "ultrafast", "-qp", "10", "-bf", "2", "-pix_fmt", "yuv420p", "-c:a", "aac",
+           *options, path)
