@@ -12,7 +12,9 @@ if(WIN32)
 endif()
 if(ZEVA_SANITIZE)
   target_compile_options(zeva_flags INTERFACE -fsanitize=${ZEVA_SANITIZE}
-    -fno-omit-frame-pointer -fno-sanitize-recover=all)
+    -fno-omit-frame-pointer -fno-sanitize-recover=all
+    # GCC sees uninitialised values in the standard library's own code when it adds checks to it.
+    -Wno-maybe-uninitialized)
   target_link_options(zeva_flags INTERFACE -fsanitize=${ZEVA_SANITIZE})
 endif()
 find_package(Threads REQUIRED)
