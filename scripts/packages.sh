@@ -23,7 +23,7 @@ packages_of() {
       ;;
     demo) echo ffmpeg forensics-samples-files ;;
     test)
-      echo libgtest-dev libgmock-dev googletest libbenchmark-dev clang-format clang-tidy ffmpeg python3
+      echo libgtest-dev libgmock-dev googletest libbenchmark-dev clang-format clang-tidy ffmpeg python3 forensics-samples-files
       ;;
     *) fail "unknown package set '$1'; there are build-linux, windows, demo and test." ;;
   esac
