@@ -1,4 +1,4 @@
-// `zeva`: records movies with ZEVALib from the command line.
+// `zeva`: records movies with ZEVALib from the command line, and brings broken ones back.
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <exception>
@@ -7,6 +7,7 @@
 
 #include "av.h"
 #include "exit_status.h"
+#include "inspect_command.h"
 #include "record_command.h"
 #include "record_options.h"
 #include "terminal.h"
@@ -27,6 +28,8 @@ int run(int argc, char** argv) {
   app.require_subcommand(1);
   zeva_tool::RecordOptions record_options;
   zeva_tool::add_record_command(app, record_options);
+  zeva_tool::InspectOptions inspect_options;
+  const CLI::App* inspect = zeva_tool::add_inspect_command(app, inspect_options);
 
   std::vector<std::string> arguments = zeva_tool::Terminal::arguments(argc, argv);
   std::reverse(arguments.begin(), arguments.end());  // the parser takes them from the back
@@ -36,6 +39,7 @@ int run(int argc, char** argv) {
     return app.exit(error) == 0 ? zeva_tool::kExitSuccess : zeva_tool::kExitUsage;
   }
   zeva_tool::Terminal terminal;
+  if (inspect->parsed()) return zeva_tool::run_inspect(inspect_options, terminal);
   return zeva_tool::run_record(record_options, terminal);
 }
 
