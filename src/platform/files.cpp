@@ -1,5 +1,7 @@
 #include "files.h"
 
+#include <filesystem>
+
 #ifdef _WIN32
 #include <windows.h>
 #else
@@ -33,6 +35,12 @@ FILE* open_file(const char* path, const char* mode) {
   return file != nullptr ? file : fopen(path, mode);
 }
 
+bool seek_file(FILE* file, int64_t offset_bytes) {
+  return _fseeki64(file, offset_bytes, SEEK_SET) == 0;
+}
+
+int64_t tell_file(FILE* file) { return _ftelli64(file); }
+
 #else
 
 std::u16string to_wide(const char* s, bool /*utf8: every text is UTF-8 here*/) {
@@ -46,6 +54,39 @@ FILE* open_file(const char* path, const char* mode) {
   return path != nullptr ? fopen(path, mode) : nullptr;
 }
 
+bool seek_file(FILE* file, int64_t offset_bytes) {
+  return fseeko(file, offset_bytes, SEEK_SET) == 0;
+}
+
+int64_t tell_file(FILE* file) { return ftello(file); }
+
 #endif
+
+namespace fs = std::filesystem;
+
+namespace {
+
+// What `ask` finds out; `otherwise` when it fails, also over a path that is no UTF-8.
+template <typename Answer, typename Question>
+Answer answer_or(Answer otherwise, Question ask) {
+  try {
+    return ask();
+  } catch (const std::exception&) {
+    return otherwise;
+  }
+}
+
+}  // namespace
+
+int64_t file_size(const std::string& path) {
+  return answer_or(int64_t{-1}, [&] {
+    const fs::path file = fs::u8path(path);
+    return fs::is_regular_file(file) ? static_cast<int64_t>(fs::file_size(file)) : -1;
+  });
+}
+
+bool is_same_file(const std::string& a, const std::string& b) {
+  return answer_or(false, [&] { return fs::equivalent(fs::u8path(a), fs::u8path(b)); });
+}
 
 }  // namespace zeva

@@ -1,6 +1,7 @@
 // Files by UTF-8 path, the same on every system.
 #pragma once
 
+#include <cstdint>
 #include <cstdio>
 #include <string>
 
@@ -12,5 +13,15 @@ std::u16string to_wide(const char* s, bool utf8);
 
 // fopen for a UTF-8 path: the wide call first, the narrow one when that fails. Null on failure.
 FILE* open_file(const char* path, const char* mode);
+
+// Moves to a byte offset, also beyond 2 GB. False when that fails or `offset` is negative.
+bool seek_file(FILE* file, int64_t offset_bytes);
+// The offset that is read or written next; -1 on failure.
+int64_t tell_file(FILE* file);
+
+// The size of the regular file that the path leads to, links followed; -1 when there is none.
+int64_t file_size(const std::string& path);
+// Whether both paths lead to one existing file, by whatever spelling or link.
+bool is_same_file(const std::string& a, const std::string& b);
 
 }  // namespace zeva

@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "console_line.h"
 #include "terminal.h"
 
 namespace zeva_tool {
@@ -28,11 +29,9 @@ class StatusLine {
   void update(const Progress& progress);
   int64_t interval_us() const;
 
-  // A line of its own that stays, "zeva: " before it.
-  void message(const std::string& text);
-
-  // Takes the line away.
-  void clear();
+  // As ConsoleLine has them.
+  void message(const std::string& text) { line.message(text); }
+  void clear() { line.clear(); }
 
  private:
   void measure_rate(const Progress& progress, int64_t now_us);
@@ -40,6 +39,7 @@ class StatusLine {
   std::string output_states() const;
 
   const Terminal& terminal;
+  ConsoleLine line;
   std::vector<std::string> outputs;
   int64_t shown_us = 0;
   bool was_paused = false;
@@ -47,7 +47,6 @@ class StatusLine {
   int64_t rate_from_pictures = 0;
   bool rate_measured = false;
   double pictures_per_second = 0;
-  size_t drawn_columns = 0;
 };
 
 }  // namespace zeva_tool

@@ -85,6 +85,20 @@ Terminal::Event read_key(HANDLE input) {
   return Terminal::Event::kNone;
 }
 
+// A stream that leads to where `stream` led, which from now on leads to the end of the file `path`;
+// null when that fails.
+FILE* redirect(FILE* stream, const std::string& path) {
+  int saved = _dup(_fileno(stream));
+  int target = _wopen(path.empty() ? L"NUL" : fs::u8path(path).c_str(),
+                      _O_WRONLY | _O_CREAT | _O_APPEND | _O_BINARY | _O_NOINHERIT, 0666);
+  if (target < 0) return nullptr;
+  fflush(stream);
+  FILE* old = saved < 0 ? nullptr : _fdopen(saved, "w");
+  bool done = old && _dup2(target, _fileno(stream)) == 0;
+  _close(target);
+  return done ? old : nullptr;
+}
+
 }  // namespace
 
 std::vector<std::string> Terminal::arguments(int, char**) {
@@ -103,7 +117,10 @@ Terminal::Terminal() {
                   FALSE, DUPLICATE_SAME_ACCESS);
 }
 
-Terminal::~Terminal() { fflush(console_stream); }
+Terminal::~Terminal() {
+  fflush(console_stream);
+  fflush(answer_stream);
+}
 
 void Terminal::catch_signals() { SetConsoleCtrlHandler(on_console_event, TRUE); }
 
@@ -122,19 +139,6 @@ Terminal::Event Terminal::wait(int64_t timeout_us) {
 }
 
 void Terminal::wake() { SetEvent(wake_event); }
-
-bool Terminal::redirect_stderr(const std::string& path) {
-  int saved = _dup(2);
-  int target = _wopen(path.empty() ? L"NUL" : fs::u8path(path).c_str(),
-                      _O_WRONLY | _O_CREAT | _O_APPEND | _O_BINARY | _O_NOINHERIT, 0666);
-  if (target < 0) return false;
-  fflush(stderr);
-  FILE* stream = saved < 0 ? nullptr : _fdopen(saved, "w");
-  bool done = stream && _dup2(target, 2) == 0;
-  _close(target);
-  if (done) console_stream = stream;
-  return done;
-}
 
 int Terminal::console_width() const {
   CONSOLE_SCREEN_BUFFER_INFO info;
@@ -206,6 +210,20 @@ bool wait_for_input(int input, int64_t timeout_us) {
   return input >= 0 && fds[1].revents != 0;
 }
 
+// A stream that leads to where `stream` led, which from now on leads to the end of the file `path`;
+// null when that fails.
+FILE* redirect(FILE* stream, const std::string& path) {
+  int target = open(path.empty() ? "/dev/null" : path.c_str(),
+                    O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0666);
+  if (target < 0) return nullptr;
+  int saved = fcntl(fileno(stream), F_DUPFD_CLOEXEC, 3);
+  fflush(stream);
+  FILE* old = saved < 0 ? nullptr : fdopen(saved, "w");
+  bool done = old && dup2(target, fileno(stream)) >= 0;
+  close(target);
+  return done ? old : nullptr;
+}
+
 }  // namespace
 
 std::vector<std::string> Terminal::arguments(int argc, char** argv) {
@@ -220,6 +238,7 @@ Terminal::Terminal() {
 Terminal::~Terminal() {
   restore_mode();
   fflush(console_stream);
+  fflush(answer_stream);
 }
 
 void Terminal::catch_signals() {
@@ -261,19 +280,6 @@ void Terminal::wake() {
   [[maybe_unused]] ssize_t written = write(wake_pipe[1], "", 1);
 }
 
-bool Terminal::redirect_stderr(const std::string& path) {
-  int target = open(path.empty() ? "/dev/null" : path.c_str(),
-                    O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0666);
-  if (target < 0) return false;
-  int saved = fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, 3);
-  fflush(stderr);
-  FILE* stream = saved < 0 ? nullptr : fdopen(saved, "w");
-  bool done = stream && dup2(target, STDERR_FILENO) >= 0;
-  close(target);
-  if (done) console_stream = stream;
-  return done;
-}
-
 int Terminal::console_width() const {
   winsize size = {};
   bool known = ioctl(fileno(console_stream), TIOCGWINSZ, &size) == 0 && size.ws_col > 0;
@@ -298,5 +304,17 @@ bool same_file(const std::string& a, const std::string& b) {
 }
 
 #endif
+
+bool Terminal::redirect_stderr(const std::string& path) {
+  FILE* old = redirect(stderr, path);
+  if (old) console_stream = old;
+  return old != nullptr;
+}
+
+bool Terminal::redirect_stdout(const std::string& path) {
+  FILE* old = redirect(stdout, path);
+  if (old) answer_stream = old;
+  return old != nullptr;
+}
 
 }  // namespace zeva_tool

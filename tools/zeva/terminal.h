@@ -1,8 +1,8 @@
 // The process's surroundings: arguments, keys, signals, standard streams, and file identity.
 // The only place of the tool that knows the operating system.
 //
-// One object lives for the whole run; it owns the terminal's key mode and the saved standard error.
-// wake() may be called from any thread, everything else from the main thread only.
+// One object lives for the whole run; it owns the terminal's key mode and the saved standard
+// streams. wake() may be called from any thread, everything else from the main thread only.
 #pragma once
 
 #include <cstddef>
@@ -48,12 +48,18 @@ class Terminal {
   bool console_is_terminal() const { return console_tty; }
   int console_width() const;
 
+  // The same for standard output: libraries print to `path`, the program's own answers to
+  // answers().
+  bool redirect_stdout(const std::string& path);
+  FILE* answers() const { return answer_stream; }
+
   // Reads exactly `size` bytes of standard input as they are; fewer at its end or after a signal.
   size_t read_stdin(void* data, size_t size);
   static bool stdin_is_terminal();
 
  private:
   FILE* console_stream = stderr;
+  FILE* answer_stream = stdout;
   bool console_tty = false;
   bool keys = false;
 };

@@ -1,0 +1,81 @@
+// After a crash: a finished movie out of the broken file and its index.
+//
+//   // broken.mp4: the recording without its trailer; broken.mp4.index: what `moov_url` named
+//   void* repair = ZEVA_StartRepair_Async("broken.mp4", "broken.mp4.index", "whole.mp4",
+//                                         on_progress, &window);
+//   while (ZEVA_Repair_IsRunning(repair)) draw_progress_bar();   // on_progress feeds it
+//   ZEVA_StopRepair(&repair);                                    // always, it frees the handle
+//
+//   bool ok = ZEVA_StartRepair_sync("broken.mp4", "broken.mp4.index", "whole.mp4",
+//                                   nullptr, nullptr);           // or simply wait for it
+//
+// Every packet whose record stands in the index and whose bytes stand in the broken file comes out
+// with the same bytes and time stamps. Broken file and index are only read, never changed.
+//
+// What a crash costs. Records reach the operating system a line at a time, when more than 960 bytes
+// of them are waiting: a record takes 15 to 21 bytes, so about 55 packets. At 30 pictures and 47
+// AAC packets (48 kHz) a second that is 0.7 s at most, 0.35 s on average. Packets reach it when
+// FFmpeg's I/O buffer of 256 KiB is full: 0.5 s of 4 Mbit/s, 2 s of 1 Mbit/s at most, half of that
+// on average. The two run side by side, so the longer one counts, not the sum. The last packet
+// has no record. All of this is safe when the program crashes; when the operating system or the
+// power fails, what had not yet been written to the disk is lost as well.
+//
+// Paths are UTF-8. Broken file and index must be regular files. The container follows from the
+// output's name (".mp4" as a rule); an existing output file is overwritten, except that the broken
+// file or the index itself, under whatever spelling or link, is refused with -10. A full disk is
+// -10 too. After -10 the output is incomplete and may be deleted.
+//
+// Damaged input gives a shorter movie or an error, never a crash. The index may have LF or CR LF.
+//   - A size that is negative or larger than what is left of the broken file, and a position
+//   outside
+//     it, end the recovery there: all later lines are ignored, since nothing can be placed any
+//     more.
+//   - A stream index outside 0..4, and a packet the output refuses (decreasing times, times or
+//     durations no recording can reach, an unknown stream), cost the rest of their line of about 55
+//     packets. The sizes and times of the packets passed over still count, so that the next line
+//     starts where it should. So does a part of the broken file that cannot be read.
+//   - A record that is cut off, or has a ";" before its seventh field, costs the rest of its line.
+//   - Numbers too large for their field count as the largest; sums of times wrap around.
+//   - Stream lines behind the fifth are ignored: no record can name such a stream.
+//   - Streams without a usable time base, size or sampling rate fail with -10.
+// Memory: one packet buffer, no larger than the broken file, and the output's packet table.
+#pragma once
+
+#include "zeva/export.h"
+
+extern "C" {
+
+// Reports of a repair. `progress` is the share of the index that was worked through, 0..1.
+//    code 0    message "": every ten index lines, and once at the end of every repair that got as
+//              far as the packets; 0.9 and more is reported as 1 at the end
+//    code -1   the broken file cannot be opened; no output was made
+//    code -2   the index cannot be read or describes no usable stream; no output was made
+//    code -5   the repair had already been stopped
+//    code -10  the output could not be set up or finished; `message` is FFmpeg's text
+// `message` lives only during the call. Calls come on the repair's thread, in the synchronous form
+// on the caller's, and never after ZEVA_StopRepair has returned.
+typedef void (*ZEVA_repair_callback)(double progress, int code, const char* message, void* user);
+
+// Starts a repair on a thread of its own and returns its handle at once; ZEVA_StopRepair frees it.
+// The paths are copied. `progress` may be null; a null or empty path is reported as one that cannot
+// be opened. Null only when the handle cannot be allocated. Several repairs may run at once.
+ZEVA_API void* ZEVA_StartRepair_Async(const char* broken, const char* moov, const char* output,
+                                      ZEVA_repair_callback progress, void* user);
+
+// The same on the caller's thread: blocks until the output is finished, about as long as copying
+// the broken file takes. True when the output was finished, also when nothing or not everything
+// could be recovered.
+ZEVA_API bool ZEVA_StartRepair_sync(const char* broken, const char* moov, const char* output,
+                                    ZEVA_repair_callback progress, void* user);
+
+// Ends a repair and frees its handle; *handle becomes null. A repair under way ends within one line
+// of the index, and the output is finished with what was recovered so far; the call blocks until
+// then. A repair that is over is only freed. `handle` and *handle may be null.
+// Calling it from inside the callback is an error: the repair is told to end, but the handle stays
+// and must be given to ZEVA_StopRepair again, from another thread or after the callback.
+ZEVA_API void ZEVA_StopRepair(void** handle);
+
+// Whether the repair is still at work; false for a null handle. Does not block.
+ZEVA_API bool ZEVA_Repair_IsRunning(void* handle);
+
+}  // extern "C"

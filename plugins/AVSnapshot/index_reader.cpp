@@ -1,0 +1,168 @@
+#include "index_reader.h"
+
+#include <charconv>
+#include <limits>
+#include <nlohmann/json.hpp>
+
+namespace zeva {
+namespace {
+
+using Json = nlohmann::json;
+
+int64_t wrapping_sum(int64_t a, int64_t b) {
+  return static_cast<int64_t>(static_cast<uint64_t>(a) + static_cast<uint64_t>(b));
+}
+
+// A walk over the fields of one record.
+class Fields {
+ public:
+  explicit Fields(std::string_view text) : p(text.data()), end(p + text.size()) {}
+
+  // Version 2: empty is 0; behind the number whatever stands before the separator is skipped.
+  template <typename Int>
+  bool read(Int& value, char separator) {
+    value = 0;
+    if (at_end()) return false;
+    if (*p != separator) number(value);
+    while (p < end && *p != separator && *p != ';') ++p;
+    return take(separator);
+  }
+
+  // Version 1: a number and its separator, as scanf would take them.
+  template <typename Int>
+  bool scan(Int& value, char separator) {
+    return number(value) && take(separator);
+  }
+
+  bool take(char c) {
+    if (p == end || *p != c) return false;
+    ++p;
+    return true;
+  }
+
+  bool skip_past(char c) {
+    while (p < end && *p != c) ++p;
+    return take(c);
+  }
+
+  const char* position() const { return p; }
+
+  // Blanks and a plus sign may stand before a number; without one `value` stays.
+  template <typename Int>
+  bool number(Int& value) {
+    const char* digits = p;
+    while (digits < end && (*digits == ' ' || *digits == '\t')) ++digits;
+    if (digits + 1 < end && *digits == '+' && digits[1] != '-') ++digits;
+    const auto [behind, error] = std::from_chars(digits, end, value);
+    if (error == std::errc::invalid_argument) return false;
+    if (error == std::errc::result_out_of_range) {
+      using Limits = std::numeric_limits<Int>;
+      value = *digits == '-' ? Limits::min() : Limits::max();
+    }
+    p = behind;
+    return true;
+  }
+
+ private:
+  bool at_end() const { return p == end || *p == '\0' || *p == '\r' || *p == '\n'; }
+
+  const char* p;
+  const char* end;
+};
+
+bool read_version_2(Fields& fields, IndexRecord& r) {
+  return fields.read(r.stream_index, ',') && fields.read(r.position, ',') &&
+         fields.read(r.size, ',') && fields.read(r.pts_delta, ',') &&
+         fields.read(r.dts_delta, ',') && fields.read(r.duration, ',') && fields.read(r.key, ';');
+}
+
+bool read_version_1(Fields& fields, IndexRecord& r) {
+  if (!fields.number(r.stream_index)) return false;
+  const bool whole = fields.take(',') && fields.scan(r.position, ',') && fields.scan(r.size, ',') &&
+                     fields.scan(r.pts_delta, ',') && fields.scan(r.dts_delta, ',') &&
+                     fields.scan(r.duration, ',') && fields.scan(r.key, ';');
+  return whole || fields.skip_past(';');
+}
+
+std::string text_member(const Json& line, const char* key) {
+  const auto found = line.find(key);
+  return found != line.end() && found->is_string() ? found->get<std::string>() : std::string{};
+}
+
+int number_member(const Json& line, const char* key) {
+  const auto found = line.find(key);
+  if (found == line.end() || !found->is_number_integer()) return 0;
+  // Beyond 64 bits the JSON reader makes it a floating-point number, which is none of ours.
+  if (found->is_number_unsigned() && found->get<uint64_t>() > std::numeric_limits<int>::max()) {
+    return 0;
+  }
+  const auto value = found->get<int64_t>();
+  return value >= std::numeric_limits<int>::min() ? static_cast<int>(value) : 0;
+}
+
+template <typename Description>
+void read_common_members(const Json& line, Description& d) {
+  d.index = number_member(line, "index");
+  d.codec = text_member(line, "codec");
+  d.format = text_member(line, "format");
+  d.time_base = {number_member(line, "tb.num"), number_member(line, "tb.den")};
+  d.ev = text_member(line, "ev");
+}
+
+}  // namespace
+
+void read_index_version(std::string_view line, int& version) {
+  constexpr std::string_view kKey = "version=";
+  const size_t found = line.find(kKey);
+  if (found != std::string_view::npos) Fields(line.substr(found + kKey.size())).number(version);
+}
+
+bool read_stream_line(std::string_view text, IndexStreams& streams) {
+  if (text.empty() || text.front() != '{') return false;
+  const Json line = Json::parse(text, nullptr, false);
+  if (line.is_discarded()) return false;
+  if (streams.list.size() >= kIndexMaxStreams) return true;
+  const std::string type = text_member(line, "type");
+  if (type == "video") {
+    read_common_members(line, streams.video);
+    streams.video.width = number_member(line, "w");
+    streams.video.height = number_member(line, "h");
+    streams.list.push_back(AVMEDIA_TYPE_VIDEO);
+  } else if (type == "audio") {
+    read_common_members(line, streams.audio);
+    streams.audio.channels = number_member(line, "channels");
+    streams.audio.sample_rate = number_member(line, "sample_rate");
+    streams.audio.frame_size = number_member(line, "frame_size");
+    streams.list.push_back(AVMEDIA_TYPE_AUDIO);
+  }
+  return true;
+}
+
+bool read_index_record(std::string_view& rest, int version, IndexRecord& record) {
+  record = {};
+  Fields fields(rest);
+  const bool complete = version == 2   ? read_version_2(fields, record)
+                        : version == 1 ? read_version_1(fields, record)
+                                       : false;
+  if (complete) rest.remove_prefix(static_cast<size_t>(fields.position() - rest.data()));
+  return complete;
+}
+
+IndexedPacket RecordDecoder::decode(const IndexRecord& record) {
+  IndexedPacket packet;
+  packet.stream_index = record.stream_index;
+  packet.audio = record.stream_index == audio_index;
+  packet.size = record.size;
+  packet.key = record.key != 0;
+  packet.position = record.position != 0 ? record.position : next_position;
+  next_position = wrapping_sum(packet.position, packet.size);
+
+  LastTimes& last = packet.audio ? last_audio : last_video;
+  packet.pts = wrapping_sum(last.pts, record.pts_delta);
+  packet.dts = record.dts_delta != 0 ? wrapping_sum(last.dts, record.dts_delta) : packet.pts;
+  last = {packet.pts, packet.dts};
+  packet.duration = record.duration == 0 && packet.audio ? frame_size : record.duration;
+  return packet;
+}
+
+}  // namespace zeva

@@ -1,0 +1,123 @@
+#include "moov_parser.h"
+
+#include <algorithm>
+
+#include "extradata.h"
+#include "files.h"
+#include "logger.h"
+
+namespace zeva {
+namespace {
+
+// The parameter sets of 1920x1080 pictures in H.264 Constrained Baseline 4.0, as a byte stream:
+// what a recording gets whose own were lost.
+constexpr char kDefaultParameterSets[] = "AAAAAWdCwCjaAeAIn5YQAAADABAAAAMCiPGDKgAAAAFozg/I";
+
+}  // namespace
+
+bool MoovParser::parse(const char* index_path) {
+  const std::string given = index_path != nullptr ? index_path : "";
+  const FilePtr file(file_size(given) >= 0 ? open_file(given.c_str(), "rt") : nullptr);
+  if (file == nullptr) {
+    ZEVA_LOG(kLogError, "无法打开moov文件: %s", given.c_str());
+    return false;
+  }
+  if (!read_head(file.get())) {
+    ZEVA_LOG(kLogError, "未找到有效的音视频流: %s", given.c_str());
+    return false;
+  }
+  if (!prepare_video_extradata()) {
+    ZEVA_LOG(kLogError, "未找到v_extradata");
+    return false;
+  }
+  if (!prepare_audio_extradata()) {
+    ZEVA_LOG(kLogError, "未找到a_extradata");
+    return false;
+  }
+  path = given;
+  size_bytes = file_size(path);
+  consumed_bytes = 0;
+  return true;
+}
+
+bool MoovParser::read_head(FILE* file) {
+  for (const char* text; (text = read_line(file)) != nullptr; ++head_line_count) {
+    if (text[0] == '#') {
+      if (head_line_count == 0) read_index_version(text, index_version);
+    } else if (!read_stream_line(text, described)) {
+      break;  // the first record line
+    }
+  }
+  return !described.list.empty();
+}
+
+bool MoovParser::prepare_video_extradata() {
+  VideoDescription& video = described.video;
+  if (std::count(described.list.begin(), described.list.end(), AVMEDIA_TYPE_VIDEO) == 0) {
+    ZEVA_LOG(kLogError, "---> 没有检测到视频流");
+    return true;
+  }
+  if (video.ev.empty()) {
+    ZEVA_LOG(kLogError, "--> no global PPS/SPS, generate ...");
+    video.ev = kDefaultParameterSets;
+  }
+  Bytes byte_stream;
+  const Bytes record =
+      base64_decode(video.ev, byte_stream) ? avc_configuration(byte_stream) : Bytes{};
+  if (record.empty()) {
+    ZEVA_LOG(kLogError, "no sps/pps");
+    return false;
+  }
+  ZEVA_LOG(kLogDebug, "===> v_ext_result: %s\n", hex_list(record).c_str());
+  video.ev = base64_encode(record);
+  return true;
+}
+
+bool MoovParser::prepare_audio_extradata() {
+  AudioDescription& audio = described.audio;
+  if (std::count(described.list.begin(), described.list.end(), AVMEDIA_TYPE_AUDIO) == 0) {
+    ZEVA_LOG(kLogError, "---> 没有检测到音频流");
+    return true;
+  }
+  if (!audio.ev.empty()) return true;
+  ZEVA_LOG(kLogError, "--> no global ADTS, generate ...");
+  const Bytes config = aac_configuration(audio.sample_rate, audio.channels);
+  ZEVA_LOG(kLogDebug, "===> a_ext_result: %s\n", hex_list(config).c_str());
+  audio.ev = base64_encode(config);
+  return true;
+}
+
+const char* MoovParser::next_record_line() {
+  if (index_file == nullptr && !reopen()) return nullptr;
+  const int64_t line_begin = tell_file(index_file.get());
+  const char* text = read_line(index_file.get());
+  if (text == nullptr) {
+    consumed_bytes = size_bytes;
+    return nullptr;
+  }
+  consumed_bytes = line_begin;
+  ++line_count;
+  return text;
+}
+
+bool MoovParser::reopen() {
+  if (path.empty()) return false;
+  index_file.reset(open_file(path.c_str(), "rb"));
+  if (index_file == nullptr) return false;
+  for (int64_t i = 0; i < head_line_count; ++i) (void)read_line(index_file.get());
+  line_count = head_line_count;
+  return true;
+}
+
+double MoovParser::progress() const {
+  if (forced_progress >= 0) return forced_progress;
+  if (size_bytes < 1) return 0;
+  const double share = static_cast<double>(consumed_bytes) / static_cast<double>(size_bytes);
+  return std::clamp(share, 0.0, 1.0);  // the file may have grown since
+}
+
+const char* MoovParser::read_line(FILE* file) {
+  return fgets(line.data(), static_cast<int>(line.size()), file);
+}
+
+}  // namespace zeva

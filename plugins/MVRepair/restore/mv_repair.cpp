@@ -1,0 +1,233 @@
+#include "mv_repair.h"
+
+#include <cstring>
+#include <exception>
+#include <utility>
+
+#include "av_error.h"
+#include "files.h"
+#include "logger.h"
+
+namespace zeva {
+namespace {
+
+constexpr int kLinesPerReport = 10;
+// The tail of a crashed recording is expected to be damaged: from here on a repair counts as whole.
+constexpr double kTail = 0.9;
+
+std::string_view without_line_end(std::string_view text) {
+  const size_t last = text.find_last_not_of("\r\n");
+  return text.substr(0, last == std::string_view::npos ? 0 : last + 1);
+}
+
+int print_length(std::string_view text) { return static_cast<int>(text.size()); }
+
+struct WhileRunning {
+  std::atomic<bool>& flag;
+  explicit WhileRunning(std::atomic<bool>& flag) : flag(flag) { flag = true; }
+  ~WhileRunning() { flag = false; }
+};
+
+}  // namespace
+
+MvRepair::MvRepair(ZEVA_repair_callback progress, void* user)
+    : progress_callback(progress), user(user) {}
+
+MvRepair::~MvRepair() { (void)stop(); }
+
+bool MvRepair::start(Paths paths) {
+  if (refuse_stopped()) return false;
+  running = true;  // a host may ask before the thread has begun
+  try {
+    worker = std::thread([this, kept = std::move(paths)] { run(kept); });
+  } catch (const std::exception& e) {
+    running = false;
+    ZEVA_LOG(kLogError, "repair: no thread: %s", e.what());
+    report(0, kOutputCode, e.what());
+    return false;
+  }
+  return true;
+}
+
+bool MvRepair::run(const Paths& paths) {
+  const WhileRunning guard(running);
+  try {
+    const bool done = repair(paths);
+    parser.reset();  // 8
+    broken.close();
+    return done;
+  } catch (const std::exception& e) {
+    ZEVA_LOG(kLogError, "repair failed: %s", e.what());
+  } catch (...) {
+    ZEVA_LOG(kLogError, "repair failed");
+  }
+  return false;
+}
+
+bool MvRepair::stop() {
+  stopped = true;
+  if (!worker.joinable()) return true;
+  if (worker.get_id() == std::this_thread::get_id()) {
+    ZEVA_LOG(kLogError, "repair: stop() inside the callback cannot wait for the repair");
+    return false;
+  }
+  ZEVA_LOG(kLogDebug, "repair: stop() ...");
+  worker.join();
+  ZEVA_LOG(kLogDebug, "repair: stop() success.");
+  return true;
+}
+
+bool MvRepair::refuse_stopped() {
+  if (!stopped) return false;
+  report(0, kStoppedCode, "repair: already stopped.  can't recall this function...");
+  return true;
+}
+
+bool MvRepair::repair(const Paths& paths) {
+  if (!broken.open(paths.broken)) {
+    ZEVA_LOG(kLogError, "无法打开mdata文件: %s", paths.broken.c_str());
+    report(0, kBrokenFileCode, "cannot open broken_file...");
+    return false;
+  }
+  if (!parser.parse(paths.moov.c_str())) {
+    report(0, kIndexFileCode, "parse moov file failed ...");
+    return false;
+  }
+  if (is_an_input(paths)) {
+    ZEVA_LOG(kLogError, "the output is the broken file or its index: %s", paths.output.c_str());
+    report(0, kOutputCode, "the output is the broken file or its index");
+    return false;
+  }
+  const int result = rebuild(paths.output);
+  if (result >= 0 || result == AVERROR_EOF) return true;
+  const std::string text = av_error_text(result);
+  ZEVA_LOG(kLogError, "Error occurred(%d): %s", result, text.c_str());
+  report(parser.progress(), kOutputCode, text.c_str());
+  return false;
+}
+
+bool MvRepair::is_an_input(const Paths& paths) const {
+  const char* output = paths.output.c_str();
+  av_strstart(output, "file:", &output);  // FFmpeg's other spelling of a path
+  return is_same_file(output, paths.broken) || is_same_file(output, paths.moov);
+}
+
+// Nothing of the output is opened before its description is complete.
+int MvRepair::rebuild(const std::string& output_path) {
+  RepairOutput output(stopped);
+  int result = output.create(output_path);
+  if (result >= 0) result = output.add_streams(parser.streams());
+  if (result >= 0) result = output.open();
+  if (result >= 0) result = output.write_header();
+  if (result >= 0) {
+    copy_records(output);
+    result = output.write_trailer();
+  }
+  const int closed = output.close();
+  return result >= 0 ? closed : result;
+}
+
+void MvRepair::copy_records(RepairOutput& output) {
+  int taken = 0, processed = 0, first_ignored = 0, ignored = 0;
+  decoder = RecordDecoder(parser.streams().audio);
+  for (const char* line; (line = parser.next_record_line()) != nullptr; ++taken) {
+    if (stopped) {
+      ZEVA_LOG(kLogInfo, "repair aborted .");
+      break;
+    }
+    if (output.broken()) break;  // no line can be written any more
+    if (broken.at_end()) {
+      if (ignored++ > 0) continue;
+      first_ignored = taken;
+      const std::string_view text = without_line_end(line);
+      ZEVA_LOG(kLogError, ">> 损坏视频已经读取到末尾了,第一个忽略行 ========> %.*s",
+               print_length(text), text.data());
+      continue;
+    }
+    process_line(output, line);
+    if (++processed % kLinesPerReport == 0) report_progress();
+  }
+  if (parser.progress() >= kTail) parser.force_progress(1.0);
+  report_progress();
+  ZEVA_LOG(kLogInfo, ">> 执行完成 %.6lf, （忽略索引: [%d ~ %d) 共%d行）", parser.progress(),
+           first_ignored, first_ignored + ignored, ignored);
+}
+
+void MvRepair::process_line(RepairOutput& output, std::string_view rest) {
+  if (!index_version_known(parser.version())) {
+    printf("[ERROR] version=%d, parse failed\n", parser.version());
+    return;
+  }
+  bool dropped = false;
+  IndexRecord record;
+  for (std::string_view here = rest; read_index_record(rest, parser.version(), record);
+       here = rest) {
+    const IndexedPacket packet = decoder.decode(record);
+    if (dropped) {
+      // The rest of a dropped line still tells where the next line's bytes and times begin.
+      broken.pass_over(packet.position, packet.size);
+      continue;
+    }
+    if (packet.stream_index < 0 || packet.stream_index >= kIndexMaxStreams) {
+      const std::string_view text = without_line_end(here);
+      ZEVA_LOG(kLogError, "===> stream.idx=%d 不合法，moov已处理 %d 行(%.6lf)：%.*s",
+               packet.stream_index, static_cast<int>(parser.line_number()), parser.progress(),
+               print_length(text), text.data());
+      broken.pass_over(packet.position, packet.size);
+      dropped = true;
+      continue;
+    }
+    if (record.position != 0) {
+      ZEVA_LOG(kLogDebug, "packet数据 seek fpos=%lld", static_cast<long long>(record.position));
+    }
+    dropped = !copy_packet(output, packet, rest);
+  }
+}
+
+bool MvRepair::copy_packet(RepairOutput& output, const IndexedPacket& packet,
+                           std::string_view next) {
+  if (broken.holds(packet.position, packet.size) && !reserve(packet.size)) {
+    ZEVA_LOG(kLogError, "no memory for a packet of %d bytes", packet.size);
+    return false;
+  }
+  const BrokenFile::ReadResult read =
+      broken.read(packet.position, packet.size, packet_buffer.get());
+  if (read.count < packet.size || packet.size < 0) {
+    ZEVA_LOG(kLogError,
+             "读取packet数据 %d < %d(需求)，该行索引处理结束 (eof=%d, fpos=%lld) err_code=%d",
+             read.count, packet.size, broken.at_end() ? 1 : 0,
+             static_cast<long long>(read.position), read.error);
+    return false;
+  }
+  memset(packet_buffer.get() + packet.size, 0, AV_INPUT_BUFFER_PADDING_SIZE);
+  const int result = output.write(packet, packet_buffer.get());
+  if (result >= 0) return true;
+  const std::string_view text = without_line_end(next);
+  ZEVA_LOG(kLogError, "@@ moov已处理 %d 行(%.6lf); write frame err: %s, next=%.*s",
+           static_cast<int>(parser.line_number()), parser.progress(), av_error_text(result),
+           print_length(text), text.data());
+  if (parser.progress() < kTail) {
+    printf("error:ret=%d,msg=%s\n", result, av_error_text(result));
+  }
+  return false;
+}
+
+bool MvRepair::reserve(int32_t size) {
+  if (packet_buffer != nullptr && size <= packet_capacity) return true;
+  void* grown =
+      av_realloc(packet_buffer.get(), static_cast<size_t>(size) + AV_INPUT_BUFFER_PADDING_SIZE);
+  if (grown == nullptr) return false;
+  (void)packet_buffer.release();  // av_realloc has taken it
+  packet_buffer.reset(static_cast<uint8_t*>(grown));
+  packet_capacity = size;
+  return true;
+}
+
+void MvRepair::report_progress() { report(parser.progress(), 0, ""); }
+
+void MvRepair::report(double progress, int code, const char* message) {
+  printf("progress:%.6lf\n", progress);
+  if (progress_callback != nullptr) progress_callback(progress, code, message, user);
+}
+
+}  // namespace zeva

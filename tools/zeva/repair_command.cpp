@@ -1,0 +1,102 @@
+#include "repair_command.h"
+
+#include <CLI/CLI.hpp>
+#include <filesystem>
+#include <system_error>
+
+#include "console_line.h"
+#include "exit_status.h"
+#include "index_analysis.h"
+#include "json_text.h"
+#include "movie_repair.h"
+
+namespace fs = std::filesystem;
+
+namespace zeva_tool {
+namespace {
+
+constexpr const char* kFooter =
+    "Ctrl-C ends the repair early; what was recovered so far becomes a finished, shorter movie. A\n"
+    "second Ctrl-C ends the program at once. The broken movie and its index are only read.\n"
+    "\n"
+    "Example:\n"
+    "  zeva repair movie.mp4 movie.mp4.index -o whole.mp4\n"
+    "\n"
+    "Exit status: 0 when nothing is lost, 1 when nothing could be recovered, 2 for wrong usage, 3\n"
+    "when something is lost: the summary says what and why. After a crash it is nearly always 3,\n"
+    "for the last moment had not reached the disk.\n";
+
+Status check_usage(const RepairOptions& options) {
+  for (const std::string* input : {&options.broken, &options.index}) {
+    if (same_file(options.output, *input)) {
+      return Status("--output " + options.output + " and " + *input +
+                    " are the same file, which must not be overwritten");
+    }
+  }
+  if (!same_file(options.broken, options.index)) return {};
+  return Status(options.broken + " and " + options.index +
+                " are the same file; the movie and its index are wanted");
+}
+
+Status check_output(const RepairOptions& options) {
+  std::error_code error;
+  fs::path output = fs::u8path(options.output);
+  if (fs::is_directory(output, error)) return Status(options.output + " is a folder");
+  if (fs::exists(output, error) && !options.force) {
+    return Status(options.output + " exists already; --force replaces it");
+  }
+  fs::path folder = output.parent_path();
+  if (folder.empty() || fs::is_directory(folder, error)) return {};
+  return Status("the folder of " + options.output + " does not exist");
+}
+
+int refuse(const RepairOptions& options, Terminal& terminal, const Status& status,
+           int exit_status) {
+  if (options.json) print_json_error(terminal.answers(), status.sentence(), exit_status);
+  ConsoleLine(terminal).message(status.sentence());
+  return exit_status;
+}
+
+}  // namespace
+
+CLI::App* add_repair_command(CLI::App& app, RepairOptions& options) {
+  CLI::App* command =
+      app.add_subcommand("repair", "Make a finished movie of a broken one and its index");
+  command->footer(kFooter);
+  command->add_option("broken", options.broken, "The movie without its trailer")
+      ->type_name("BROKEN")
+      ->required();
+  command->add_option("index", options.index, "Its index, e.g. movie.mp4.index")
+      ->type_name("INDEX")
+      ->required();
+  command->add_option("-o,--output", options.output, "The movie to make; its name decides its kind")
+      ->type_name("OUT")
+      ->required();
+  command->add_flag("--force", options.force, "Replace an existing output");
+  command->add_flag("--json", options.json, "One JSON object on standard output");
+  command->add_option("--log", options.log, "Append the library's messages to this file")
+      ->type_name("FILE");
+  return command;
+}
+
+int run_repair(const RepairOptions& options, Terminal& terminal) {
+  Status status = check_usage(options);
+  if (!status.ok()) return refuse(options, terminal, status, kExitUsage);
+  IndexFacts facts;
+  status = analyse_index(options.index, options.broken, facts);
+  if (status.ok()) status = check_output(options);
+  if (status.ok()) status = Status(why_hopeless(facts));
+  if (status.ok()) status = quiet_libraries(options.log, terminal);
+  if (!status.ok()) return refuse(options, terminal, status, kExitFailure);
+  terminal.catch_signals();
+  RepairOutcome outcome =
+      repair_movie({options.broken, options.index, options.output}, facts, terminal);
+  if (options.json) {
+    print_json(terminal.answers(), outcome_json(facts, outcome));
+  } else {
+    fputs(outcome_text(facts, outcome).c_str(), terminal.answers());
+  }
+  return outcome.exit_status;
+}
+
+}  // namespace zeva_tool

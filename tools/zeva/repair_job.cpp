@@ -1,0 +1,45 @@
+#include "repair_job.h"
+
+#include <utility>
+
+#include "zeva/repair.h"
+
+namespace zeva_tool {
+namespace {
+
+constexpr int64_t kLookAgainUs = 20000;  // the end of a repair wakes nobody
+
+}  // namespace
+
+RepairRun RepairJob::run(const RepairPaths& paths) {
+  void* repair = ZEVA_StartRepair_Async(paths.broken.c_str(), paths.index.c_str(),
+                                        paths.output.c_str(), receive, this);
+  RepairRun result;
+  while (repair && !is_over(repair) && !Terminal::stop_requested()) {
+    terminal.wait(kLookAgainUs);
+    bar.update(share);
+  }
+  result.stopped_by_user = Terminal::stop_requested() && !is_over(repair);
+  ZEVA_StopRepair(&repair);
+  bar.clear();
+  std::lock_guard<std::mutex> lock(mutex);
+  result.failures = std::move(failures);
+  return result;
+}
+
+// Every repair reports at least once before it ends, so that one that has not begun is not taken
+// for one that is over.
+bool RepairJob::is_over(void* repair) const { return reported && !ZEVA_Repair_IsRunning(repair); }
+
+void RepairJob::receive(double progress, int code, const char* message, void* user) {
+  auto* job = static_cast<RepairJob*>(user);
+  job->share = progress;
+  if (code != 0) {
+    std::string text = message && *message ? message : "no reason given";
+    std::lock_guard<std::mutex> lock(job->mutex);
+    job->failures.push_back({code, text + " (code " + std::to_string(code) + ")"});
+  }
+  job->reported = true;
+}
+
+}  // namespace zeva_tool

@@ -1,0 +1,23 @@
+// Numbers as the user reads them.
+#pragma once
+
+#include <cstdint>
+#include <cstdio>
+#include <string>
+
+namespace zeva_tool {
+
+// printf into a string, of at most 255 bytes.
+template <typename... Values>
+std::string formatted(const char* format, Values... values) {
+  char buffer[256];
+  snprintf(buffer, sizeof buffer, format, values...);
+  return buffer;
+}
+
+std::string movie_time(int64_t us);    // 01:02:03.4
+std::string seconds_text(int64_t us);  // 3.42 s
+std::string size_text(int64_t bytes);  // 512 bytes, 12.3 kB, 4.5 MB, 1.23 GB
+std::string count_text(int64_t count, const char* one, const char* many);  // 1 packet, 2 packets
+
+}  // namespace zeva_tool
