@@ -13,6 +13,10 @@ namespace {
 // what a recording gets whose own were lost.
 constexpr char kDefaultParameterSets[] = "AAAAAWdCwCjaAeAIn5YQAAADABAAAAMCiPGDKgAAAAFozg/I";
 
+// What is made up below fits one codec. Another one's extradata, or its lack, is left as it is:
+// made-up bytes would keep the muxer from taking what it needs out of the packets (AC-3).
+bool is_codec(const std::string& codec, const char* name) { return codec.empty() || codec == name; }
+
 }  // namespace
 
 bool MoovParser::parse(const char* index_path) {
@@ -57,6 +61,7 @@ bool MoovParser::prepare_video_extradata() {
     ZEVA_LOG(kLogError, "---> 没有检测到视频流");
     return true;
   }
+  if (!is_codec(video.codec, "h264")) return true;
   if (video.ev.empty()) {
     ZEVA_LOG(kLogError, "--> no global PPS/SPS, generate ...");
     video.ev = kDefaultParameterSets;
@@ -79,7 +84,7 @@ bool MoovParser::prepare_audio_extradata() {
     ZEVA_LOG(kLogError, "---> 没有检测到音频流");
     return true;
   }
-  if (!audio.ev.empty()) return true;
+  if (!audio.ev.empty() || !is_codec(audio.codec, "aac")) return true;
   ZEVA_LOG(kLogError, "--> no global ADTS, generate ...");
   const Bytes config = aac_configuration(audio.sample_rate, audio.channels);
   ZEVA_LOG(kLogDebug, "===> a_ext_result: %s\n", hex_list(config).c_str());
