@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <filesystem>
 #include <random>
+#include <stdexcept>
 #include <string>
 
 #include "files.h"
@@ -40,4 +41,11 @@ inline std::string read_file(const std::string& path, const char* mode = "rb") {
   for (size_t n; (n = fread(buffer, 1, sizeof buffer, file)) > 0;) bytes.append(buffer, n);
   fclose(file);
   return bytes;
+}
+
+inline void write_file(const std::string& path, const std::string& bytes) {
+  FILE* file = zeva::open_file(path.c_str(), "wb");
+  if (file == nullptr) throw std::runtime_error("cannot write " + path);
+  fwrite(bytes.data(), 1, bytes.size(), file);
+  fclose(file);
 }

@@ -82,6 +82,18 @@ class ToolTest(unittest.TestCase):
         return done.stdout
 
 
+    def zeva(self, *arguments, expect=0):
+        """Runs any subcommand; returns what it answers and what it tells besides."""
+        done = subprocess.run([*EMULATOR, TOOL, *arguments], stdin=subprocess.DEVNULL,
+                              stdout=subprocess.PIPE, stderr=subprocess.PIPE, encoding="utf-8",
+                              timeout=RUN_TIMEOUT_S)
+        self.assertEqual(done.returncode, expect, done.stdout + done.stderr)
+        return done.stdout, done.stderr
+
+    def zeva_json(self, *arguments, expect=0):
+        return json.loads(self.zeva(*arguments, "--json", expect=expect)[0])
+
+
 def make_camera_movie(path, *options):
     """Three seconds of moving pictures with stereo sound."""
     ffmpeg("-f", "lavfi", "-i", "testsrc2=size=160x120:rate=25", "-f", "lavfi", "-i",

@@ -2,21 +2,15 @@
 
 #include <cstdio>
 
+#include "text_format.h"
+
 namespace zeva_tool {
 namespace {
-
-bool is_continuation(char c) { return (static_cast<unsigned char>(c) & 0xC0) == 0x80; }
-
-size_t column_count(const std::string& text) {
-  size_t count = 0;
-  for (char c : text) count += !is_continuation(c);
-  return count;
-}
 
 void cut_to_columns(std::string& text, size_t columns) {
   size_t count = 0;
   for (size_t i = 0; i < text.size(); ++i) {
-    if (!is_continuation(text[i]) && count++ == columns) {
+    if (!is_utf8_continuation(text[i]) && count++ == columns) {
       text.resize(i);
       return;
     }

@@ -77,31 +77,40 @@ class IndexAnalysis {
     ++facts.record_lines;
     std::string_view rest = line;
     zeva::IndexRecord record;
-    bool sound = true;  // the rest of a line is lost behind a damaged record
+    std::string fault;   // the rest of a line is lost behind a record that cannot be used
+    int64_t passed = 0;  // records of that rest
     while (!over && zeva::read_index_record(rest, facts.version, record)) {
       zeva::IndexedPacket packet = decoder.decode(record);
-      if (sound) sound = take(packet);
+      if (fault.empty()) {
+        fault = take(packet);
+      } else {
+        ++passed;
+      }
     }
-    if (over || !sound) return;
-    if (rest.find_first_not_of(std::string_view("\r\n\0", 3)) == std::string_view::npos) return;
-    if (line.back() != '\n') {
-      facts.cut_off = true;  // what a crash leaves; in the middle of the text it would be damage
-    } else {
-      add_damage("a record is cut off or garbled");
+    if (!fault.empty() && passed > 0) {
+      fault += "; " + count_text(passed, "packet", "packets") + " behind it lost";
     }
+    if (fault.empty() && is_unfinished(rest)) {
+      // Without a line end it is what a crash leaves.
+      facts.cut_off = line.back() != '\n';
+      if (!facts.cut_off) fault = "a record is cut off or garbled";
+    }
+    if (!fault.empty()) add_damage(fault);
   }
 
-  // False when the packet cannot be used.
-  bool take(const zeva::IndexedPacket& packet) {
+  static bool is_unfinished(std::string_view rest) {
+    return rest.find_first_not_of(std::string_view("\r\n\0", 3)) != std::string_view::npos;
+  }
+
+  // Why the packet cannot be used; empty when it can.
+  std::string take(const zeva::IndexedPacket& packet) {
     if (packet.size < 0 || packet.position < 0 || packet.position > INT64_MAX - packet.size) {
-      add_damage("a packet lies where no file can have it; nothing behind it can be placed");
       over = true;
-      return false;
+      return "a packet lies where no file can have it; nothing behind it can be placed";
     }
     auto stream = static_cast<size_t>(packet.stream_index);
     if (packet.stream_index < 0 || stream >= tallies.size()) {
-      add_damage("there is no stream " + std::to_string(packet.stream_index));
-      return false;
+      return "there is no stream " + std::to_string(packet.stream_index);
     }
     int64_t end = packet.position + packet.size;
     if (facts.media_begin == 0) facts.media_begin = packet.position;
@@ -109,7 +118,7 @@ class IndexAnalysis {
     // The movie is read from front to back: behind the first packet it has not, it has none.
     held = held && facts.movie && end <= facts.movie->file_bytes;
     tallies[stream].add(packet, held);
-    return true;
+    return {};
   }
 
   void add_damage(const std::string& what) {

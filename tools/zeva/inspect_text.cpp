@@ -19,16 +19,16 @@ std::string stream_lines(size_t number, const StreamFacts& stream) {
   std::string text = "  stream " + std::to_string(number) + "  " + stream_name(stream) + "\n";
   if (stream.packets == 0) return text + "    no packets\n";
   text += "    " + count_text(stream.packets, "packet", "packets") + ", " +
-          seconds_text(stream.duration_us()) +
+          length_text(stream.duration_us()) +
           formatted(", %.2f a second, ", stream.packets_per_second) +
           rate_text(stream_rate(stream)) + "\n";
   if (!stream.audio) {
     text += "    " + count_text(stream.key_packets, "key frame", "key frames") + ", at most " +
-            seconds_text(stream.longest_key_distance_us) + " apart\n";
+            length_text(stream.longest_key_distance_us) + " apart\n";
   }
   if (stream.gaps > 0) {
     text += "    " + count_text(stream.gaps, "gap", "gaps") + ", the longest " +
-            seconds_text(stream.longest_gap_us) + " at " + movie_time(stream.longest_gap_at_us) +
+            length_text(stream.longest_gap_us) + " at " + movie_time(stream.longest_gap_at_us) +
             "\n";
   } else {
     text += "    no gaps\n";
@@ -44,7 +44,7 @@ std::string offset_line(const IndexFacts& facts) {
   const StreamFacts* audio = facts.first(true);
   if (!video || !audio || video->packets == 0 || audio->packets == 0) return {};
   int64_t offset_us = audio->end_us - video->end_us;
-  return "  the sound ends " + seconds_text(std::abs(offset_us)) +
+  return "  the sound ends " + length_text(std::abs(offset_us)) +
          (offset_us < 0 ? " before" : " after") + " the pictures\n";
 }
 
@@ -56,11 +56,11 @@ std::string movie_lines(const IndexFacts& facts) {
   int64_t held = facts.held_packets();
   double percent = all > 0 ? 100.0 * static_cast<double>(held) / static_cast<double>(all) : 0;
   text += "  holds " + std::to_string(held) + " of " + count_text(all, "packet", "packets") +
-          formatted(" (%.1f %%), ", percent) + seconds_text(facts.held_duration_us()) + " of " +
-          seconds_text(facts.duration_us()) + "\n";
+          formatted(" (%.1f %%), ", percent) + length_text(facts.held_duration_us()) + " of " +
+          length_text(facts.duration_us()) + "\n";
   if (facts.unrecorded_bytes() > 0) {
     text += "  " + size_text(facts.unrecorded_bytes()) + " behind them have no record, about " +
-            seconds_text(facts.unrecorded_us()) + "\n";
+            length_text(facts.unrecorded_us()) + "\n";
   }
   return text;
 }
@@ -92,8 +92,8 @@ std::vector<std::string> damage_sentences(const IndexFacts& facts) {
 std::string facts_text(const IndexFacts& facts) {
   std::string text = facts.path + ": " + size_text(facts.file_bytes) + ", format version " +
                      std::to_string(facts.version) + "\n";
-  text += "  " + seconds_text(facts.duration_us()) + " (" + movie_time(facts.duration_us()) +
-          "), " + count_text(facts.packets(), "packet", "packets") + " in " +
+  text += "  " + length_text(facts.duration_us()) + ", " +
+          count_text(facts.packets(), "packet", "packets") + " in " +
           count_text(facts.record_lines, "line", "lines") + ", " +
           rate_text(facts.bits_per_second()) + "\n";
   for (size_t i = 0; i < facts.streams.size(); ++i) text += stream_lines(i, facts.streams[i]);

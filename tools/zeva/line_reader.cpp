@@ -3,7 +3,8 @@
 #include <algorithm>
 #include <cstring>
 #include <filesystem>
-#include <system_error>
+
+#include "file_check.h"
 
 namespace fs = std::filesystem;
 
@@ -18,11 +19,9 @@ LineReader::LineReader(size_t max_line_bytes)
     : max_line(max_line_bytes), buffer(std::max(kBufferBytes, 2 * max_line_bytes)) {}
 
 Status LineReader::open(const std::string& path) {
-  std::error_code error;
-  fs::path name = fs::u8path(path);
-  if (!fs::exists(name, error)) return Status(path + " does not exist");
-  if (!fs::is_regular_file(name, error)) return Status(path + " is not a file");
-  file.open(name, std::ios::binary);
+  Status status = check_is_file(path);
+  if (!status.ok()) return status;
+  file.open(fs::u8path(path), std::ios::binary);
   return file ? Status() : Status(path + " cannot be opened");
 }
 

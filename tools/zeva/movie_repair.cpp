@@ -70,13 +70,13 @@ std::string outcome_text(const IndexFacts& facts, const RepairOutcome& outcome) 
   if (outcome.packets() == 0) {
     text = "nothing recovered from " + outcome.paths.broken + "\n";
   } else {
-    text = "recovered " + seconds_text(outcome.duration_us()) + " into " + outcome.paths.output +
+    text = "recovered " + length_text(outcome.duration_us()) + " into " + outcome.paths.output +
            (outcome.run.stopped_by_user ? " (stopped before the end)\n" : "\n");
     for (size_t i = 0; i < facts.streams.size(); ++i) {
       const CountedStream& counted = outcome.streams[i];
       text += "  " + stream_name(facts.streams[i]) + ": " + std::to_string(counted.packets) +
               " of " + count_text(facts.streams[i].packets, "packet", "packets") + ", " +
-              seconds_text(counted.end_us - counted.start_us) + "\n";
+              length_text(counted.end_us - counted.start_us) + "\n";
     }
   }
   const char* word = outcome.packets() == 0 ? "  " : "  lost: ";

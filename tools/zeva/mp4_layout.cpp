@@ -7,6 +7,8 @@
 #include <fstream>
 #include <system_error>
 
+#include "file_check.h"
+
 namespace fs = std::filesystem;
 
 namespace zeva_tool {
@@ -57,9 +59,11 @@ bool read_box(std::ifstream& file, int64_t position, int64_t file_bytes, Box& bo
 }  // namespace
 
 Status read_mp4_layout(const std::string& path, Mp4Layout& layout) {
+  layout = {};
+  Status status = check_is_file(path);
+  if (!status.ok()) return status;
   std::error_code error;
   fs::path name = fs::u8path(path);
-  layout = {};
   layout.file_bytes = static_cast<int64_t>(fs::file_size(name, error));
   if (error) return Status(path + " cannot be read: " + error.message());
   std::ifstream file(name, std::ios::binary);

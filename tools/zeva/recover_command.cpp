@@ -52,7 +52,11 @@ class Recovery {
 
   int run(const std::vector<UnfinishedMovie>& movies) {
     for (const UnfinishedMovie& movie : movies) plans.push_back(plan_recovery(movie));
-    for (const RecoveryPlan& plan : plans) say(plan_text(plan) + "\n");
+    size_t name_columns = 0;
+    for (const RecoveryPlan& plan : plans) {
+      name_columns = std::max(name_columns, column_count(plan.movie.path));
+    }
+    for (const RecoveryPlan& plan : plans) say(plan_text(plan, name_columns) + "\n");
     if (plans.empty()) say("every .mp4 of " + options.folder + " is finished\n");
     for (const RecoveryPlan& plan : plans) settle(plan);
     if (options.json) print_summary();

@@ -42,7 +42,7 @@ void choose_output(RecoveryPlan& plan) {
 std::string what_can_be_recovered(const RecoveryPlan& plan) {
   int64_t held = plan.facts.held_packets();
   int64_t all = plan.facts.packets();
-  std::string text = seconds_text(plan.facts.held_duration_us()) + " can be recovered (" +
+  std::string text = length_text(plan.facts.held_duration_us()) + " can be recovered (" +
                      (held < all ? std::to_string(held) + " of " : "") +
                      count_text(all, "packet", "packets") + ")";
   if (plan.facts.damage_count > 0) text += ", the index is damaged";
@@ -109,10 +109,12 @@ RecoveryPlan plan_recovery(const UnfinishedMovie& movie) {
   return plan;
 }
 
-std::string plan_text(const RecoveryPlan& plan) {
-  std::string length =
-      plan.facts.packets() > 0 ? movie_time(plan.facts.duration_us()) : "         -";
-  return plan.movie.path + "  " + length + "  " + size_text(plan.bytes) + "  " + state_text(plan);
+std::string plan_text(const RecoveryPlan& plan, size_t name_columns) {
+  bool known = plan.facts.packets() > 0;
+  return padded(plan.movie.path, name_columns) +
+         formatted("  %10s  %9s  ", known ? movie_time(plan.facts.duration_us()).c_str() : "-",
+                   size_text(plan.bytes).c_str()) +
+         state_text(plan);
 }
 
 nlohmann::ordered_json plan_json(const RecoveryPlan& plan) {

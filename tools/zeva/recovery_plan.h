@@ -29,8 +29,8 @@ struct RecoveryPlan {
 
 RecoveryPlan plan_recovery(const UnfinishedMovie& movie);
 
-// One line for people: name, length, size, and what can be recovered.
-std::string plan_text(const RecoveryPlan& plan);
+// One line for people: name, in a column of that width, length, size, and what can be recovered.
+std::string plan_text(const RecoveryPlan& plan, size_t name_columns);
 nlohmann::ordered_json plan_json(const RecoveryPlan& plan);
 
 }  // namespace zeva_tool

@@ -9,6 +9,7 @@
 #include "index_analysis.h"
 #include "json_text.h"
 #include "movie_repair.h"
+#include "output_url.h"
 
 namespace fs = std::filesystem;
 
@@ -27,8 +28,14 @@ constexpr const char* kFooter =
     "for the last moment had not reached the disk.\n";
 
 Status check_usage(const RepairOptions& options) {
+  if (!is_local_file(options.output)) {
+    return Status("--output " + options.output + ": only a file can be made");
+  }
+  if (!further_container(options.output)) {
+    return Status("--output " + options.output + ": no container has this ending");
+  }
   for (const std::string* input : {&options.broken, &options.index}) {
-    if (same_file(options.output, *input)) {
+    if (same_file(local_path(options.output), *input)) {
       return Status("--output " + options.output + " and " + *input +
                     " are the same file, which must not be overwritten");
     }
@@ -40,7 +47,7 @@ Status check_usage(const RepairOptions& options) {
 
 Status check_output(const RepairOptions& options) {
   std::error_code error;
-  fs::path output = fs::u8path(options.output);
+  fs::path output = fs::u8path(local_path(options.output));
   if (fs::is_directory(output, error)) return Status(options.output + " is a folder");
   if (fs::exists(output, error) && !options.force) {
     return Status(options.output + " exists already; --force replaces it");
@@ -90,7 +97,7 @@ int run_repair(const RepairOptions& options, Terminal& terminal) {
   if (!status.ok()) return refuse(options, terminal, status, kExitFailure);
   terminal.catch_signals();
   RepairOutcome outcome =
-      repair_movie({options.broken, options.index, options.output}, facts, terminal);
+      repair_movie({options.broken, options.index, local_path(options.output)}, facts, terminal);
   if (options.json) {
     print_json(terminal.answers(), outcome_json(facts, outcome));
   } else {

@@ -1,19 +1,28 @@
 #include "repair_job.h"
 
+#include <filesystem>
 #include <utility>
 
 #include "zeva/repair.h"
+
+namespace fs = std::filesystem;
 
 namespace zeva_tool {
 namespace {
 
 constexpr int64_t kLookAgainUs = 20000;  // the end of a repair wakes nobody
 
+// FFmpeg would take what stands before a colon in a bare file name for a protocol.
+std::string protocol_free(const std::string& path) {
+  fs::path name = fs::u8path(path);
+  return name.has_root_path() ? path : (fs::path(".") / name).u8string();
+}
+
 }  // namespace
 
 RepairRun RepairJob::run(const RepairPaths& paths) {
   void* repair = ZEVA_StartRepair_Async(paths.broken.c_str(), paths.index.c_str(),
-                                        paths.output.c_str(), receive, this);
+                                        protocol_free(paths.output).c_str(), receive, this);
   RepairRun result;
   while (repair && !is_over(repair) && !Terminal::stop_requested()) {
     terminal.wait(kLookAgainUs);

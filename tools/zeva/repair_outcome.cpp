@@ -16,13 +16,13 @@ void add_losses_at_the_end(const IndexFacts& facts, std::vector<std::string>& lo
   int64_t missing = facts.packets() - facts.held_packets();
   if (missing > 0) {
     losses.push_back("the last " + packets_text(missing) + " of the index, " +
-                     seconds_text(facts.end_us() - facts.held_end_us()) +
+                     length_text(facts.end_us() - facts.held_end_us()) +
                      ": their bytes had not reached " + facts.movie_path);
   }
   if (facts.unrecorded_bytes() > 0) {
     losses.push_back("the last " + size_text(facts.unrecorded_bytes()) + " of " + facts.movie_path +
-                     ", about " + seconds_text(facts.unrecorded_us()) +
-                     ": the line of the index that tells of them had not reached the disk");
+                     ", about " + length_text(facts.unrecorded_us()) +
+                     ": no record of them had reached " + facts.path);
   } else if (facts.cut_off) {
     losses.push_back("the last record of " + facts.path + ": it is cut off");
   }
@@ -74,7 +74,7 @@ void judge_repair(const IndexFacts& facts, RepairOutcome& outcome) {
   for (const Failure& failure : outcome.run.failures) {
     losses.push_back("the repair failed: " + failure.text);
   }
-  if (!outcome.unreadable.empty()) losses.push_back(outcome.unreadable);
+  if (losses.empty() && !outcome.unreadable.empty()) losses.push_back(outcome.unreadable);
   if (outcome.packets() == 0) {
     outcome.exit_status = kExitFailure;
     if (losses.empty()) losses.emplace_back("the repair brought back no packet");

@@ -1,6 +1,11 @@
 #include "text_format.h"
 
 namespace zeva_tool {
+namespace {
+
+constexpr int64_t kLongUs = 120000000;
+
+}  // namespace
 
 std::string movie_time(int64_t us) {
   int64_t tenths = us / 100000;
@@ -9,7 +14,10 @@ std::string movie_time(int64_t us) {
                    static_cast<int>(tenths % 10));
 }
 
-std::string seconds_text(int64_t us) { return formatted("%.2f s", static_cast<double>(us) / 1e6); }
+std::string length_text(int64_t us) {
+  if (us >= kLongUs) return movie_time(us);
+  return formatted("%.2f s", static_cast<double>(us) / 1e6);
+}
 
 std::string size_text(int64_t bytes) {
   auto size = static_cast<double>(bytes);
@@ -20,6 +28,17 @@ std::string size_text(int64_t bytes) {
 
 std::string count_text(int64_t count, const char* one, const char* many) {
   return std::to_string(count) + " " + (count == 1 ? one : many);
+}
+
+size_t column_count(const std::string& text) {
+  size_t count = 0;
+  for (char c : text) count += !is_utf8_continuation(c);
+  return count;
+}
+
+std::string padded(const std::string& text, size_t columns) {
+  size_t used = column_count(text);
+  return text + std::string(columns > used ? columns - used : 0, ' ');
 }
 
 }  // namespace zeva_tool
