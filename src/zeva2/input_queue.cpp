@@ -83,28 +83,26 @@ void InputQueue::on_pushed(qel::ZVMemNode*& node) {
 int InputQueue::read_packet(void* opaque, uint8_t* buffer, int size) {
   auto& queue = *static_cast<InputQueue*>(opaque);
   const Elapsed elapsed;
-  while (true) {
+  // FFmpeg asks again after an error; only the first time may take 3 s.
+  while (queue.given_up == 0) {
     if (queue.is_aborted()) {
       ZEVA_LOG(kLogError, "read-buffer,EOF: ===> '%s'", queue.name().c_str());
       return AVERROR_EOF;
     }
-    if (!queue.probed && queue.read_bytes > kProbeBytes + 2 * int64_t{queue.largest_packet}) {
-      ZEVA_LOG(kLogError, "'%s': nothing recognized in %lld bytes", queue.name().c_str(),
-               static_cast<long long>(queue.read_bytes));
-      return AVERROR_INVALIDDATA;
-    }
     const int taken = queue.read_some(buffer, size);
     if (taken != 0) return taken;
-    if (!queue.probed && elapsed.ms() >= kProbeTimeoutMs) {
-      ZEVA_LOG(kLogError, "warning: ===> '%s' has no input data, wait timeout (time=%lldmsec)",
-               queue.name().c_str(), static_cast<long long>(elapsed.ms()));
-      return AVERROR_STREAM_NOT_FOUND;
-    }
+    queue.give_up_probing(elapsed.ms());
   }
+  return queue.given_up;
 }
 
 // What there is within a short wait: all of `size`, a part of it, or nothing.
 int InputQueue::read_some(uint8_t* buffer, int size) {
+  if (!probed && read_bytes > kProbeBytes + 2 * int64_t{largest_packet}) {
+    ZEVA_LOG(kLogError, "'%s': no stream found in %lld bytes", name().c_str(),
+             static_cast<long long>(read_bytes));
+    return given_up = AVERROR_INVALIDDATA;
+  }
   const qel::QueueResult result = read(buffer, size, false, kPollMs);
   if (result == qel::QueueResult::Invalid) return AVERROR(EINVAL);
   int taken = 0;
@@ -112,6 +110,13 @@ int InputQueue::read_some(uint8_t* buffer, int size) {
   if (result == qel::QueueResult::Empty) taken = take_pending(buffer, size);
   read_bytes += taken;
   return taken;
+}
+
+void InputQueue::give_up_probing(int64_t waited_ms) {
+  if (probed || waited_ms < kProbeTimeoutMs) return;
+  ZEVA_LOG(kLogError, "warning: ===> '%s' has no input data, wait timeout (time=%lldmsec)",
+           name().c_str(), static_cast<long long>(waited_ms));
+  given_up = AVERROR_STREAM_NOT_FOUND;
 }
 
 std::string InputQueue::name() {

@@ -43,7 +43,12 @@ class InputQueue : public qel::ZVPacketQueue {
   void queue_oldest_locked();
   int read_some(uint8_t* buffer, int size);
 
-  int64_t read_bytes = 0;  // demuxing thread only
+  void give_up_probing(int64_t waited_ms);
+
+  // Demuxing thread only.
+  int64_t read_bytes = 0;
+  int given_up = 0;  // an FFmpeg code once no stream was found
+
   std::atomic<int32_t> largest_packet{0};
 
   std::mutex sort_mutex;
