@@ -1,5 +1,5 @@
-// Any bytes as a broken movie and its index, repaired. Two bytes tell the index's length, the index follows,
-// then the movie. Neither input may change, whatever they hold.
+// Any bytes as a broken movie and its index, repaired. Two bytes tell the index's length, the index
+// follows, then the movie. Neither input may change, whatever they hold.
 #include <cstdio>
 #include <cstdlib>
 #include <string>
@@ -11,7 +11,7 @@
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   static const TempDir folder;
-  static const zeva::MvRepair::Paths paths{folder.path("a.mp4"), folder.file("a.index"),
+  static const zeva::MvRepair::Paths paths{folder.path("a.mp4"), folder.path("a.index"),
                                            folder.path("out.mp4")};
   static FILE* quiet = freopen("/dev/null", "w", stdout);
   (void)quiet;
