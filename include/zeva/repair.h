@@ -35,6 +35,9 @@
 //     packets. The sizes and times of the packets passed over still count, so that the next line
 //     starts where it should. So does a part of the broken file that cannot be read.
 //   - A record that is cut off, or has a ";" before its seventh field, costs the rest of its line.
+//   Its
+//     size is lost with it, so that packets of later lines may hold wrong bytes. A crash cuts off
+//     the last line only.
 //   - Numbers too large for their field count as the largest; sums of times wrap around.
 //   - Stream lines behind the fifth are ignored: no record can name such a stream.
 //   - Streams without a usable time base, size or sampling rate fail with -10.
@@ -51,7 +54,8 @@ extern "C" {
 //    code -1   the broken file cannot be opened; no output was made
 //    code -2   the index cannot be read or describes no usable stream; no output was made
 //    code -5   the repair had already been stopped
-//    code -10  the output could not be set up or finished; `message` is FFmpeg's text
+//    code -10  the output could not be set up or finished; `message` is FFmpeg's text, or says that
+//              the output is one of the inputs
 // `message` lives only during the call. Calls come on the repair's thread, in the synchronous form
 // on the caller's, and never after ZEVA_StopRepair has returned.
 typedef void (*ZEVA_repair_callback)(double progress, int code, const char* message, void* user);
