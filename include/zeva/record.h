@@ -18,9 +18,11 @@
 // and then returns its neutral value. No exception leaves any function.
 //
 // After a crash: an .mp4 without its trailer cannot be played by itself. With `moov_url` set, the
-// index beside it tells where every packet lies. Index lines are handed to the operating system
-// about every 960 bytes of records, and picture data when FFmpeg's I/O buffer is full, so both
-// survive a crash of the program; against power loss neither is synchronised to the disk.
+// index beside it tells where every packet lies. Packets and their index records are handed to the
+// operating system together, at the first packet after 200 ms and whenever a line of records (960
+// bytes) is full; what it has survives a crash of the program. So that packets of the last 200 ms
+// are lost, and pictures that were still in the encoder (with the presets' look-ahead up to half a
+// second). Against power loss nothing is synchronised to the disk: add what the system's cache held.
 #pragma once
 
 #include <cstdint>

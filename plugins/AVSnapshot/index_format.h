@@ -19,8 +19,11 @@
 namespace zeva {
 
 inline constexpr int kIndexVersion = 2;
-// A record line is written once its text is longer than this.
+// A record line ends once its text is longer than this.
 inline constexpr int kIndexLineBytes = 960;
+// A record waits no longer than this for its line to fill before the file gets it; the next packet
+// of any stream takes it along.
+inline constexpr int kIndexHandOverMs = 200;
 // The longest record: three 32-bit and four 64-bit fields, their signs, separators and the end.
 inline constexpr int kIndexRecordMaxBytes = 3 * 11 + 4 * 20 + 7 + 1;
 

@@ -5,6 +5,7 @@
 #include <set>
 #include <shared_mutex>
 
+#include "clock.h"
 #include "files.h"
 #include "immortal.h"
 #include "logger.h"
@@ -108,7 +109,7 @@ Snapshot::~Snapshot() {
     registry().live.erase(this);
   }
   if (index_file == nullptr) return;
-  flush_line("");
+  write_line_text();
   fclose(index_file);
 }
 
@@ -187,10 +188,23 @@ void Snapshot::record_previous(const AVFormatContext& oc, const AVPacket& curren
   record.duration = implied ? 0 : previous.duration;
   record.key = previous.key;
   line_length += format_index_record(record, line_buffer + line_length);
-  if (line_length > kIndexLineBytes) {
-    flush_line("\n");
-    fflush(index_file);
+  hand_over(oc);
+}
+
+void Snapshot::hand_over(const AVFormatContext& oc) {
+  const bool line_full = line_length > kIndexLineBytes;
+  const int64_t now = performance_counter();
+  if (!line_full && now < next_hand_over) return;
+  next_hand_over = now + performance_frequency() * kIndexHandOverMs / 1000;
+  // The movie's bytes go first: a record must not tell of bytes that died in FFmpeg's buffer.
+  avio_flush(oc.pb);
+  write_line_text();
+  if (line_full) {
+    fputs("\n", index_file);
+    line_length = 0;
+    line_written = 0;
   }
+  fflush(index_file);
 }
 
 void Snapshot::remember(const AVPacket& packet, int64_t position) {
@@ -207,11 +221,10 @@ void Snapshot::remember(const AVPacket& packet, int64_t position) {
   last = {packet.pts, packet.dts};
 }
 
-void Snapshot::flush_line(const char* line_end) {
-  fwrite(line_buffer, 1, static_cast<size_t>(line_length), index_file);
-  fputs(line_end, index_file);
-  line_length = 0;
-  line_buffer[0] = '\0';
+void Snapshot::write_line_text() {
+  fwrite(line_buffer + line_written, 1, static_cast<size_t>(line_length - line_written),
+         index_file);
+  line_written = line_length;
 }
 
 }  // namespace zeva

@@ -18,7 +18,9 @@ namespace zeva {
 // the object only when no muxer call can be under way.
 //
 // A packet's size is known when the next one comes, so records are one packet late and the last
-// packet of a movie has none. Lines are handed to the operating system every kIndexLineBytes.
+// packet of a movie has none. Records are handed to the operating system when their line is full,
+// and before that once kIndexHandOverMs have passed, each time behind the bytes of the movie they
+// tell of: few packets a second would else wait seconds for a full line.
 class Snapshot {
  public:
   Snapshot();
@@ -53,12 +55,15 @@ class Snapshot {
   void write_stream_lines(const AVFormatContext& oc);
   void record_previous(const AVFormatContext& oc, const AVPacket& current, int64_t position);
   void remember(const AVPacket& packet, int64_t position);
-  void flush_line(const char* line_end);
+  void hand_over(const AVFormatContext& oc);
+  void write_line_text();
   bool is_audio(const AVPacket& packet) const { return packet.stream_index == audio_stream_index; }
 
   FILE* index_file = nullptr;
   char line_buffer[kIndexLineBytes + kIndexRecordMaxBytes + 1] = {};
   int line_length = 0;
+  int line_written = 0;        // bytes of line_buffer that the file has
+  int64_t next_hand_over = 0;  // on the performance counter
   int32_t packets_seen = 0;
   PreviousPacket previous;
   LastTimes last_audio;
