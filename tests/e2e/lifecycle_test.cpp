@@ -1,4 +1,4 @@
-// Handles from start to stop: none at all, one after the other, several at once; and the log.
+// Handles from start to stop: none at all, one after the other, several at once.
 #include <gtest/gtest.h>
 
 #include <cstring>
@@ -47,8 +47,7 @@ TEST(NullHandles, GetNeutralValues) {
 }
 
 TEST(Handles, NeedNoCallbackAndStopTwice) {
-  const fs::path file = work_file("movie.mp4");
-  MovieInfo info = settings(file);
+  MovieInfo info = settings(work_file("movie.mp4"));
   void* handle = ZEVA_start(info, nullptr, nullptr, nullptr, false);
   ASSERT_TRUE(ZEVA_get_mInfo(handle, &info));
   EXPECT_EQ(ZEVA_movie_time(handle), 0);
@@ -63,35 +62,28 @@ TEST(Handles, NeedNoCallbackAndStopTwice) {
   ZEVA_stop(&handle);
 }
 
-// The library's own pictures and tone, through the functions for ready frames.
-TEST(Handles, RecordTheTestSignals) {
+// The library's own pictures and tone, and the encoder's own frame, as ready frames.
+TEST(Handles, RecordReadyFrames) {
   const fs::path file = work_file("signals.mp4");
-  MovieInfo info = settings(file);
-  Recording recording(info);
+  Recording recording(settings(file));
   const AVRational microseconds{1, 1000000};
-  AVFrame* destination = ZEVA_video_dst_frame(recording.handle);
-  ASSERT_NE(destination, nullptr);
-  EXPECT_EQ(destination->width, kWidth);
-  EXPECT_EQ(destination->format, AV_PIX_FMT_YUV420P);
-  ASSERT_NE(ZEVA_audio_dst_frame(recording.handle), nullptr);
-  for (int frame = 0; frame < kFps; ++frame) {
+  for (int i = 0; i < kFps; ++i) {
     AVFrame* picture = ZEVA_generate_testing_vFrame(recording.handle, microseconds);
-    ASSERT_NE(picture, nullptr);
-    EXPECT_TRUE(ZEVA_write_video_frame(recording.handle, picture, microseconds));
-  }
-  // A host may also fill the encoder's own frame.
-  destination->pts = 1000000;
-  EXPECT_TRUE(ZEVA_write_video_frame(recording.handle, destination, microseconds));
-  for (int i = 0; i < kSampleRate / 1024; ++i) {
     AVFrame* sound = ZEVA_generate_testing_aFrame(recording.handle, microseconds);
-    ASSERT_NE(sound, nullptr);
+    ASSERT_TRUE(picture != nullptr && sound != nullptr);
+    EXPECT_TRUE(ZEVA_write_video_frame(recording.handle, picture, microseconds));
     ZEVA_write_audio_frame(recording.handle, sound, microseconds);
   }
+  ASSERT_NE(ZEVA_audio_dst_frame(recording.handle), nullptr);
+  AVFrame* own = ZEVA_video_dst_frame(recording.handle);
+  ASSERT_NE(own, nullptr);
+  EXPECT_EQ(own->width, kWidth);
+  EXPECT_EQ(own->format, AV_PIX_FMT_YUV420P);
+  own->pts = 1000000;
+  EXPECT_TRUE(ZEVA_write_video_frame(recording.handle, own, microseconds));
   recording.stop();
-  EXPECT_EQ(decode_faults(file), "");
   EXPECT_EQ(number(streams(file)[0], "nb_read_frames"), kFps + 1);
-  const std::string samples = decode(file, "-f s16le");
-  EXPECT_NE(samples.find_first_not_of('\0'), std::string::npos);
+  EXPECT_NE(decode(file, "-f s16le").find_first_not_of('\0'), std::string::npos);
 }
 
 int open_handles() {
@@ -118,7 +110,14 @@ void record_short_movie(const fs::path& file) {
 
 TEST(Recordings, FiftyInTurnLeaveNothingOpen) {
   const fs::path file = work_file("movie.mp4");
+  LogCapture log;
   record_short_movie(file);
+  const std::vector<LogLine> lines = log.take();
+  EXPECT_GT(lines.size(), 10U);
+  for (const LogLine& line : lines) {  // names sources relative to the tree
+    EXPECT_TRUE(line.file.rfind("src/", 0) == 0 || line.file.rfind("plugins/", 0) == 0)
+        << line.file;
+  }
   const int before = open_handles();
   for (int i = 0; i < 50; ++i) record_short_movie(file);
   EXPECT_EQ(open_handles(), before);
@@ -147,19 +146,6 @@ TEST(Recordings, FourAtOnceDoNotMix) {
     const std::string decoded = decode(files[i], "-f rawvideo -pix_fmt bgra");
     ASSERT_EQ(decoded.size(), static_cast<size_t>(4 * kWidth * kHeight * (20 + i)));
     EXPECT_NEAR(static_cast<uint8_t>(decoded[0]), 60 * i, 12);
-  }
-}
-
-TEST(Log, NamesSourcesRelativeToTheTree) {
-  LogCapture log;
-  record_short_movie(work_file("movie.mp4"));
-  const std::vector<LogLine> lines = log.take();
-  EXPECT_GT(lines.size(), 10U);
-  for (const LogLine& line : lines) {
-    EXPECT_TRUE(line.file.rfind("src/", 0) == 0 || line.file.rfind("plugins/", 0) == 0)
-        << line.file;
-    EXPECT_GE(line.level, 0);
-    EXPECT_LE(line.level, 6);
   }
 }
 

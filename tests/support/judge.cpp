@@ -125,11 +125,10 @@ std::string decode_faults(const std::filesystem::path& file) {
   return outcome.exit_code == 0 ? outcome.output : "ffmpeg gave up: " + outcome.output;
 }
 
-std::string decode(const std::filesystem::path& file, const std::string& options,
-                   const std::string& input_options) {
+std::string decode(const std::filesystem::path& file, const std::string& options) {
   const std::filesystem::path raw = std::filesystem::path(file).concat(".raw");
-  const Outcome outcome = run_shell("ffmpeg -v error -y " + input_options + " -i " +
-                                    shell_path(file) + " " + options + " " + shell_path(raw));
+  const Outcome outcome = run_shell("ffmpeg -v error -y -i " + shell_path(file) + " " + options +
+                                    " " + shell_path(raw));
   if (outcome.exit_code != 0) throw std::runtime_error("ffmpeg: " + outcome.output);
   return read_file(raw);
 }

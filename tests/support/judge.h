@@ -31,9 +31,8 @@ std::vector<Row> packets(const std::filesystem::path& file);  // in the order of
 // Everything ffmpeg complains about while it decodes the whole file; empty is flawless.
 std::string decode_faults(const std::filesystem::path& file);
 
-// Decodes with these options after (and before) the input, as raw bytes.
-std::string decode(const std::filesystem::path& file, const std::string& options,
-                   const std::string& input_options = "");
+// Decodes with these options behind the input, as raw bytes.
+std::string decode(const std::filesystem::path& file, const std::string& options);
 
 double number(const Row& row, const std::string& field);
 

@@ -1,4 +1,4 @@
-// Collects the library's log while it lives.
+// Takes the library's log while it lives.
 #pragma once
 
 #include <functional>
@@ -10,28 +10,41 @@
 
 #include "zeva/log.h"
 
+struct LogLine {
+  int level;
+  std::string file;
+  std::string message;
+};
+
 class LogCapture {
  public:
   using Hook = std::function<void(const std::string&)>;
 
-  // `hook` sees every message on the thread that logs it: a place to act at an exact moment.
+  // `hook` sees every message on the thread that logs it: a place to act at an exact moment. The
+  // state is shared with the callback, which may still be running when this object is gone.
   explicit LogCapture(Hook hook = {}) : state(std::make_shared<State>()) {
-    state->hook = std::move(hook);
-    ZEVA_Set_Log_Callback([kept = state](const char*, int, const char*, int, const char* message) {
+    ZEVA_Set_Log_Callback([kept = state, hook = std::move(hook)](
+                              const char*, int level, const char* file, int, const char* message) {
       {
         const std::lock_guard<std::mutex> lock(kept->mutex);
-        kept->messages.emplace_back(message);
+        kept->lines.push_back({level, file, message});
       }
-      if (kept->hook) kept->hook(message);
+      if (hook) hook(message);
     });
   }
   ~LogCapture() { ZEVA_Set_Log_Callback({}); }
   LogCapture(const LogCapture&) = delete;
   LogCapture& operator=(const LogCapture&) = delete;
 
+  std::vector<LogLine> take() {
+    const std::lock_guard<std::mutex> lock(state->mutex);
+    return std::exchange(state->lines, {});
+  }
   std::vector<std::string> messages() const {
     const std::lock_guard<std::mutex> lock(state->mutex);
-    return state->messages;
+    std::vector<std::string> all;
+    for (const LogLine& line : state->lines) all.push_back(line.message);
+    return all;
   }
   // Messages that hold `text`.
   int count(const std::string& text) const {
@@ -42,9 +55,8 @@ class LogCapture {
 
  private:
   struct State {
-    Hook hook;
     std::mutex mutex;
-    std::vector<std::string> messages;
+    std::vector<LogLine> lines;
   };
   std::shared_ptr<State> state;
 };

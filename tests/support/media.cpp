@@ -2,18 +2,6 @@
 
 #include <algorithm>
 #include <cstring>
-#include <utility>
-
-namespace {
-
-constexpr int kIoBytes = 4096;
-
-std::string tag(AVDictionary* metadata, const char* key) {
-  const AVDictionaryEntry* entry = av_dict_get(metadata, key, nullptr, 0);
-  return entry != nullptr ? entry->value : "";
-}
-
-}  // namespace
 
 MovieInfo small_movie(const std::string& url) {
   MovieInfo info{};
@@ -46,14 +34,10 @@ zeva::FramePtr make_sound(AVSampleFormat format, int sample_rate, int nb_samples
   frame->nb_samples = nb_samples;
   frame->pts = pts;
   av_frame_get_buffer(frame.get(), 0);
-  for (int i = 0; i < nb_samples; ++i) {
-    for (int c = 0; c < 2; ++c) {
-      if (format == AV_SAMPLE_FMT_S16) {
-        reinterpret_cast<int16_t*>(frame->data[0])[2 * i + c] = static_cast<int16_t>(value);
-      } else {
-        reinterpret_cast<float*>(frame->data[c])[i] = static_cast<float>(value);
-      }
-    }
+  av_samples_set_silence(frame->data, 0, nb_samples, 2, format);
+  if (format == AV_SAMPLE_FMT_S16) {
+    std::fill_n(reinterpret_cast<int16_t*>(frame->data[0]), 2 * nb_samples,
+                static_cast<int16_t>(value));
   }
   return frame;
 }
@@ -112,47 +96,4 @@ zeva::FormatContextPtr make_output(const std::string& url, bool open_io) {
     return nullptr;
   }
   return zeva::FormatContextPtr(oc);
-}
-
-WriteIo::WriteIo(Write given) : write(std::move(given)) {
-  auto* buffer = static_cast<uint8_t*>(av_malloc(kIoBytes));
-  pb = avio_alloc_context(
-      buffer, kIoBytes, 1, this, nullptr,
-      [](void* self, uint8_t* data, int size) {
-        return static_cast<WriteIo*>(self)->write(data, size);
-      },
-      nullptr);
-}
-
-WriteIo::~WriteIo() {
-  av_freep(&pb->buffer);
-  avio_context_free(&pb);
-}
-
-int Movie::count(int stream) const {
-  return static_cast<int>(std::count_if(packets.begin(), packets.end(),
-                                        [=](const MoviePacket& p) { return p.stream == stream; }));
-}
-
-Movie read_movie(const std::string& path) {
-  Movie movie;
-  AVFormatContext* ic = nullptr;
-  if (avformat_open_input(&ic, path.c_str(), nullptr, nullptr) < 0) return movie;
-  ic->flags |= AVFMT_FLAG_NOPARSE | AVFMT_FLAG_NOFILLIN;
-  for (unsigned i = 0; i < ic->nb_streams; ++i)
-    movie.time_bases.push_back(ic->streams[i]->time_base);
-  movie.title = tag(ic->metadata, "title");
-  movie.comment = tag(ic->metadata, "comment");
-  const zeva::PacketPtr packet(av_packet_alloc());
-  while (av_read_frame(ic, packet.get()) >= 0) {
-    movie.packets.push_back({packet->stream_index, packet->pos, packet->size, packet->pts,
-                             packet->dts, packet->duration,
-                             (packet->flags & AV_PKT_FLAG_KEY) != 0});
-    av_packet_unref(packet.get());
-  }
-  avformat_close_input(&ic);
-  std::stable_sort(
-      movie.packets.begin(), movie.packets.end(),
-      [](const MoviePacket& a, const MoviePacket& b) { return a.position < b.position; });
-  return movie;
 }

@@ -2,15 +2,11 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <cmath>
 #include <fstream>
 #include <iterator>
 
-extern "C" {
-#include <libavutil/pixfmt.h>
-#include <libavutil/samplefmt.h>
-}
+#include "media.h"
 
 namespace zeva_test {
 namespace fs = std::filesystem;
@@ -36,22 +32,12 @@ fs::path work_file(const std::string& name) {
 }
 
 MovieInfo settings(const std::string& url) {
-  MovieInfo info{};
-  set_text(info.url, url);
+  MovieInfo info = small_movie(url);
   info.width = info.src_width = kWidth;
   info.height = info.src_height = kHeight;
   info.fps = info.gop_size = kFps;
   info.video_bitrate = 600;
-  info.src_pix_fmt = AV_PIX_FMT_BGRA;
-  info.pix_fmt = AV_PIX_FMT_YUV420P;
-  info.colorspace = AVCOL_SPC_UNSPECIFIED;
-  info.src_sample_rate = info.sample_rate = kSampleRate;
-  info.channels = 2;
-  info.sample_fmt = AV_SAMPLE_FMT_S16;
   info.audio_bitrate = 128;
-  info.preset = preset_from_str("ultrafast");
-  info.profile = profile_from_str("high");
-  info.tune = tune_from_str("zerolatency");
   return info;
 }
 
@@ -74,13 +60,9 @@ std::vector<uint8_t> gradients(int frame, int stride) {
 }
 
 std::vector<uint8_t> one_colour(uint8_t b, uint8_t g, uint8_t r) {
+  const uint8_t pixel[] = {b, g, r, 255};
   std::vector<uint8_t> bgra(size_t{4} * kWidth * kHeight);
-  for (size_t i = 0; i < bgra.size(); i += 4) {
-    bgra[i] = b;
-    bgra[i + 1] = g;
-    bgra[i + 2] = r;
-    bgra[i + 3] = 255;
-  }
+  for (size_t i = 0; i < bgra.size(); ++i) bgra[i] = pixel[i % 4];
   return bgra;
 }
 
@@ -97,33 +79,6 @@ std::vector<int16_t> tone(int frame) {
 std::vector<int16_t> constant_sound(int16_t value) {
   return std::vector<int16_t>(size_t{2} * kSampleRate / kFps, value);
 }
-
-// ---- the log
-
-LogCapture::LogCapture() {
-  // The state is shared with the callback, which may still be running when this object is gone.
-  ZEVA_Set_Log_Callback(
-      [s = state](const char*, int level, const char* file, int, const char* message) {
-        const std::lock_guard<std::mutex> lock(s->mutex);
-        s->lines.push_back({level, file, message});
-      });
-}
-
-LogCapture::~LogCapture() { ZEVA_Set_Log_Callback({}); }
-
-std::vector<LogLine> LogCapture::take() {
-  const std::lock_guard<std::mutex> lock(state->mutex);
-  return std::exchange(state->lines, {});
-}
-
-int LogCapture::count(const std::string& part) {
-  const std::lock_guard<std::mutex> lock(state->mutex);
-  return static_cast<int>(std::count_if(
-      state->lines.begin(), state->lines.end(),
-      [&](const LogLine& line) { return line.message.find(part) != std::string::npos; }));
-}
-
-// ---- the recording
 
 Recording::Recording(const MovieInfo& info, bool async) {
   handle = ZEVA_start(info, on_status, this, &effective, async);
@@ -166,10 +121,11 @@ std::vector<Status> Recording::statuses() {
 }
 
 std::vector<Status> Recording::failures() {
-  std::vector<Status> all = statuses();
-  all.erase(std::remove_if(all.begin(), all.end(), [](const Status& s) { return s.code == 0; }),
-            all.end());
-  return all;
+  std::vector<Status> found;
+  for (const Status& status : statuses()) {
+    if (status.code != 0) found.push_back(status);
+  }
+  return found;
 }
 
 void Recording::on_status(int code, const char* message, void* user) {

@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "log_capture.h"
 #include "zeva/zeva.h"
 
 namespace zeva_test {
@@ -48,38 +49,11 @@ struct Status {
   std::string text;
 };
 
-struct LogLine {
-  int level;
-  std::string file;
-  std::string message;
-};
-
-// Takes the process's log while it lives.
-class LogCapture {
- public:
-  LogCapture();
-  ~LogCapture();
-  LogCapture(const LogCapture&) = delete;
-  LogCapture& operator=(const LogCapture&) = delete;
-  std::vector<LogLine> take();
-  // Lines of errors, but for those that the library writes at that level in every recording.
-  int count(const std::string& part);
-
- private:
-  struct State {
-    std::mutex mutex;
-    std::vector<LogLine> lines;
-  };
-  std::shared_ptr<State> state = std::make_shared<State>();
-};
-
 // One recording; stopped by its destructor at the latest.
 class Recording {
  public:
   explicit Recording(const MovieInfo& info, bool async = false);
   ~Recording();
-  Recording(const Recording&) = delete;
-  Recording& operator=(const Recording&) = delete;
 
   bool open();
   void stop();

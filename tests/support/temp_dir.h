@@ -1,13 +1,12 @@
 // A folder of a test's own, removed with everything in it.
 #pragma once
 
-#include <cstdio>
 #include <filesystem>
+#include <fstream>
+#include <iterator>
 #include <random>
 #include <stdexcept>
 #include <string>
-
-#include "files.h"
 
 class TempDir {
  public:
@@ -33,14 +32,9 @@ class TempDir {
 };
 
 // The bytes of a file; empty when it cannot be read.
-inline std::string read_file(const std::string& path, const char* mode = "rb") {
-  std::string bytes;
-  FILE* file = zeva::open_file(path.c_str(), mode);
-  if (file == nullptr) return bytes;
-  char buffer[4096];
-  for (size_t n; (n = fread(buffer, 1, sizeof buffer, file)) > 0;) bytes.append(buffer, n);
-  fclose(file);
-  return bytes;
+inline std::string read_file(const std::string& path) {
+  std::ifstream file(std::filesystem::u8path(path), std::ios::binary);
+  return {std::istreambuf_iterator<char>(file), {}};
 }
 
 inline void write_file(const std::string& path, const std::string& bytes) {

@@ -1,8 +1,11 @@
 """What comes in arrives whole and in time, and what is said when it cannot."""
+import json
 import os
 import re
+import subprocess
 
-from support import Movie, ToolTest, ffmpeg, make_camera_movie, native_only
+from support import (Movie, ToolTest, ffmpeg, judge, make_camera_movie, native_only, read_index,
+                     run)
 
 PATTERN = ["--pattern", "--size", "160x96", "--fast"]
 
@@ -11,19 +14,37 @@ class MovieTest(ToolTest):
     def copy(self, source, *arguments):
         return self.record("--input", source, "--fast", "-o", "out.mp4", *arguments)
 
-    def test_three_containers_from_one_movie(self):
+    def test_four_outputs_hold_the_same_movie(self):
         make_camera_movie("in.mp4")
-        text = self.copy("in.mp4", "--also", "b.flv", "--also", "c.mkv", "--meta", "title:A day",
-                         "--meta", "artist:me", "--gop", "7", "--profile", "baseline")
-        self.assertIn("75 frames, 0 dropped, 3 outputs finished", text)
-        for name in ["out.mp4", "b.flv", "c.mkv"]:
-            movie = Movie(name)
-            keys = [i for i, (_, flags) in enumerate(movie.packets()) if "K" in flags]
-            self.assertEqual((movie.frames, keys), (75, list(range(0, 75, 7))))
-            self.assertEqual((movie.video["width"], movie.audio["sample_rate"]), (160, "44100"))
-            self.assertIn("Baseline", movie.video["profile"])
-            self.assertEqual((movie.tags["title"], movie.tags["artist"]), ("A day", "me"))
-            self.assertGreater(movie.ssim("in.mp4"), 0.95)
+        text = self.copy("in.mp4", "--also", "b.flv", "--also", "c.mkv", "--also", "d.ts",
+                         "--meta", "title:A day", "--meta", "artist:me", "--gop", "7", "--profile",
+                         "baseline")
+        self.assertIn("75 frames, 0 dropped, 4 outputs finished", text)
+        main = Movie("out.mp4")
+        self.assertGreater(main.ssim("in.mp4"), 0.95)
+        self.assertEqual((main.video["width"], main.audio["sample_rate"]), (160, "44100"))
+        self.assertIn("Baseline", main.video["profile"])
+        self.assertEqual((main.tags["title"], main.tags["artist"]), ("A day", "me"))
+        keys = [i for i, (_, flags) in enumerate(main.packets()) if "K" in flags]
+        self.assertEqual((main.frames, keys), (75, list(range(0, 75, 7))))
+        for name in ["b.flv", "c.mkv", "d.ts"]:
+            for kind in "va":
+                with self.subTest(name, kind=kind):
+                    # Decoding is exact: equal packets give equal pictures and samples.
+                    self.assertEqual(self.decoded(name, kind), self.decoded("out.mp4", kind))
+                    times, expected = Movie(name).packets(kind), main.packets(kind)
+                    self.assertEqual(len(times), len(expected))
+                    for (time, _), (wanted, _) in zip(times, expected):
+                        self.assertAlmostEqual(time - times[0][0], wanted - expected[0][0],
+                                               delta=0.0011)
+
+    @staticmethod
+    def decoded(name, kind):
+        """A hash for each picture or piece of sound, with the encoder's lead-in."""
+        everything = ["-ignore_editlist", "1"] if name.endswith(".mp4") else []
+        lines = ffmpeg("-v", "error", *everything, "-i", name, "-map", f"0:{kind}", "-vsync",
+                       "passthrough", "-f", "framehash", "-").splitlines()
+        return [line.split(",")[-1] for line in lines if not line.startswith("#")]
 
     def test_index_is_where_and_as_long_as_asked_for(self):
         for arguments, indexes in [
@@ -65,19 +86,51 @@ class MovieTest(ToolTest):
         self.assertEqual(Movie("out.mp4").frames, 75)
         self.assertGreater(Movie("out.mp4").ssim("in.mp4"), 0.95)
 
-    def test_gaps_in_the_sound_are_filled_with_silence(self):
+    def test_every_container_keeps_sound_in_step_and_gaps_silent(self):
         # A flash at 2 s, a beep at 2.1 s; the sound starts at 0.3 s and has a hole before the beep.
-        ffmpeg("-f", "lavfi", "-i", "sine=sample_rate=48000:duration=4,volume=0:enable='lt(t,1.8)',"
-               "aselect='lt(t,0.6)+gte(t,0.75)'", "-c:a", "pcm_s16le", "sound.mkv")
+        ffmpeg("-f", "lavfi", "-i", "sine=sample_rate=48000:duration=3.7,"
+               "volume=0:enable='lt(t,1.8)',aselect='lt(t,0.6)+gte(t,0.75)'",
+               "-c:a", "pcm_s16le", "sound.mkv")
         ffmpeg("-f", "lavfi", "-i", "color=black:size=160x120:rate=25:duration=4,"
                "drawbox=color=white:t=fill:enable='gte(t,2)'", "-itsoffset", "0.3", "-i",
                "sound.mkv", "-c:v", "libx264", "-c:a", "copy", "in.mkv")
-        self.copy("in.mkv")
-        found = ffmpeg("-i", "out.mp4", "-vf", "blackdetect=d=0.1", "-af", "silencedetect=d=0.1",
-                       "-f", "null", "-")
-        for sign, moment in [("black_end", 2), ("silence_end", 2.1)]:
-            seen = float(re.search(sign + r": *([0-9.]+)", found).group(1))
-            self.assertAlmostEqual(seen, moment, delta=0.06, msg=sign)
+        for name, video, audio in [("a.mp4", "h264", "aac"), ("a.mkv", "h264", "ac3"),
+                                   ("a.flv", "flv1", "mp3"), ("a.ts", "mpeg2video", "mp2"),
+                                   ("a.avi", "mpeg4", "mp3"), ("a.mpg", "mpeg1video", "mp2")]:
+            with self.subTest(name):
+                self.record("--input", "in.mkv", "--fast", "-o", name)
+                movie = Movie(name)
+                codecs = movie.video["codec_name"], movie.audio["codec_name"]
+                self.assertEqual((movie.frames, *codecs), (100, video, audio))
+                self.assertAlmostEqual(movie.duration, 4, delta=0.1)
+                found = ffmpeg("-i", name, "-vf", "blackdetect=d=0.1", "-af", "silencedetect=d=0.1",
+                               "-f", "null", "-")
+                for sign, moment in [("black_end", 2), ("silence_end", 2.1)]:
+                    seen = float(re.search(sign + r": *([0-9.]+)", found).group(1))
+                    self.assertAlmostEqual(seen, moment, delta=0.0404, msg=sign)  # one picture
+
+    def test_index_tells_where_every_packet_lies(self):
+        make_camera_movie("in.mp4")
+        os.mkdir("录像 一")
+        for movie, index, *arguments in [
+                ("a.mp4", "a.index"), ("b.mp4", "b.index", "--no-audio"),
+                ("c.MP4", "c.index", "--no-video"), ("录像 一/电影.mp4", "录像 一/索引 二")]:
+            with self.subTest(movie):
+                self.record("--input", "in.mp4", "--fast", "-o", movie, "--index", index,
+                            "--keep-index", *arguments)
+                facts = json.loads(judge("ffprobe", "-v", "error", "-show_streams", "-show_packets",
+                                         "-of", "json", movie))
+                streams, packets = read_index(index)
+                for told, found in zip(streams, facts["streams"], strict=True):
+                    base = f"{told['tb.num']}/{told['tb.den']}"
+                    self.assertEqual((told["index"], told["codec"], base),
+                                     (found["index"], found["codec_name"], found["time_base"]))
+                    self.assertTrue(told["ev"], "no decoder can start without it")
+                found = sorted((int(p["pos"]), p["stream_index"], int(p["size"]), p["pts"],
+                                p["dts"], p["duration"], p["flags"][0] == "K")
+                               for p in facts["packets"])
+                # The last packet's size is not known before a next one comes: it has no record.
+                self.assertEqual(packets, found[:-1])
 
     def test_what_cannot_be_opened_is_named(self):
         open("empty.mp4", "w").close()
@@ -92,9 +145,60 @@ class MovieTest(ToolTest):
                 self.assertEqual(os.listdir("."), ["empty.mp4"])
 
     @native_only
-    def test_disk_full_under_one_of_the_outputs(self):
+    def test_full_output_is_told_once_and_the_others_go_on(self):
         os.symlink("/dev/full", "full.mkv")
-        text = self.record(*PATTERN, "--duration=5", "--output=full.mkv", "--also=a.mp4", expect=1)
-        self.assertRegex(text, "zeva: full.mkv [a-z ]+: No space left on device")
-        self.assertIn("the index is kept: a.mp4.index", text)
-        self.assertEqual(Movie("a.mp4").frames, 150)
+        for main, other in ("full.mkv", "a.mp4"), ("a.mp4", "full.mkv"):
+            with self.subTest(main):
+                # Long enough to fill the queue of the broken output many times.
+                text = self.record("--pattern", "--size=64x64", "--fast", "--duration=60", "-o",
+                                   main, "--also", other, "--also=b.ts", "--log=log", expect=1)
+                self.assertRegex(text, "zeva: full.mkv [a-z ]+: No space left on device")
+                self.assertIn("the index is kept: a.mp4.index", text)
+                with open("log", encoding="utf-8") as log:
+                    self.assertEqual(log.read().count("[Write Pkt Err]"), 1)
+                for name in ["a.mp4", "b.ts"]:
+                    self.assertEqual(Movie(name).frames, 1800)
+                    os.remove(name)
+                os.remove("a.mp4.index")
+                os.remove("log")
+
+    @native_only
+    def test_removed_output_does_not_disturb_the_others(self):
+        picture = bytes(160 * 120 * 4)
+        command = self.command("--raw", "160x120@25", "--fast", "-o", "a.mp4", "--also", "b.flv")
+        with subprocess.Popen(command, stdin=subprocess.PIPE, stdout=subprocess.PIPE,
+                              stderr=subprocess.STDOUT) as tool:
+            tool.stdin.write(picture * 40)
+            for name in ["a.mp4", "a.mp4.index"]:
+                os.remove(name)
+            text = tool.communicate(picture * 10)[0]
+        self.assertEqual(tool.returncode, 1, text)
+        self.assertEqual(Movie("b.flv").frames, 50)
+
+    @native_only
+    def test_full_disk_keeps_the_file_so_far_and_its_index(self):
+        if run(["unshare", "--mount", "true"]).returncode != 0:
+            self.skipTest("no right to mount a small file system")
+        os.mkdir("disk")
+        with open("noise", "wb+") as noise:  # which no codec makes small
+            noise.write(os.urandom(320 * 180 * 4 * 50))
+            noise.seek(0)
+            # Only this program sees the disk, which ends with it.
+            done = run(["unshare", "--mount", "sh", "-c", "mount -t tmpfs -o size=1m none disk; "
+                        '"$@"; status=$?; cp disk/a.mp4 .; exit $status', "sh",
+                        *self.command("--raw", "320x180@25", "--bitrate", "10000", "-o",
+                                      "disk/a.mp4", "--index", "index", "--also", "b.mkv")], noise)
+        self.assertEqual(done.returncode, 1, done.stdout)
+        self.assertEqual(done.stdout.count("an output failed: No space left"), 1, done.stdout)
+        self.assertEqual(Movie("b.mkv").frames, 50)
+        # A picture is a chain of pieces with their lengths in front (ISO/IEC 14496-15).
+        with open("a.mp4", "rb") as file:
+            movie = file.read()
+        whole = [p for p in read_index("index")[1] if p[0] + p[2] <= len(movie)]
+        for position, _, size, *_ in whole:
+            at = position
+            while at < position + size:
+                at += 4 + int.from_bytes(movie[at:at + 4], "big")
+            self.assertEqual(at, position + size)
+        self.assertGreater(len(whole), 5)
+        self.assertGreater(at, len(movie) - 200000, "the index ends long before the file")

@@ -41,6 +41,7 @@ class Movie:
         facts = json.loads(judge("ffprobe", "-v", "error", "-count_packets", "-show_streams",
                                  "-show_format", "-of", "json", path))
         self.tags = {k.lower(): v for k, v in facts["format"].get("tags", {}).items()}
+        self.duration = float(facts["format"]["duration"])
         streams = {stream["codec_type"]: stream for stream in facts["streams"]}
         self.video, self.audio = streams["video"], streams.get("audio")
         self.frames = int(self.video["nb_read_packets"])
@@ -100,3 +101,25 @@ def make_camera_movie(path, *options):
            "sine=frequency=440:sample_rate=44100", "-t", "3", "-ac", "2", "-c:v", "libx264",
            "-preset", "ultrafast", "-qp", "10", "-bf", "2", "-pix_fmt", "yuv420p", "-c:a", "aac",
            *options, path)
+
+
+def read_index(path):
+    """The stream lines, and what the records say once added up, packet by packet:
+    (position, stream, size, pts, dts, duration, key)."""
+    with open(path, encoding="utf-8") as index:
+        header, *lines = index.read().splitlines()
+    if not header.startswith("## version=2, "):
+        raise AssertionError(f"{path} begins with {header}")
+    streams = [json.loads(line) for line in lines if line.startswith("{")]
+    frame_sizes = {s["index"]: s["frame_size"] for s in streams if s["type"] == "audio"}
+    packets, last, end = [], {}, 0
+    for record in "".join(lines[len(streams):]).split(";")[:-1]:
+        stream, start, size, pts, dts, duration, key = [int(n or 0) for n in record.split(",")]
+        last_pts, last_dts = last.get(stream, (0, 0))
+        pts += last_pts
+        dts = last_dts + dts if dts else pts
+        last[stream] = pts, dts
+        duration = duration or frame_sizes.get(stream, 0)
+        packets.append((start or end, stream, size, pts, dts, duration, bool(key)))
+        end = (start or end) + size
+    return streams, packets
