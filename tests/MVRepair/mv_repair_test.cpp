@@ -21,13 +21,24 @@ const bool kEveryCut = getenv("ZEVA_EVERY_CUT") != nullptr;
 
 using Packet = std::tuple<int, int64_t, int64_t, bool, std::string>;  // stream, pts, dts, key, data
 
+// Sorted by their place in the file; none when it is no finished movie.
 std::vector<Packet> packets_of(const std::string& path, std::vector<size_t>* ends = nullptr) {
+  std::vector<std::pair<int64_t, Packet>> placed;
+  AVFormatContext* movie = nullptr;
+  if (avformat_open_input(&movie, path.c_str(), nullptr, nullptr) < 0) return {};
+  movie->flags |= AVFMT_FLAG_NOPARSE | AVFMT_FLAG_NOFILLIN;
+  for (const zeva::PacketPtr p(av_packet_alloc()); av_read_frame(movie, p.get()) >= 0;) {
+    const std::string data(reinterpret_cast<const char*>(p->data), static_cast<size_t>(p->size));
+    const bool key = (p->flags & AV_PKT_FLAG_KEY) != 0;
+    placed.emplace_back(p->pos, Packet(p->stream_index, p->pts, p->dts, key, data));
+    av_packet_unref(p.get());
+  }
+  avformat_close_input(&movie);
+  std::sort(placed.begin(), placed.end());
   std::vector<Packet> packets;
-  const std::string bytes = read_file(path);
-  for (const MoviePacket& p : read_movie(path).packets) {
-    const auto begin = static_cast<size_t>(p.position), size = static_cast<size_t>(p.size);
-    packets.emplace_back(p.stream, p.pts, p.dts, p.key, bytes.substr(begin, size));
-    if (ends != nullptr) ends->push_back(begin + size);
+  for (const auto& [position, packet] : placed) {
+    packets.push_back(packet);
+    if (ends) ends->push_back(static_cast<size_t>(position) + std::get<std::string>(packet).size());
   }
   return packets;
 }

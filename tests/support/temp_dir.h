@@ -38,8 +38,7 @@ inline std::string read_file(const std::string& path) {
 }
 
 inline void write_file(const std::string& path, const std::string& bytes) {
-  FILE* file = zeva::open_file(path.c_str(), "wb");
-  if (file == nullptr) throw std::runtime_error("cannot write " + path);
-  fwrite(bytes.data(), 1, bytes.size(), file);
-  fclose(file);
+  std::ofstream file(std::filesystem::u8path(path), std::ios::binary);
+  if (!file.write(bytes.data(), static_cast<std::streamsize>(bytes.size())).flush())
+    throw std::runtime_error("cannot write " + path);
 }
