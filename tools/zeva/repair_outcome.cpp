@@ -36,9 +36,11 @@ void add_losses_within(const IndexFacts& facts, const RepairOutcome& outcome,
                                                   : "the output did not take them";
     losses.push_back(packets_text(left_out) + " that " + facts.movie_path + " holds: " + why);
   }
-  if (outcome.damaged() > 0) {
-    losses.push_back(count_text(outcome.damaged(), "picture is", "pictures are") +
-                     " damaged; does the index belong to this movie?");
+  int64_t damaged = outcome.damaged();
+  if (damaged > 0) {
+    bool foreign = damaged > outcome.packets() / 4;  // nearly all pictures of most recordings
+    losses.push_back(count_text(damaged, "picture is", "pictures are") + " damaged" +
+                     (foreign ? "; does the index belong to this movie?" : ""));
   }
   for (const std::string& sentence : damage_sentences(facts)) losses.push_back(sentence);
 }
