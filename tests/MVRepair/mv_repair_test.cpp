@@ -155,7 +155,7 @@ TEST(MvRepair, DamageCostsItsLineOrWhatIsBehind) {
       {insert(",,-5,,,,;"), "数据 0 < -5(需求)，该行索引处理结束 (eof=1", 0, to_here},
       {insert(",,2147483647,,,,;"), "第一个忽略行 ========> ", 0, to_here},
       {insert(",9223372036854775807,1,,,,;"), "seek fpos=9223372036854775807", 0, to_here},
-      {insert(",-4,1,,,,;"), "eof=1", 0, to_here},
+      {insert(",-4,,,,,;"), "eof=1", 0, to_here},
       {insert("1,,\n"), "", 0, to_here, false},
       {insert(std::string(500, '\0')), "", 0, to_here, false},
       {std::string(index).insert(second, megabytes + "\n"), "", 0, all},

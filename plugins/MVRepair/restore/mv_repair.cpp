@@ -186,13 +186,14 @@ void MvRepair::process_line(RepairOutput& output, std::string_view rest) {
 
 bool MvRepair::copy_packet(RepairOutput& output, const IndexedPacket& packet,
                            std::string_view next) {
-  if (broken.holds(packet.position, packet.size) && !reserve(packet.size)) {
+  const bool inside = broken.holds(packet.position, packet.size);
+  if (inside && !reserve(packet.size)) {
     ZEVA_LOG(kLogError, "no memory for a packet of %d bytes", packet.size);
     return false;
   }
   const BrokenFile::ReadResult read =
       broken.read(packet.position, packet.size, packet_buffer.get());
-  if (read.count < packet.size || packet.size < 0) {
+  if (!inside || read.count < packet.size) {
     ZEVA_LOG(kLogError,
              "读取packet数据 %d < %d(需求)，该行索引处理结束 (eof=%d, fpos=%lld) err_code=%d",
              read.count, packet.size, broken.at_end() ? 1 : 0,

@@ -139,11 +139,11 @@ int RepairOutput::add_video_stream(const VideoDescription& video) {
 int RepairOutput::open() {
   av_dump_format(context.get(), 0, url.c_str(), 1);
   if (!has_file()) return 0;
-  AVDictionary* options = nullptr;
-  av_dict_set(&options, "protocol_blacklist", kRefusedProtocols, 0);
-  const int result = avio_open2(&context->pb, url.c_str(), AVIO_FLAG_WRITE,
-                                &context->interrupt_callback, &options);
-  av_dict_free(&options);
+  const char* protocol = avio_find_protocol_name(url.c_str());
+  const bool refused = protocol != nullptr && av_match_list(protocol, kRefusedProtocols, ',') != 0;
+  const int result = refused ? AVERROR(EINVAL)
+                             : avio_open2(&context->pb, url.c_str(), AVIO_FLAG_WRITE,
+                                          &context->interrupt_callback, nullptr);
   if (result < 0) err_print(stderr, "Could not open output file '%s'\n", url.c_str());
   return result;
 }
