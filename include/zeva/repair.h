@@ -21,23 +21,25 @@
 // power fails, what had not yet been written to the disk is lost as well.
 //
 // Paths are UTF-8. Broken file and index must be regular files. The container follows from the
-// output's name (".mp4" as a rule); an existing output file is overwritten, except that the broken
-// file or the index itself, under whatever spelling or link, is refused with -10. A full disk is
-// -10 too. After -10 the output is incomplete and may be deleted.
+// output's name (".mp4" as a rule). An existing output file is overwritten, but never the broken
+// file or the index itself, under whatever spelling or link: that is refused with -10, and so are
+// FFmpeg's protocols crypto, md5 and tee, which write elsewhere. A full disk is -10 too. After -10
+// the output, if there is one, is incomplete and may be deleted.
 //
 // Damaged input gives a shorter movie or an error, never a crash. The index may have LF or CR LF.
-//   - A size that is negative or larger than what is left of the broken file, and a position
-//   outside
-//     it, end the recovery there: all later lines are ignored, since nothing can be placed any
-//     more.
-//   - A stream index outside 0..4, and a packet the output refuses (decreasing times, times or
-//     durations no recording can reach, an unknown stream), cost the rest of their line of about 55
-//     packets. The sizes and times of the packets passed over still count, so that the next line
-//     starts where it should. So does a part of the broken file that cannot be read.
-//   - A record that is cut off, or has a ";" before its seventh field, costs the rest of its line.
-//   - Numbers too large for their field count as the largest; sums of times wrap around.
+//   - A size that is negative or larger than what is left of the broken file, or a position outside
+//     of it: the recovery ends there and all later lines are ignored; nothing can be placed there.
+//   - A stream index outside 0..4, or a packet that the output refuses (decreasing times, times or
+//     durations no recording can reach, an unknown stream): the rest of its line, about 55 packets,
+//     is lost. Their sizes and times still count, so that the next line starts where it should. The
+//     same holds for a place of the broken file that the system cannot read.
+//   - A record that is cut off, or has a ";" before its seventh field: the rest of its line is lost
+//     and its size with it, so that packets of later lines may hold wrong bytes. What a crash cuts
+//     off is the last line, behind which there is none.
+//   - A number too large for its field counts as the largest; sums of times wrap around.
 //   - Stream lines behind the fifth are ignored: no record can name such a stream.
-//   - Streams without a usable time base, size or sampling rate fail with -10.
+//   - A stream without a usable time base, picture size, sampling rate or channel count: -10.
+//   - A network output is given up when ZEVA_StopRepair is called; a file is always finished.
 // Memory: one packet buffer, no larger than the broken file, and the output's packet table.
 #pragma once
 
@@ -51,7 +53,8 @@ extern "C" {
 //    code -1   the broken file cannot be opened; no output was made
 //    code -2   the index cannot be read or describes no usable stream; no output was made
 //    code -5   the repair had already been stopped
-//    code -10  the output could not be set up or finished; `message` is FFmpeg's text
+//    code -10  the output could not be set up or finished; `message` is FFmpeg's text, or says that
+//              the output is one of the inputs
 // `message` lives only during the call. Calls come on the repair's thread, in the synchronous form
 // on the caller's, and never after ZEVA_StopRepair has returned.
 typedef void (*ZEVA_repair_callback)(double progress, int code, const char* message, void* user);

@@ -48,22 +48,20 @@ TEST(MoovParser, DescribesStreamsOrSaysWhyNot) {
 
 TEST(MoovParser, HandsOutRecordLines) {
   const TempDir dir;
-  const std::string path = dir.path("movie.index"), head = kHeader + kAudio + "# note\n";
-  const std::string lines = ",,1,,,,1;\r\n,,2,,,,1;\n" + std::string(10000, 'x') + "\nlast";
-  write_file(path, head + lines);
   const LogCapture quiet;
+  const std::string path = dir.path("movie.index"), long_line(9999, 'x');
+  write_file(path, kHeader + kAudio + "# note\n,,1,,,,1;\r\n" + long_line + "\nlast");
   zeva::MoovParser parser;
   ASSERT_TRUE(parser.parse(path.c_str()));
   EXPECT_EQ(parser.progress(), 0.0);
-  std::string all = head;
-  const auto total = static_cast<double>((head + lines).size());
-  for (int64_t number = 4; const char* line = parser.next_record_line(); ++number) {
-    EXPECT_EQ(parser.line_number(), number);
-    EXPECT_DOUBLE_EQ(parser.progress(), static_cast<double>(all.size()) / total);
+  std::string all;
+  double before = 0;
+  for (; const char* line = parser.next_record_line(); before = parser.progress()) {
+    EXPECT_GT(parser.progress(), before);
     all += line;
   }
-  EXPECT_EQ(all, head + lines);
-  EXPECT_EQ(parser.line_number(), 8) << "the long line comes in two pieces";
+  EXPECT_EQ(all, ",,1,,,,1;\r\n" + long_line + "\nlast");
+  EXPECT_EQ(parser.line_number(), 7) << "the long line comes in two pieces";
   EXPECT_EQ(parser.progress(), 1.0);
 }
 

@@ -32,8 +32,8 @@ void add_losses_within(const IndexFacts& facts, const RepairOutcome& outcome,
                        std::vector<std::string>& losses) {
   int64_t left_out = facts.held_packets() - outcome.packets();
   if (left_out > 0) {
-    std::string why = outcome.run.stopped_by_user ? "the repair was stopped before them"
-                                                  : "the output did not take them";
+    std::string why =
+        outcome.run.stopped_by_user ? "the repair was stopped before" : "not taken by the output";
     losses.push_back(packets_text(left_out) + " that " + facts.movie_path + " holds: " + why);
   }
   int64_t damaged = outcome.damaged();
