@@ -12,13 +12,14 @@
 // Every packet whose record stands in the index and whose bytes stand in the broken file comes out
 // with the same bytes and time stamps. Broken file and index are only read, never changed.
 //
-// What a crash costs. Records reach the operating system a line at a time, when more than 960 bytes
-// of them are waiting: a record takes 15 to 21 bytes, so about 55 packets. At 30 pictures and 47
-// AAC packets (48 kHz) a second that is 0.7 s at most, 0.35 s on average. Packets reach it when
-// FFmpeg's I/O buffer of 256 KiB is full: 0.5 s of 4 Mbit/s, 2 s of 1 Mbit/s at most, half of that
-// on average. The two run side by side, so the longer one counts, not the sum. The last packet
-// has no record. All of this is safe when the program crashes; when the operating system or the
-// power fails, what had not yet been written to the disk is lost as well.
+// What a crash costs. The recorder hands packets and their records to the operating system
+// together: when a line of records is full (960 bytes, about 55 packets: 0.7 s of 30 pictures and
+// 47 AAC packets of 48 kHz a second), and earlier at the first packet after 200 ms. So at most 200
+// ms and one packet are lost, half of that on average, whatever the bit rate: FFmpeg's I/O buffer
+// of 256 KiB, which alone would hold back 2 s of 1 Mbit/s, is emptied each time. Pictures still in
+// the encoder (up to 0.5 s with look-ahead) never became packets. All of this is about a crash of
+// the program; when the operating system or the power fails, what had not yet been written to the
+// disk is lost too.
 //
 // Paths are UTF-8. Broken file and index must be regular files. The container follows from the
 // output's name (".mp4" as a rule). An existing output file is overwritten, but never the broken

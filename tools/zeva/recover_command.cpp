@@ -32,11 +32,15 @@ constexpr const char* kFooter =
     "  zeva recover\n"
     "  zeva recover --list /media/recordings\n"
     "\n"
-    "Exit status: that of the worst movie. 0 when nothing had to be recovered or nothing is lost, "
-    "1\n"
-    "when a movie could not be recovered at all, 2 for wrong usage, 3 when something is lost: the\n"
-    "summary says what and why. After a crash it is nearly always 3, for the last moment had not\n"
-    "reached the disk. With --list only a folder that cannot be read makes it 1.\n";
+    "Exit status: that of the worst movie. 0 when nothing had to be recovered or all that the "
+    "files\n"
+    "hold came back, 1 when a movie could not be recovered at all, 2 for wrong usage, 3 when some "
+    "is\n"
+    "lost: the summary says what and why. What the crash took along before it reached the disk, "
+    "at\n"
+    "most the last moment, is in neither file. With --list only a folder that cannot be read "
+    "makes\n"
+    "it 1.\n";
 
 // From what is well to what is lost.
 int worse(int a, int b) {

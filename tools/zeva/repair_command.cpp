@@ -23,9 +23,10 @@ constexpr const char* kFooter =
     "Example:\n"
     "  zeva repair movie.mp4 movie.mp4.index -o whole.mp4\n"
     "\n"
-    "Exit status: 0 when nothing is lost, 1 when nothing could be recovered, 2 for wrong usage, 3\n"
-    "when something is lost: the summary says what and why. After a crash it is nearly always 3,\n"
-    "for the last moment had not reached the disk.\n";
+    "Exit status: 0 when all that the two files hold came back, 1 when nothing could be "
+    "recovered,\n"
+    "2 for wrong usage, 3 when some of it is lost: the summary says what and why. What the crash\n"
+    "took along before it reached the disk, at most the last moment, is in neither file.\n";
 
 Status check_usage(const RepairOptions& options) {
   if (!is_local_file(options.output)) {

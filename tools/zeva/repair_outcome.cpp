@@ -32,13 +32,15 @@ void add_losses_within(const IndexFacts& facts, const RepairOutcome& outcome,
                        std::vector<std::string>& losses) {
   int64_t left_out = facts.held_packets() - outcome.packets();
   if (left_out > 0) {
-    std::string why = outcome.run.stopped_by_user ? "the repair was stopped before them"
-                                                  : "the output did not take them";
+    std::string why =
+        outcome.run.stopped_by_user ? "the repair was stopped before" : "not taken by the output";
     losses.push_back(packets_text(left_out) + " that " + facts.movie_path + " holds: " + why);
   }
-  if (outcome.damaged() > 0) {
-    losses.push_back(count_text(outcome.damaged(), "picture is", "pictures are") +
-                     " damaged; does the index belong to this movie?");
+  int64_t damaged = outcome.damaged();
+  if (damaged > 0) {
+    bool foreign = damaged > outcome.packets() / 4;  // nearly all pictures of most recordings
+    losses.push_back(count_text(damaged, "picture is", "pictures are") + " damaged" +
+                     (foreign ? "; does the index belong to this movie?" : ""));
   }
   for (const std::string& sentence : damage_sentences(facts)) losses.push_back(sentence);
 }

@@ -5,6 +5,9 @@
 namespace zeva_tool {
 namespace {
 
+// No recording gets there, and differences of such times do not overflow.
+constexpr int64_t kMaxUs = INT64_MAX / 4;
+
 // Damaged numbers may be anything: differences wrap around instead of overflowing.
 int64_t minus(int64_t a, int64_t b) {
   return static_cast<int64_t>(static_cast<uint64_t>(a) - static_cast<uint64_t>(b));
@@ -91,7 +94,7 @@ void StreamTally::find_gaps(StreamFacts& facts) const {
 
 int64_t StreamTally::us(int64_t ticks) const {
   if (time_base.num <= 0 || time_base.den <= 0) return 0;
-  return av_rescale_q(ticks, time_base, kMicroseconds);
+  return std::clamp(av_rescale_q(ticks, time_base, kMicroseconds), -kMaxUs, kMaxUs);
 }
 
 }  // namespace zeva_tool
