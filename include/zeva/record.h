@@ -22,7 +22,8 @@
 // operating system together, at the first packet after 200 ms and whenever a line of records (960
 // bytes) is full; what it has survives a crash of the program. So that packets of the last 200 ms
 // are lost, and pictures that were still in the encoder (with the presets' look-ahead up to half a
-// second). Against power loss nothing is synchronised to the disk: add what the system's cache held.
+// second). Against power loss nothing is synchronised to the disk: add what the system's cache
+// held.
 #pragma once
 
 #include <cstdint>
