@@ -16,7 +16,7 @@ namespace zeva {
 // `read_packet` and `set_name` on the thread that demuxes.
 class InputQueue : public qel::ZVPacketQueue {
  public:
-  InputQueue();
+  InputQueue() = default;
   ~InputQueue() override;
 
   // Copies one packet. It leaves the sorting once five later ones have come; a null `data` or
@@ -33,6 +33,9 @@ class InputQueue : public qel::ZVPacketQueue {
 
   qel::BlockingQueue<int64_t> pts_queue;  // stamps of the nodes that were queued, in their order
   std::atomic<bool> probed{false};        // stream information was found; no time limit on reads
+
+ protected:
+  void on_pushed(qel::ZVMemNode*& node) override;
 
  private:
   bool sort_in_locked(const void* data, int32_t nbytes, int64_t usec);
