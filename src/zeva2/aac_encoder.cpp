@@ -57,8 +57,7 @@ Status AACEncoder::open_encoder(int flags) {
   encoder->sample_fmt = AV_SAMPLE_FMT_FLTP;
   encoder->bit_rate = int64_t{settings.bitrate} * 1000;
   encoder->channels = settings.channels;
-  encoder->channel_layout =
-      static_cast<uint64_t>(av_get_default_channel_layout(settings.channels));
+  encoder->channel_layout = static_cast<uint64_t>(av_get_default_channel_layout(settings.channels));
   encoder->sample_rate = settings.sample_rate;
   encoder->frame_size = kFrameSamples;
   encoder->time_base = {1, settings.sample_rate};
@@ -125,7 +124,7 @@ void AACEncoder::deliver(const AVPacket& encoded, const Sink& sink) {
       adts_header(encoder->profile, settings.sample_rate, settings.channels, encoded.size);
   adts_frame.assign(header.begin(), header.end());
   adts_frame.insert(adts_frame.end(), encoded.data, encoded.data + encoded.size);
-  const int64_t pts = av_rescale(samples_sent, 1000000, settings.sample_rate);
+  const int64_t pts = av_rescale_rnd(samples_sent, 1000000, settings.sample_rate, AV_ROUND_DOWN);
   samples_sent += encoder->frame_size;
   sink(adts_frame.data(), static_cast<int>(adts_frame.size()), pts);
 }

@@ -4,6 +4,7 @@
 
 #include "av_error.h"
 #include "logger.h"
+#include "saturating.h"
 
 namespace h264 {
 namespace {
@@ -13,8 +14,7 @@ using zeva::kLogInfo;
 
 constexpr size_t kPaddingBytes = 64;
 constexpr int32_t kMinSpsBytes = 4;
-constexpr int32_t kMaxNalBytes = 0xFFFF;      // what the record's length fields hold
-constexpr int32_t kMaxRecordBytes = 1 << 20;  // a pointer with an absurd length is not followed
+constexpr int32_t kMaxNalBytes = 0xFFFF;  // what the record's length fields hold
 
 void append_nal(std::vector<uint8_t>* record, const uint8_t* nal, int32_t length) {
   record->push_back(static_cast<uint8_t>(length >> 8));
@@ -27,7 +27,7 @@ bool is_given(const uint8_t* data, int32_t length, int32_t min, int32_t max) {
 }
 
 std::vector<uint8_t> choose_extradata(const ParameterSets& sets) {
-  if (is_given(sets.extradata, sets.extradata_len, 1, kMaxRecordBytes)) {
+  if (is_given(sets.extradata, sets.extradata_len, 1, kMaxParameterSetBytes)) {
     return {sets.extradata, sets.extradata + sets.extradata_len};
   }
   return make_configuration_record(sets);
@@ -90,7 +90,9 @@ bool AnnexBFilter::filter(const void* data, int nbytes, int64_t usec, const Sink
   while (result >= 0) {
     av_packet_unref(packet.get());
     result = av_bsf_receive_packet(bsf.get(), packet.get());
-    if (result >= 0) sink(packet->data, packet->size, usec++);
+    if (result < 0) break;
+    sink(packet->data, packet->size, usec);
+    usec = zeva::saturating_add(usec, 1);
   }
   av_packet_unref(packet.get());
   if (result == AVERROR(EAGAIN)) return true;

@@ -10,6 +10,9 @@
 
 namespace h264 {
 
+// Far more than any parameter set: a pointer with an absurd length is not followed.
+inline constexpr int32_t kMaxParameterSetBytes = 1 << 20;
+
 // What is known of a stream beforehand; nothing is owned.
 struct ParameterSets {
   const uint8_t* pps = nullptr;  // single NAL units

@@ -5,8 +5,8 @@
 
 namespace zeva {
 
-// Owns the resampler, a FIFO of converted sound and two frames, one of either side's format. Used
-// by one thread.
+// Owns the resampler, a FIFO of converted sound and a frame to take it out with. Used by one
+// thread.
 class FFResample {
  public:
   FFResample() = default;
@@ -18,33 +18,34 @@ class FFResample {
   [[nodiscard]] bool init(AVSampleFormat in_format, int in_rate, int in_channels,
                           AVSampleFormat out_format, int out_rate, int out_channels);
 
-  // Converts `frame`, of the input's format, into the FIFO. A null frame ends the input; false for
-  // it, after it, and when the conversion fails.
+  // Converts `frame` into the FIFO. Follows a frame whose format, rate or channels changed. A null
+  // frame ends the input; false for it, after it, and when the conversion fails.
   [[nodiscard]] bool push(const AVFrame* frame);
-
-  // The frame of the output or the input side, with room of its own for `nb_samples` that nobody
-  // else holds. It belongs to this object and is valid until it is asked for again. Null, with a
-  // log line, without memory.
-  AVFrame* get_frame(bool for_output, int nb_samples);
 
   int buffered_samples() const { return av_audio_fifo_size(fifo.get()); }
 
-  // Takes `nb_samples` that are buffered. Null as above.
+  // Takes `nb_samples` that are buffered. The frame belongs to this object and is valid until the
+  // next call. Null without memory.
   AVFrame* read(int nb_samples);
 
  private:
-  struct Side {
-    FramePtr frame;
+  struct Sound {
     AVSampleFormat format = AV_SAMPLE_FMT_NONE;
     int sample_rate = 0;
     int channels = 0;
-    int room = 0;  // samples that the frame's buffers hold
   };
 
+  static bool is_valid(const Sound& sound);
+  bool make_resampler();
+  bool follow(const AVFrame& frame);
+  AVFrame* get_frame(int nb_samples);
+
   SwrPtr swr;
-  Side in;
-  Side out;
+  Sound in;
+  Sound out;
   AudioFifoPtr fifo;
+  FramePtr out_frame;
+  int room = 0;  // samples that its buffers hold
   bool ended = false;
 };
 
