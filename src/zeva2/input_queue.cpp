@@ -18,6 +18,9 @@ constexpr int64_t kQueuedBytes = INT32_MAX;  // also with packets of many megaby
 constexpr uint32_t kPushTimeoutMs = 50;
 constexpr uint32_t kPollMs = 10;
 constexpr int64_t kProbeTimeoutMs = 3000;
+// Three times what FFmpeg looks at. It counts pictures only; the bytes before the first one, which
+// in garbage never comes, it would collect until there is no memory.
+constexpr int64_t kProbeBytes = 15000000;
 
 }  // namespace
 
@@ -42,6 +45,7 @@ bool InputQueue::sort_in_locked(const void* data, int32_t nbytes, int64_t usec) 
     ZEVA_LOG(kLogError, "malloc pnode==null, aborted");
     return false;
   }
+  if (nbytes > largest_packet) largest_packet = nbytes;
   // With room to count up past all that are sorted.
   int64_t key = std::clamp(usec, kMinStamp, kMaxStamp - static_cast<int64_t>(kSortedPackets));
   while (sort_queue.count(key) != 0) ++key;
@@ -79,24 +83,40 @@ void InputQueue::on_pushed(qel::ZVMemNode*& node) {
 int InputQueue::read_packet(void* opaque, uint8_t* buffer, int size) {
   auto& queue = *static_cast<InputQueue*>(opaque);
   const Elapsed elapsed;
-  while (true) {
+  // FFmpeg asks again after an error; only the first time may take 3 s.
+  while (queue.given_up == 0) {
     if (queue.is_aborted()) {
       ZEVA_LOG(kLogError, "read-buffer,EOF: ===> '%s'", queue.name().c_str());
       return AVERROR_EOF;
     }
-    const qel::QueueResult result = queue.read(buffer, size, false, kPollMs);
-    if (result == qel::QueueResult::Ok) return size;
-    if (result == qel::QueueResult::Invalid) return AVERROR(EINVAL);
-    if (result == qel::QueueResult::Empty) {
-      const int32_t taken = queue.take_pending(buffer, size);
-      if (taken > 0) return taken;
-    }
-    if (!queue.probed && elapsed.ms() >= kProbeTimeoutMs) {
-      ZEVA_LOG(kLogError, "warning: ===> '%s' has no input data, wait timeout (time=%lldmsec)",
-               queue.name().c_str(), static_cast<long long>(elapsed.ms()));
-      return AVERROR_STREAM_NOT_FOUND;
-    }
+    const int taken = queue.read_some(buffer, size);
+    if (taken != 0) return taken;
+    queue.give_up_probing(elapsed.ms());
   }
+  return queue.given_up;
+}
+
+// What there is within a short wait: all of `size`, a part of it, or nothing.
+int InputQueue::read_some(uint8_t* buffer, int size) {
+  if (!probed && read_bytes > kProbeBytes + 2 * int64_t{largest_packet}) {
+    ZEVA_LOG(kLogError, "'%s': no stream found in %lld bytes", name().c_str(),
+             static_cast<long long>(read_bytes));
+    return given_up = AVERROR_INVALIDDATA;
+  }
+  const qel::QueueResult result = read(buffer, size, false, kPollMs);
+  if (result == qel::QueueResult::Invalid) return AVERROR(EINVAL);
+  int taken = 0;
+  if (result == qel::QueueResult::Ok) taken = size;
+  if (result == qel::QueueResult::Empty) taken = take_pending(buffer, size);
+  read_bytes += taken;
+  return taken;
+}
+
+void InputQueue::give_up_probing(int64_t waited_ms) {
+  if (probed || waited_ms < kProbeTimeoutMs) return;
+  ZEVA_LOG(kLogError, "warning: ===> '%s' has no input data, wait timeout (time=%lldmsec)",
+           name().c_str(), static_cast<long long>(waited_ms));
+  given_up = AVERROR_STREAM_NOT_FOUND;
 }
 
 std::string InputQueue::name() {
