@@ -79,10 +79,3 @@ std::vector<std::string> aac_packets(int count) {
   }
   return packets;
 }
-
-std::string garbage(size_t size_bytes, unsigned seed) {
-  std::minstd_rand random(seed);
-  std::string bytes(size_bytes, '\0');
-  for (char& byte : bytes) byte = static_cast<char>(random() >> 8);
-  return bytes;
-}

@@ -10,6 +10,3 @@ std::vector<std::string> h264_packets(int count);
 
 // 48 kHz stereo noise, each with its ADTS header; some hundred bytes a packet.
 std::vector<std::string> aac_packets(int count);
-
-// Bytes that are no stream. `seed` makes them differ.
-std::string garbage(size_t size_bytes, unsigned seed);
