@@ -19,9 +19,10 @@
 // microsecond apart); jitter is smoothed to a tenth. Decoding times equal presentation times:
 // pictures must come without reordering (no B-frames). One H.264 packet is one access unit.
 //
-// Nothing is opened before enough packets came to know the streams. An input that gets nothing for
-// 3 s while it is being opened is left out, and the recording goes on with the other one; what the
-// other one was given meanwhile is kept up to 2000 packets, then its oldest are dropped.
+// Nothing is opened before enough packets came to know the streams: for H.264 these are some 125
+// pictures, which are kept and recorded. An input that gets nothing for 3 s while it is being
+// opened is left out, and the recording goes on with the other one. At most 2000 packets a stream
+// are kept, then the oldest are dropped.
 //
 // Threads: of one handle, each write function is called by one thread at a time; different ones
 // (video here, sound there), pause, resume and the questions may overlap. Nothing may run during
@@ -108,8 +109,9 @@ ZEVA_API void* ZEVA2_start(const MovieInfo2& info, ZEVA2_status_callback status_
 
 // Writes what is still held back, finishes every output, frees everything and sets *handle to null.
 // `handle` and *handle may be null. Blocks until all outputs are finished: files take as long as
-// the disk needs; a network output that is still connecting is given up at once, one that is stuck
-// after a grace of 1.5 s. An input that never got a packet does not hold it up.
+// the disk needs; a network output that is still connecting, or stuck, is given up after a grace of
+// 1.5 s (a look-up of its host name takes as long as the system's resolver). An input that never
+// got a packet does not hold it up. Refused inside the status callback; *handle is kept then.
 ZEVA_API void ZEVA2_stop(void** handle);
 
 // Cuts the time between pause and resume out of both streams. Packets offered meanwhile are still
