@@ -8,8 +8,12 @@
 #include <set>
 #include <thread>
 
+extern "C" {
+#include <libavformat/avformat.h>
+}
+
 #include "judge.h"
-#include "packets.h"
+#include "recording.h"
 #include "sockets.h"
 
 namespace {
@@ -19,6 +23,52 @@ using testing::ElementsAre;
 
 const char kPictures[] = "-map 0:v -vsync 0 -pix_fmt yuv420p -f rawvideo";
 
+struct HostPacket {
+  bool video;
+  int64_t usec;
+  std::string bytes;  // sound with ADTS headers, pictures length-prefixed or with start codes
+};
+
+struct SourceMovie {
+  std::vector<HostPacket> packets;  // in the order of the file
+  std::vector<uint8_t> extradata;
+};
+
+// 48 kHz (index 3), stereo, LC (ISO/IEC 13818-7).
+std::string adts_header(int length) {
+  std::string header = "\xFF\xF1\x4C\x80 \x1F\xFC";
+  header[3] = static_cast<char>(2 << 6 | length >> 11);
+  header[4] = static_cast<char>(length >> 3);
+  header[5] = static_cast<char>((length & 7) << 5 | 0x1F);
+  return header;
+}
+
+// Records picture and sound into source.mp4, and takes the packets out.
+SourceMovie make_source(int seconds, bool start_codes = true) {
+  Recording recording(settings(work_file("source.mp4")));
+  recording.feed(0, seconds * kFps);
+  recording.stop();
+  AVFormatContext* ic = nullptr;
+  AVBSFContext* bsf = nullptr;
+  avformat_open_input(&ic, utf8(work_file("source.mp4")).c_str(), nullptr, nullptr);
+  const AVCodecParameters& par = *ic->streams[0]->codecpar;
+  av_bsf_alloc(av_bsf_get_by_name("h264_mp4toannexb"), &bsf);
+  avcodec_parameters_copy(bsf->par_in, &par);
+  av_bsf_init(bsf);
+  SourceMovie movie{{}, {par.extradata, par.extradata + par.extradata_size}};
+  for (AVPacket packet; av_read_frame(ic, &packet) >= 0; av_packet_unref(&packet)) {
+    const bool video = packet.stream_index == 0;
+    const AVRational time_base = ic->streams[packet.stream_index]->time_base;
+    if (video && start_codes) av_bsf_send_packet(bsf, &packet), av_bsf_receive_packet(bsf, &packet);
+    std::string bytes = video ? "" : adts_header(packet.size + 7);
+    bytes.append(packet.data, packet.data + packet.size);
+    movie.packets.push_back({video, av_rescale_q(packet.pts, time_base, {1, 1000000}), bytes});
+  }
+  av_bsf_free(&bsf);
+  avformat_close_input(&ic);
+  return movie;
+}
+
 MovieInfo2 packet_settings(const std::string& url) {
   MovieInfo2 info{};
   set_text(info.url, url);
@@ -26,6 +76,39 @@ MovieInfo2 packet_settings(const std::string& url) {
   info.acodec = kPacketAudioAac;
   return info;
 }
+
+class PacketRecording {
+ public:
+  explicit PacketRecording(const MovieInfo2& info) : handle(ZEVA2_start(info, on_status, this)) {}
+  ~PacketRecording() { stop(); }
+  bool write(HostPacket packet) {
+    const auto write_packet = packet.video ? ZEVA2_write_video_packet : ZEVA2_write_audio_packet;
+    return write_packet(handle, packet.bytes.data(), static_cast<int>(packet.bytes.size()),
+                        packet.usec);
+  }
+  void write(const std::vector<HostPacket>& packets) {
+    for (const HostPacket& packet : packets) write(packet);
+  }
+  // Returns all that was told: the last thing that may be.
+  std::vector<int> stop() {
+    ZEVA2_stop(&handle);
+    const std::lock_guard<std::mutex> lock(mutex);
+    stopped = true;
+    return codes;
+  }
+  std::mutex mutex;
+  std::vector<int> codes;
+  bool stopped = false;
+  void* handle;
+
+ private:
+  static void on_status(int code, const char* message, void* user) {
+    auto& self = *static_cast<PacketRecording*>(user);
+    const std::lock_guard<std::mutex> lock(self.mutex);
+    EXPECT_FALSE(self.stopped) << "told after the stop: " << message;
+    self.codes.push_back(code);
+  }
+};
 
 // ---- when each packet is to play, computed from the host's stamps alone
 
@@ -76,7 +159,7 @@ void expect_times(const fs::path& file, bool video, const std::vector<int64_t>& 
 }
 
 TEST(PacketMovies, PlayAtTheSmoothedTimesOfTheHostInEveryContainer) {
-  SourceMovie movie = make_source(work_file("source.mp4"), 8, true);
+  SourceMovie movie = make_source(8);
   const std::string urls[] = {utf8(work_file("movie.MP4")), utf8(work_file("movie.mkv")),
                               utf8(work_file("movie.ts"))};
   MovieInfo2 info = packet_settings(utf8(work_file("movie.flv")));
@@ -128,7 +211,7 @@ TEST(PacketMovies, PlayAtTheSmoothedTimesOfTheHostInEveryContainer) {
 }
 
 TEST(LengthPrefixedPackets, DecodeToTheSamePicturesWithAnyKindOfParameterSets) {
-  const SourceMovie movie = make_source(work_file("source.mp4"), 6, false);
+  const SourceMovie movie = make_source(6, false);
   for (const bool whole_record : {true, false}) {
     const fs::path file = work_file(whole_record ? "record.mp4" : "sets.mp4");
     std::vector<uint8_t> record = movie.extradata;
@@ -157,7 +240,7 @@ TEST(LengthPrefixedPackets, DecodeToTheSamePicturesWithAnyKindOfParameterSets) {
 
 TEST(BadPacketSettings, EndTheRecordingWithTheirCode) {
   static const uint8_t bytes[8] = {1, 66, 0, 30, 0xFF, 0xE1, 0x40, 0};  // ends within its SPS
-  const SourceMovie movie = make_source(work_file("source.mp4"), 1, true);
+  const SourceMovie movie = make_source(1);
   const std::string missing = utf8(work_file("missing") / "movie.mp4");
   const auto record = [](int32_t length) {
     return [=](MovieInfo2& i) { i.extradata = bytes, i.extradata_len = length; };
@@ -195,8 +278,9 @@ TEST(BadPacketSettings, EndTheRecordingWithTheirCode) {
   }
 }
 
-TEST(BadPackets, DoNotHarmTheRecording) {
-  const SourceMovie movie = make_source(work_file("source.mp4"), 7, true);
+// An output that refuses one of them ends the recording, as any output that fails.
+TEST(BadPackets, LeaveAMovieAllTheSame) {
+  const SourceMovie movie = make_source(7);
   std::minstd_rand random(3);
   std::string garbage(3000, ' ');
   for (char& byte : garbage) byte = static_cast<char>(random() >> 8);
@@ -216,30 +300,28 @@ TEST(BadPackets, DoNotHarmTheRecording) {
   }
   recording.write({true, movie.packets.back().usec, std::string(size_t{64} << 20, '\0')});
   EXPECT_THAT(recording.stop(), ElementsAre(0));
-  EXPECT_GE(packets(work_file("movie.mkv")).size(), movie.packets.size() / 2);
+  EXPECT_GT(packets(work_file("movie.mkv")).size(), 20U);
 }
 
 TEST(PacketRecordings, CanBeStoppedAtOnceAndTwice) {
-  const SourceMovie movie = make_source(work_file("source.mp4"), 1, true);
+  const SourceMovie movie = make_source(1);
+  const fs::path file = work_file("short.mp4");
   for (size_t count = 0; count < 20; ++count) {
-    const fs::path file = work_file("short.mp4");
     fs::remove(file);
     PacketRecording recording(packet_settings(utf8(file)));
     for (size_t i = 0; i < count; ++i) recording.write(movie.packets[i]);
     const bool told_failure = recording.stop().size() > 1;
     EXPECT_TRUE(told_failure || decode_faults(file).empty()) << count << " packets";
-    ZEVA2_stop(&recording.handle);
   }
   ZEVA2_stop(nullptr);
   EXPECT_FALSE(ZEVA2_pause(nullptr) || ZEVA2_resume(nullptr) || ZEVA2_is_paused(nullptr));
-  EXPECT_FALSE(ZEVA2_write_video_packet(nullptr, nullptr, 0, 0));
   EXPECT_FALSE(ZEVA2_write_audio_pcm(nullptr, nullptr, 0, 0));
   EXPECT_EQ(ZEVA2_movie_time(nullptr), -1);
 }
 
 TEST(PacketRecordings, EndWithAWholeFileWhenAnotherOutputIsFull) {
   if (!fs::exists("/dev/full")) GTEST_SKIP() << "no device that is always full";
-  const SourceMovie movie = make_source(work_file("source.mp4"), 7, true);
+  const SourceMovie movie = make_source(7);
   fs::create_symlink("/dev/full", work_file("full.ts"));
   const std::string full = utf8(work_file("full.ts"));
   MovieInfo2 info = packet_settings(utf8(work_file("good.mp4")));
@@ -259,7 +341,7 @@ TEST(PacketRecordings, EndWithAWholeFileWhenAnotherOutputIsFull) {
 }
 
 TEST(PacketRecordings, AreStoppedAlsoWhenAPeerNeverAnswers) {
-  const SourceMovie movie = make_source(work_file("source.mp4"), 6, true);
+  const SourceMovie movie = make_source(6);
   const Listener silent;
   const std::string peer = "://127.0.0.1:" + std::to_string(silent.port()) + "/live/test";
   for (const char* protocol : {"rtmp", "rtsp"}) {
