@@ -12,6 +12,7 @@
 #include "packetqueue.h"
 #include "resampler.h"
 #include "rescaler.h"
+#include "zv_packet_queue.h"
 
 namespace {
 
@@ -47,6 +48,74 @@ void queue_between_threads(benchmark::State& state) {
   state.SetItemsProcessed(state.iterations());
 }
 BENCHMARK(queue_between_threads)->UseRealTime();
+
+// Counters of the pool: blocks made in all, and of these after the first thousand rounds.
+class PoolReport {
+ public:
+  PoolReport(benchmark::State& state, qel::ZVPacketQueue& queue) : state(state), queue(queue) {}
+  void after_round() {
+    if (++rounds == 1000) warm = queue.pool_counters().allocated;
+  }
+  ~PoolReport() {
+    const int32_t blocks = queue.pool_counters().allocated;
+    state.counters["blocks"] = blocks;
+    state.counters["blocks_after_warm_up"] = rounds > 1000 ? blocks - warm : 0;
+    state.SetItemsProcessed(state.iterations());
+  }
+
+ private:
+  benchmark::State& state;
+  qel::ZVPacketQueue& queue;
+  int64_t rounds = 0;
+  int32_t warm = 0;
+};
+
+// Packet sizes of a stream: a large picture, then small ones.
+uint32_t packet_bytes(int64_t n) { return n % 30 == 0 ? 60000 : 8000 + n * 997 % 12000; }
+
+void pool_alloc_release(benchmark::State& state) {
+  qel::ZVPacketQueue queue;
+  PoolReport report(state, queue);
+  int64_t n = 0;
+  for (auto _ : state) {
+    qel::release_node(queue.alloc_node(packet_bytes(++n)));
+    report.after_round();
+  }
+}
+BENCHMARK(pool_alloc_release);
+
+void node_push_pop(benchmark::State& state) {
+  qel::ZVPacketQueue queue;
+  PoolReport report(state, queue);
+  int64_t n = 0;
+  for (auto _ : state) {
+    (void)queue.push(queue.alloc_node(packet_bytes(++n)), 2000, false, 50);
+    qel::ZVMemNode* node = nullptr;
+    (void)queue.pop(node, false, 0, true);
+    qel::release_node(node);
+    report.after_round();
+  }
+}
+BENCHMARK(node_push_pop);
+
+// A host's thread and a demuxer's, which reads as a stream of bytes.
+void node_push_read_between_threads(benchmark::State& state) {
+  qel::ZVPacketQueue queue;
+  PoolReport report(state, queue);
+  std::thread reader([&queue] {
+    uint8_t buffer[8192];
+    while (queue.read(buffer, sizeof buffer, true, 0) == qel::QueueResult::Ok) {
+    }
+  });
+  int64_t n = 0;
+  for (auto _ : state) {
+    (void)queue.push(queue.alloc_node(packet_bytes(++n)), 100, true, 0);
+    report.after_round();
+  }
+  (void)queue.push(nullptr, qel::kUnbounded, false, 0);
+  reader.join();
+}
+BENCHMARK(node_push_read_between_threads)->UseRealTime();
 
 void index_record(benchmark::State& state) {
   char text[zeva::kIndexRecordMaxBytes];

@@ -86,10 +86,9 @@ ZVMemNode* ZVMemPool::make_block_locked(int32_t block_class, int32_t headroom) {
 }
 
 void ZVMemPool::place_payload(ZVMemNode* node, int32_t headroom) const {
-  const auto start =
-      reinterpret_cast<uintptr_t>(node) + kNodeHeaderBytes + static_cast<uintptr_t>(headroom);
-  const uintptr_t mask = alignment - 1;
-  node->data = reinterpret_cast<uint8_t*>((start + mask) & ~mask);
+  uint8_t* const start = reinterpret_cast<uint8_t*>(node) + kNodeHeaderBytes + headroom;
+  const uintptr_t past_alignment = reinterpret_cast<uintptr_t>(start) & (alignment - 1);
+  node->data = past_alignment == 0 ? start : start + (alignment - past_alignment);
   node->head = headroom > 0 ? node->data - headroom : nullptr;
 }
 
