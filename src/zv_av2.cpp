@@ -25,7 +25,7 @@ Result with_muxer(void* handle, Result neutral, Call call) noexcept {
   return neutral;
 }
 
-// `format` is the log line of a refused write: its size, its time, why.
+// Runs a write on a muxer that still takes packets. `what` begins the log line of a refused one.
 template <typename Call>
 bool write(void* handle, const char* what, int size, int64_t usec, Call call) noexcept {
   const auto* muxer = static_cast<AVMux*>(handle);
