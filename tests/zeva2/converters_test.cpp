@@ -1,0 +1,117 @@
+// What turns a host's streams into those that demuxers and outputs take.
+#include <gtest/gtest.h>
+
+#include <cmath>
+
+#include "aac_encoder.h"
+#include "adts.h"
+#include "annexb_filter.h"
+#include "elementary.h"
+#include "log_capture.h"
+#include "zv2_aac_to_opus.h"
+
+namespace {
+using namespace zeva;  // NOLINT: a test reads better without the prefix
+
+TEST(AacSettings, AreRefusedWithTheirCode) {
+  const struct {
+    AudioSettings settings;
+    const char* told;  // null: fine
+  } cases[] = {
+      {{48000, 2, "s16", 128}, nullptr},    {{44100, 1, "flt32", 64}, nullptr},
+      {{22050, 2, "flt32p", 0}, nullptr},   {{48000, 6, "s16", 384}, nullptr},
+      {{48000, 2, "flt", 128}, "(-23)"},    {{48000, 2, "", 128}, "(-23)"},
+      {{0, 2, "s16", 128}, "(-24)"},        {{-48000, 2, "s16", 128}, "(-24)"},
+      {{48000, 0, "s16", 128}, "(-24)"},    {{48000, 9, "s16", 128}, "(-24)"},
+      {{48000, 5, "flt32p", 128}, "(-24)"}, {{50000, 2, "s16", 128}, "(-25)"},
+      {{48000, 2, "s16", -128}, "(-25)"},   {{48000, 2, "s16", INT32_MAX}, nullptr},
+  };
+  for (const auto& c : cases) {
+    const LogCapture log;
+    const bool made = AACEncoder::create(c.settings, AACEncoder::kGlobalHeader) != nullptr;
+    EXPECT_EQ(made, c.told == nullptr) << c.settings.sample_format << c.settings.bitrate;
+    EXPECT_EQ(log.count(std::string("AACEncoder error ") + (made ? "" : c.told)), made ? 0 : 1);
+  }
+}
+
+TEST(Adts, NamesRateAndLength) {
+  const auto header = adts_header(1, 22050, 2, 1000);
+  EXPECT_EQ(header, (decltype(header){0xFF, 0xF1, 0x5C, 0x80, 0x7D, 0xFF, 0xFC}));
+  EXPECT_EQ(adts_sampling_index(50000), 4);
+}
+
+struct Heard {
+  CodecContextPtr decoder{avcodec_alloc_context3(avcodec_find_decoder_by_name("libopus"))};
+  FramePtr frame{av_frame_alloc()};
+  double energy = 0;
+  int64_t samples = 0, packets = 0;
+};
+
+// Refuses the 40th packet.
+bool hear(AVPacket* opus, AVRational time_base, void* user) {
+  auto& h = *static_cast<Heard*>(user);
+  constexpr int kPreSkip = 312;
+  EXPECT_EQ(av_rescale_q(opus->pts, time_base, {1, 48000}) + kPreSkip, h.packets++ * 960);
+  avcodec_send_packet(h.decoder.get(), opus);
+  while (avcodec_receive_frame(h.decoder.get(), h.frame.get()) == 0) {
+    const auto* data = reinterpret_cast<const int16_t*>(h.frame->data[0]);
+    for (int i = 0; i < 2 * h.frame->nb_samples; ++i) h.energy += 1.0 * data[i] * data[i];
+    h.samples += 2 * h.frame->nb_samples;
+  }
+  return h.packets < 40;
+}
+
+// A tone comes back as loud as it was, whatever the format, through the encoder and the transcoder.
+TEST(Sound, SurvivesEncodingAndTranscoding) {
+  for (const std::string format : {"s16", "flt32", "flt32p"}) {
+    const auto encoder = AACEncoder::create({48000, 2, format, 128}, AACEncoder::kGlobalHeader);
+    ASSERT_TRUE(encoder);
+    AVCodecParameters par{};
+    par.codec_type = AVMEDIA_TYPE_AUDIO;
+    par.codec_id = AV_CODEC_ID_AAC;
+    par.sample_rate = 48000;
+    par.channels = 2;
+    AacToOpus transcoder;
+    ASSERT_TRUE(transcoder.init(&par).ok);
+    Heard heard;
+    ASSERT_EQ(avcodec_open2(heard.decoder.get(), nullptr, nullptr), 0);
+    int64_t packets = 0;
+    const auto sink = [&](const uint8_t* data, int nbytes, int64_t pts) {
+      EXPECT_EQ(pts, packets++ * 1024 * 1000000 / 48000);
+      AVPacket packet{};
+      packet.data = const_cast<uint8_t*>(data);
+      packet.size = nbytes;
+      const bool went_on = transcoder.transcode(&packet, {1, 1000000}, hear, &heard);
+      EXPECT_EQ(went_on, heard.packets < 40);
+    };
+    for (int begin = 0; heard.packets < 40; begin += 500) {
+      std::vector<int16_t> whole;
+      std::vector<float> pairs, planar(1000);
+      for (int i = 0; i < 500; ++i) {
+        const auto value = static_cast<float>(0.5 * std::sin((begin + i) * 0.06));
+        planar[static_cast<size_t>(i)] = planar[static_cast<size_t>(500 + i)] = value;
+        whole.insert(whole.end(), 2, static_cast<int16_t>(value * 32767));
+        pairs.insert(pairs.end(), 2, value);
+      }
+      const void* first = format == "s16" ? static_cast<const void*>(whole.data())
+                                          : (format == "flt32" ? pairs : planar).data();
+      const uint8_t* planes[4] = {static_cast<const uint8_t*>(first),
+                                  reinterpret_cast<const uint8_t*>(&planar[500])};
+      EXPECT_TRUE(encoder->encode(planes, 500, -1, sink));
+      EXPECT_LE(packets, (begin + 500) / 1024);
+    }
+    const uint8_t* none[4] = {};
+    EXPECT_FALSE(encoder->encode(none, 500, 0, sink));
+    EXPECT_NEAR(std::sqrt(heard.energy / static_cast<double>(heard.samples)), 11585, 600) << format;
+  }
+}
+
+TEST(ParameterSets, BecomeAConfigurationRecord) {
+  std::vector<uint8_t> sps(25, 7), pps(4, 8);
+  const h264::ParameterSets sets{pps.data(), sps.data(), 4, 25, nullptr, 0};
+  const std::vector<uint8_t> record = h264::make_configuration_record(sets);
+  EXPECT_EQ(record.size(), 40U);
+  EXPECT_EQ(h264::make_configuration_record({nullptr, sps.data(), 4, 25, nullptr, 0}).size(), 34U);
+}
+
+}  // namespace
