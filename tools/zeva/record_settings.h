@@ -2,7 +2,7 @@
 #pragma once
 
 #include "record_options.h"
-#include "source.h"
+#include "frame_source.h"
 #include "zeva/movie_info.h"
 
 namespace zeva_tool {
