@@ -1,0 +1,159 @@
+// Packet recording: encoded H.264 and AAC packets, or PCM, in; files and live streams out.
+//
+//   MovieInfo2 info{};
+//   snprintf(info.url, sizeof info.url, "%s", "movie.mp4");
+//   snprintf(info.moov, sizeof info.moov, "%s", "movie.mp4.index");
+//   info.others[0] = "rtmp://127.0.0.1/live/camera";
+//   info.vcodec = kPacketVideoH264;
+//   info.acodec = kPacketAudioAac;
+//   void* mux = ZEVA2_start(info, on_status, nullptr);          // null: on_status told why
+//   while (next_packet(&p)) {
+//     if (p.is_video) ZEVA2_write_video_packet(mux, p.data, p.nbytes, p.usec);
+//     else            ZEVA2_write_audio_packet(mux, p.data, p.nbytes, p.usec);
+//   }
+//   ZEVA2_stop(&mux);                                           // every output is finished
+//
+// Time stamps are signed 64-bit microseconds of any steady clock. The first packet of each stream
+// becomes time 0 of that stream, so begin sound and picture together. Packets are kept until five
+// newer ones of their stream have come, and leave in the order of their stamps (equal stamps one
+// microsecond apart); jitter is smoothed to a tenth. Decoding times equal presentation times:
+// pictures must come without reordering (no B-frames). One H.264 packet is one access unit.
+//
+// Nothing is opened before enough packets came to know the streams. An input that gets nothing for
+// 3 s while it is being opened is left out, and the recording goes on with the other one; what the
+// other one was given meanwhile is kept up to 2000 packets, then its oldest are dropped.
+//
+// Threads: of one handle, each write function is called by one thread at a time; different ones
+// (video here, sound there), pause, resume and the questions may overlap. Nothing may run during
+// ZEVA2_stop. Handles are independent. Every function takes a null handle and returns its neutral
+// value. No exception leaves any function.
+//
+// After a crash: an .mp4 without its trailer cannot be played by itself. With `moov` set, the index
+// beside it tells where every packet lies. Index lines are handed to the operating system about
+// every 960 bytes of records, and movie data when FFmpeg's I/O buffer is full, so both survive a
+// crash of the program; against power loss neither is synchronised to the disk.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+#include "zeva/export.h"
+
+// Values of MovieInfo2::vcodec and acodec; any other value means "no such stream".
+enum : int32_t {
+  kPacketVideoNone = 0,
+  kPacketVideoH264 = 1,
+};
+enum : int32_t {
+  kPacketAudioNone = 0,
+  kPacketAudioAac = 1,  // AAC packets, each with its ADTS header (ISO/IEC 13818-7)
+  kPacketAudioPcm = 2,  // PCM, encoded to AAC-LC by the library
+};
+
+// Plain data whose layout is part of the binary interface. ZEVA2_start copies the record and all it
+// points to; the host may free or change everything once that call has returned. Texts are UTF-8
+// and zero-terminated; one that fills its array without a terminator is cut there by one byte.
+struct MovieInfo2 {
+  char url[512];          // main output: a path, rtmp:// (FLV) or rtsp:// (TCP; sound becomes Opus)
+  char moov[512];         // crash-safe index of the first .mp4 among the outputs; empty for none
+  char meta[256];         // "key:value;key:value", written into every container
+  const char* others[4];  // further outputs; null entries are skipped
+
+  int32_t vcodec;  // kPacketVideo...
+  int32_t acodec;  // kPacketAudio...
+
+  // Of the PCM, with kPacketAudioPcm only.
+  int32_t sample_rate;        // Hz, one that AAC knows
+  int32_t channels;           // 1..8
+  const char* sample_format;  // "s16", "flt32" (interleaved) or "flt32p" (a plane a channel)
+  int32_t bitrate;            // kbit/s of the AAC
+
+  // H.264 parameter sets. With extradata_len or sps_len other than 0, video packets are taken as
+  // length-prefixed (ISO/IEC 14496-15) and converted; otherwise they must be in the byte stream
+  // format (Annex B: start codes, parameter sets in the stream). `sps` and `pps` are single NAL
+  // units without start code or length, for packets with 4-byte lengths; `extradata` is a whole
+  // AVC decoder configuration record and wins over them.
+  const uint8_t* pps;
+  const uint8_t* sps;
+  int32_t pps_len;  // bytes
+  int32_t sps_len;
+  const uint8_t* extradata;
+  int32_t extradata_len;
+
+  uint8_t reserved[60];  // zero; not read
+};
+
+extern "C" {
+
+// Reports of a recording. Code 0, "start success": the recording runs and takes packets; the
+// outputs are not opened yet. Any other code ends it (writes then return false, ZEVA2_stop is still
+// due), outputs already open are finished:
+//   -10  the AAC encoder could not be made    (ZEVA2_start returns null)
+//   -11  the parameter sets are unusable      (ZEVA2_start returns null)
+//   -23  no usable packets came on any input
+//   -33  no output URL at all, or a container refused its header (the text tells)
+//   -32  an output could not be opened        -7  the index could not be created
+//   -1 to -5  the AAC to Opus transcoder of an RTSP output could not be made
+//   other negative codes: FFmpeg's, with its text
+// An output that breaks later (disk full, peer gone) ends the recording of all of them without a
+// report: writes return false, the log has the reason, and the files are finished and playable.
+// Called inside ZEVA2_start (codes -10, -11) or on the recording's worker thread, never after
+// ZEVA2_stop has returned; `message` lives only during the call. It must not call ZEVA2_stop.
+typedef void (*ZEVA2_status_callback)(int code, const char* message, void* user);
+
+// Starts a recording and returns its handle, which ZEVA2_stop frees; null on failure, with nothing
+// left behind. `status_cb` and `user` may be null. Does not block: outputs are opened and written
+// on threads of the library's own.
+ZEVA_API void* ZEVA2_start(const MovieInfo2& info, ZEVA2_status_callback status_cb, void* user);
+
+// Writes what is still held back, finishes every output, frees everything and sets *handle to null.
+// `handle` and *handle may be null. Blocks until all outputs are finished: files take as long as
+// the disk needs; a network output that is still connecting is given up at once, one that is stuck
+// after a grace of 1.5 s. An input that never got a packet does not hold it up.
+ZEVA_API void ZEVA2_stop(void** handle);
+
+// Cuts the time between pause and resume out of both streams. Packets offered meanwhile are still
+// recorded (stop offering them, and go on with a key frame); PCM is dropped. A second pause
+// restarts the pause. Resume: false unless paused. Null handle: false.
+ZEVA_API bool ZEVA2_pause(void* handle);
+ZEVA_API bool ZEVA2_resume(void* handle);
+ZEVA_API bool ZEVA2_is_paused(void* handle);
+
+// Movie time in microseconds of the latest video packet (of the latest sound before any); -1 for a
+// null handle.
+ZEVA_API int64_t ZEVA2_movie_time(void* handle);
+
+// One packet at time `usec`. The bytes are copied before the call returns and stay the host's. Null
+// `data` with `nbytes` 0 gives out what is held back for sorting. True when the packet was taken
+// (also when the queue is full and its oldest packet had to be dropped for it; the log tells);
+// false when refused: the recording has ended, or has no such stream, or takes PCM. A full queue is
+// waited for at most 50 ms; nothing else blocks.
+ZEVA_API bool ZEVA2_write_video_packet(void* handle, void* data, int nbytes, int64_t usec);
+ZEVA_API bool ZEVA2_write_audio_packet(void* handle, void* data, int nbytes, int64_t usec);
+
+// `nb_samples` per channel in the declared format: one plane for the interleaved formats, one a
+// channel for "flt32p" (at most four). AAC time counts samples from 0: `usec` only moves
+// ZEVA2_movie_time, so the PCM must be without gaps. Null `planes` or `nb_samples` below 1 gives
+// out what is held back. The samples are copied and encoded before the call returns. False when
+// refused: ended, paused, no sound or no PCM declared, or the encoder failed.
+ZEVA_API bool ZEVA2_write_audio_pcm(void* handle, uint8_t* const* planes, int nb_samples,
+                                    int64_t usec);
+
+}  // extern "C"
+
+static_assert(offsetof(MovieInfo2, moov) == 512);
+static_assert(offsetof(MovieInfo2, meta) == 1024);
+static_assert(offsetof(MovieInfo2, others) == 1280);
+static_assert(offsetof(MovieInfo2, vcodec) == 1312);
+static_assert(offsetof(MovieInfo2, acodec) == 1316);
+static_assert(offsetof(MovieInfo2, sample_rate) == 1320);
+static_assert(offsetof(MovieInfo2, channels) == 1324);
+static_assert(offsetof(MovieInfo2, sample_format) == 1328);
+static_assert(offsetof(MovieInfo2, bitrate) == 1336);
+static_assert(offsetof(MovieInfo2, pps) == 1344);
+static_assert(offsetof(MovieInfo2, sps) == 1352);
+static_assert(offsetof(MovieInfo2, pps_len) == 1360);
+static_assert(offsetof(MovieInfo2, sps_len) == 1364);
+static_assert(offsetof(MovieInfo2, extradata) == 1368);
+static_assert(offsetof(MovieInfo2, extradata_len) == 1376);
+static_assert(sizeof(MovieInfo2) == 1440);
