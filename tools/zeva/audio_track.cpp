@@ -22,7 +22,8 @@ Status AudioTrack::check() {
   if (parameters.sample_rate <= 0) return Status(name + " holds no AAC sound");
   if (parameters.extradata_size == 0) return {};
   format = parse_audio_config(parameters.extradata, static_cast<size_t>(parameters.extradata_size));
-  if (!format) return Status(name + ": its kind of AAC has no ADTS header; --no-audio leaves it out");
+  if (!format)
+    return Status(name + ": its kind of AAC has no ADTS header; --no-audio leaves it out");
   return {};
 }
 
@@ -105,7 +106,8 @@ void AudioTrack::pop() {
 }
 
 std::string AudioTrack::warning() const {
-  if (!reader.read_error().empty()) return "reading " + name + " ended early: " + reader.read_error();
+  if (!reader.read_error().empty())
+    return "reading " + name + " ended early: " + reader.read_error();
   return {};
 }
 

@@ -7,6 +7,8 @@
 
 #include "av.h"
 #include "exit_status.h"
+#include "mux_command.h"
+#include "mux_options.h"
 #include "record_command.h"
 #include "record_options.h"
 #include "terminal.h"
@@ -27,6 +29,8 @@ int run(int argc, char** argv) {
   app.require_subcommand(1);
   zeva_tool::RecordOptions record_options;
   zeva_tool::add_record_command(app, record_options);
+  zeva_tool::MuxOptions mux_options;
+  CLI::App* mux = zeva_tool::add_mux_command(app, mux_options);
 
   std::vector<std::string> arguments = zeva_tool::Terminal::arguments(argc, argv);
   std::reverse(arguments.begin(), arguments.end());  // the parser takes them from the back
@@ -36,6 +40,7 @@ int run(int argc, char** argv) {
     return app.exit(error) == 0 ? zeva_tool::kExitSuccess : zeva_tool::kExitUsage;
   }
   zeva_tool::Terminal terminal;
+  if (mux->parsed()) return zeva_tool::run_mux(mux_options, terminal);
   return zeva_tool::run_record(record_options, terminal);
 }
 

@@ -9,10 +9,10 @@
 #include <string>
 #include <vector>
 
+#include "frame_source.h"
 #include "movie_reader.h"
 #include "picture_converter.h"
 #include "sound_converter.h"
-#include "frame_source.h"
 
 namespace zeva_tool {
 

@@ -30,8 +30,8 @@ RecordingResult Recorder::run() {
   if (begun) drain();
   result.progress.movie_us = recording.movie_time_us();
   result.stopped_by_user = quit || Terminal::stop_requested();
-  result.opened = begun && recording.outputs_open();
   recording.stop();
+  result.opened = begun && recording.outputs_opened();
   status_line.clear();
   result.failures = inbox.failures();
   return result;
@@ -83,7 +83,12 @@ bool Recorder::wait_until_due(int64_t time_us) {
     if (must_stop()) return false;
     int64_t left_us = pace.fast ? 0 : base_us + time_us - ZEVA_current_sys_usec();
     bool due = pause_from_us == 0 && left_us <= 0;
-    if (due && recording.has_room()) return true;
+    Recording::Room room = due ? recording.room() : Recording::Room::kNotYet;
+    if (room == Recording::Room::kYes) return true;
+    if (room == Recording::Room::kNever) {
+      result.refusal = "the library stands still";
+      return false;
+    }
     timeout_us = due ? kRoomPollUs : status_line.interval_us();
     if (!due && pause_from_us == 0) timeout_us = std::min(timeout_us, left_us);
     show_progress();
@@ -94,11 +99,13 @@ bool Recorder::wait_until_due(int64_t time_us) {
 bool Recorder::write(const Piece& piece) {
   bool taken = source.write(recording.handle(), base_us + piece.time_us);
   ++result.pieces;
-  if (!taken && recording.one_failure_ends_all()) result.refused = true;
+  if (!taken && recording.one_failure_ends_all()) {
+    result.refusal = "the library takes no more packets; its messages tell why (--log)";
+  }
   if (piece.kind == Piece::Kind::kPicture) {
     ++(taken ? result.progress.pictures : result.progress.dropped);
   }
-  return !result.refused;
+  return result.refusal.empty();
 }
 
 // Waits until every packet has reached its outputs, as long as it goes on.

@@ -8,6 +8,7 @@
 
 #include <cstdint>
 #include <optional>
+#include <string>
 #include <vector>
 
 #include "picture_grid.h"
@@ -27,7 +28,7 @@ struct RecordingPace {
 struct RecordingResult {
   bool opened = false;
   bool stopped_by_user = false;
-  bool refused = false;  // the library took no more packets before the source was at its end
+  std::string refusal;  // why the library took no more before the source was at its end
   int64_t pieces = 0;
   Progress progress;
   std::vector<Failure> failures;

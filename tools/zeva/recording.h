@@ -38,16 +38,17 @@ class Recording {
   virtual int64_t movie_time_us() const = 0;
 
   // Whether the library can be given a piece now without losing one.
-  virtual bool has_room() const { return true; }
+  enum class Room { kYes, kNotYet, kNever };
+  virtual Room room() { return Room::kYes; }
 
   // Nothing more will be written; what the library holds back for sorting may go on.
   virtual void flush() {}
 
   // How many packets have not reached their outputs yet.
-  virtual int64_t waiting() const { return 0; }
+  virtual int64_t waiting() { return 0; }
 
-  // Whether the outputs are open, as far as the library tells.
-  virtual bool outputs_open() const { return true; }
+  // Whether the outputs came to be open; asked after stop().
+  virtual bool outputs_opened() const { return true; }
 
   // Whether one failure ends all outputs, rather than its own only.
   virtual bool one_failure_ends_all() const { return false; }

@@ -136,6 +136,7 @@ int run_session(const Session& session, Terminal& terminal, StatusLine& line) {
   std::vector<std::string> urls = output_urls(options);
   std::vector<std::string> faults =
       recording_faults(urls, result, session.recording.reports_every_failure());
+  for (const std::string& fault : session.source.faults()) faults.push_back(fault);
   for (const std::string& fault : faults) line.message(fault);
   settle_index(options, result, faults.empty(), index_was_there, line);
   if (!faults.empty()) return kExitFailure;

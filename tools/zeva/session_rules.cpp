@@ -17,9 +17,9 @@ Status check_urls(const SessionOptions& o, const SessionLimits& limits) {
     return Status(std::string("--also: at most ") + words.at(limits.further_outputs) +
                   " further outputs are possible");
   }
+  if (o.output.empty()) return Status("-o: the URL is empty");
   for (const std::string& url : output_urls(o)) {
-    const char* argument = &url == &o.output ? "-o" : "an output";
-    if (url.empty()) return Status(std::string(argument) + ": the URL is empty");
+    if (url.empty()) return Status("--also: the URL is empty");
     if (url.size() > limits.url_bytes) {
       return Status("output " + url.substr(0, 40) + "...: the URL is longer than " +
                     std::to_string(limits.url_bytes) + " bytes");

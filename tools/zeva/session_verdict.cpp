@@ -10,14 +10,14 @@ constexpr int kMainOutputNotOpened = 11;  // ZEVA_status_callback
 
 std::string first_reason(const RecordingResult& result) {
   if (!result.failures.empty()) return ": " + result.failures.front().text;
-  return result.refused ? ": the library ended the recording early" : "";
+  return result.refusal.empty() ? "" : ": " + result.refusal;
 }
 
 std::vector<std::string> find_faults(const std::vector<std::string>& urls,
                                      const RecordingResult& result, bool every_failure_reported) {
   std::vector<std::string> faults;
   std::vector<std::string> unseen;
-  bool failed = !result.failures.empty() || result.refused;
+  bool failed = !result.failures.empty() || !result.refusal.empty();
   std::string reason = first_reason(result);
   for (const std::string& url : urls) {
     if (!is_local_file(url)) {

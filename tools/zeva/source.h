@@ -32,7 +32,9 @@ class Source {
   // Writes the piece that next() told about; false when the library refused it.
   virtual bool write(void* recording, int64_t stamp_us) = 0;
 
-  // What went wrong on the way without ending the recording, a sentence each.
+  // What ended the recording before its time, and what went wrong on the way without ending it; a
+  // sentence each.
+  virtual std::vector<std::string> faults() const { return {}; }
   virtual std::vector<std::string> warnings() const { return {}; }
 };
 

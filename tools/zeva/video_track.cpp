@@ -22,8 +22,8 @@ Status VideoTrack::check() const {
                   "(B-frames), which packets with one time stamp each cannot express; " +
                   "`zeva record` encodes them anew");
   }
-  bool fields = parameters.field_order != AV_FIELD_PROGRESSIVE &&
-                parameters.field_order != AV_FIELD_UNKNOWN;
+  bool fields =
+      parameters.field_order != AV_FIELD_PROGRESSIVE && parameters.field_order != AV_FIELD_UNKNOWN;
   if (fields) {
     return Status(name + ": its pictures are interlaced, and a field would be taken for a " +
                   "picture; `zeva record` encodes them anew");
@@ -81,7 +81,8 @@ void VideoTrack::pop() {
 }
 
 std::string VideoTrack::warning() const {
-  if (!reader.read_error().empty()) return "reading " + name + " ended early: " + reader.read_error();
+  if (!reader.read_error().empty())
+    return "reading " + name + " ended early: " + reader.read_error();
   if (left_out == 0) return {};
   return std::to_string(left_out) + " pictures of " + name +
          " before its first key picture were left out";
