@@ -89,7 +89,8 @@ int64_t PacketRecording::waiting() {
   int32_t outputs = 0;
   if (!ZEVA2_backlog(recording, &video, &audio, &outputs)) return 0;
   if (outputs >= 0) seen_open = true;
-  return int64_t{video} + audio + std::max(0, outputs);
+  // The latest picture stays where it is until the end.
+  return int64_t{std::max(0, video - 1)} + audio + std::max(0, outputs);
 }
 
 bool PacketRecording::outputs_opened() const { return seen_open || inbox->failure_count() == 0; }

@@ -91,9 +91,8 @@ Status check_further_output(const RecordOptions& o, const std::string& url) {
   bool same_kind = has_scheme(url, "rtsp") && has_scheme(o.output, "rtsp");
   if (same_kind) return {};
   if (has_scheme(url, "rtsp")) {
-    return Status(argument +
-                  ": behind another kind of output an rtsp:// URL does not work here; make it " +
-                  "the main output (-o), or send encoded packets with `zeva mux`");
+    return Status(argument + ": an rtsp:// URL must be the main output (-o), since its sound is " +
+                  "Opus; `zeva mux` sends encoded packets to files and to rtsp:// at once");
   }
   AVOutputFormat* container = further_container(url);
   if (!container) return Status(argument + ": no container goes by this ending");
