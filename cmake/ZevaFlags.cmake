@@ -14,8 +14,12 @@ if(ZEVA_SANITIZE)
   target_compile_options(zeva_flags INTERFACE -fsanitize=${ZEVA_SANITIZE}
     -fno-omit-frame-pointer -fno-sanitize-recover=all
     # GCC sees uninitialised values in the standard library's own code when it adds checks to it.
-    -Wno-maybe-uninitialized)
+    $<$<CXX_COMPILER_ID:GNU>:-Wno-maybe-uninitialized>)
   target_link_options(zeva_flags INTERFACE -fsanitize=${ZEVA_SANITIZE})
+endif()
+if(ZEVA_FUZZ)
+  # What guides the fuzzer; the fuzzer itself is linked into the targets.
+  target_compile_options(zeva_flags INTERFACE -fsanitize=fuzzer-no-link)
 endif()
 find_package(Threads REQUIRED)
 target_link_libraries(zeva_flags INTERFACE Threads::Threads)

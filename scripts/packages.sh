@@ -1,7 +1,7 @@
 #!/bin/bash
 # Installs the Debian packages that a kind of work needs, if they are missing:
 #
-#   scripts/packages.sh SET...     SET: build-linux, windows, demo, test
+#   scripts/packages.sh SET...     SET: build-linux, windows, demo, test, fuzz
 #
 # With all of them there it only asks dpkg, and needs neither network nor rights.
 set -euo pipefail
@@ -25,7 +25,8 @@ packages_of() {
     test)
       echo libgtest-dev libgmock-dev googletest libbenchmark-dev clang-format clang-tidy ffmpeg python3
       ;;
-    *) fail "unknown package set '$1'; there are build-linux, windows, demo and test." ;;
+    fuzz) echo clang libclang-rt-14-dev ;;
+    *) fail "unknown package set '$1'; there are build-linux, windows, demo, test and fuzz." ;;
   esac
 }
 
@@ -69,7 +70,7 @@ install() {
 
 main() {
   local set wanted=() missing
-  (($# > 0)) || fail "usage: packages.sh SET..., of build-linux, windows, demo and test."
+  (($# > 0)) || fail "usage: packages.sh SET..., of build-linux, windows, demo, test and fuzz."
   command -v apt-get > /dev/null ||
     fail "this machine has no apt; install by your own means what 'packages_of' in scripts/packages.sh lists."
   for set; do

@@ -2,6 +2,7 @@
 
 #include "av_error.h"
 #include "logger.h"
+#include "output_url.h"
 #include "writer_clone.h"
 
 namespace ZV {

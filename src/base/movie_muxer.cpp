@@ -6,6 +6,7 @@
 #include "av_error.h"
 #include "logger.h"
 #include "output_opening.h"
+#include "output_url.h"
 #include "settings_check.h"
 #include "stream_setup.h"
 
@@ -41,7 +42,7 @@ MovieMuxer::~MovieMuxer() {
 
 int MovieMuxer::start(const MovieInfo& info, StatusCallback cb, void* user, bool async) {
   not_running = true;
-  if (any_url(info, is_network_url)) avformat_network_init();
+  if (any_url(info, is_live_url)) avformat_network_init();
   record = std::make_unique<StartRecord>();
   record->info = info;
   record->callback = cb;
@@ -240,7 +241,7 @@ void MovieMuxer::close_output(FormatContextPtr context, const MovieInfo& info) {
     avio_closep(&context->pb);
     ZEVA_LOG(kLogInfo, "--- close io OK.");
   }
-  if (any_url(info, is_network_url)) {
+  if (any_url(info, is_live_url)) {
     ZEVA_LOG(kLogInfo, "--- has rtmp .");
     avformat_network_deinit();
   }

@@ -1,29 +1,12 @@
 #include "output_opening.h"
 
 #include "logger.h"
+#include "output_url.h"
 
 namespace zeva {
-namespace {
-
-bool is_rtmp(const char* url) { return av_strstart(url, "rtmp://", nullptr) != 0; }
-bool is_rtsp(const char* url) { return av_strstart(url, "rtsp://", nullptr) != 0; }
-
-AVOutputFormat* guess_format(const char* url) {
-  AVOutputFormat* format = nullptr;
-  if (is_rtmp(url)) {
-    format = av_guess_format("flv", nullptr, nullptr);
-  } else if (is_rtsp(url)) {
-    format = av_guess_format("rtsp", nullptr, nullptr);
-  } else {
-    format = av_guess_format(nullptr, url, nullptr);
-  }
-  return format != nullptr ? format : av_guess_format("mp4", nullptr, nullptr);
-}
-
-}  // namespace
 
 FormatContextPtr create_output_context(const char* url) {
-  AVOutputFormat* format = guess_format(url);
+  AVOutputFormat* format = guess_output_format(url);
   if (format == nullptr) throw ZVException(kNoFormatCode, "@ av_guess_format(...) is NULL");
   AVFormatContext* oc = nullptr;
   if (avformat_alloc_output_context2(&oc, format, nullptr, url) < 0) {
@@ -37,8 +20,8 @@ FormatContextPtr create_output_context(const char* url) {
 }
 
 CodecChoice choose_codecs(AVFormatContext* oc, const MovieInfo& info) {
-  const bool rtmp = is_rtmp(info.url);
-  const bool rtsp = is_rtsp(info.url);
+  const bool rtmp = is_rtmp_url(info.url);
+  const bool rtsp = is_rtsp_url(info.url);
   CodecChoice choice{oc->oformat->video_codec, oc->oformat->audio_codec};
   if (rtmp) choice = {AV_CODEC_ID_H264, AV_CODEC_ID_AAC};
   if (rtsp) {

@@ -7,7 +7,7 @@
 #include "encoder_presets.h"
 #include "hardware_enc.h"
 #include "logger.h"
-#include "writer_clone.h"
+#include "output_url.h"
 
 namespace zeva {
 namespace {

@@ -4,24 +4,15 @@
 
 #include "av_error.h"
 #include "logger.h"
+#include "output_url.h"
 
 namespace zeva {
 namespace {
 
-// "key:value;key:value"; pieces without a colon are ignored.
 void set_metadata(AVDictionary** metadata, const std::string& meta_info) {
-  for (size_t begin = 0; begin < meta_info.size();) {
-    size_t end = meta_info.find(';', begin);
-    if (end == std::string::npos) end = meta_info.size();
-    const std::string piece = meta_info.substr(begin, end - begin);
-    const size_t colon = piece.find(':');
-    if (colon != std::string::npos) {
-      const std::string key = piece.substr(0, colon);
-      const std::string value = piece.substr(colon + 1);
-      err_print(stderr, "%s ---> %s\n", key.c_str(), value.c_str());
-      av_dict_set(metadata, key.c_str(), value.c_str(), 0);
-    }
-    begin = end + 1;
+  for (const auto& [key, value] : parse_metadata(meta_info)) {
+    err_print(stderr, "%s ---> %s\n", key.c_str(), value.c_str());
+    av_dict_set(metadata, key.c_str(), value.c_str(), 0);
   }
 }
 

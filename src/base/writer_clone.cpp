@@ -1,10 +1,8 @@
 #include "writer_clone.h"
 
-#include <cstring>
-
 #include "av_error.h"
-#include "io_interrupt.h"
 #include "logger.h"
+#include "output_url.h"
 
 namespace zeva {
 namespace {
@@ -99,12 +97,6 @@ class Cloner {
 };
 
 }  // namespace
-
-bool ends_with_nocase(const char* text, const char* suffix) {
-  const size_t length = strlen(text);
-  const size_t suffix_length = strlen(suffix);
-  return length >= suffix_length && av_strcasecmp(text + length - suffix_length, suffix) == 0;
-}
 
 ClonedContext clone_output_context(const AVFormatContext* main_context, const char* url,
                                    const AVIOInterruptCB& interrupt) {

@@ -17,6 +17,4 @@ struct ClonedContext {
 ClonedContext clone_output_context(const AVFormatContext* main_context, const char* url,
                                    const AVIOInterruptCB& interrupt);
 
-bool ends_with_nocase(const char* text, const char* suffix);
-
 }  // namespace zeva

@@ -15,6 +15,23 @@ struct AvDeleter {
   void operator()(SwsContext* p) const { sws_freeContext(p); }
   void operator()(SwrContext* p) const { swr_free(&p); }
   void operator()(AVAudioFifo* p) const { av_audio_fifo_free(p); }
+  void operator()(AVBSFContext* p) const { av_bsf_free(&p); }
+};
+
+// I/O on functions of ours. FFmpeg may have put another buffer in the place of the first one.
+struct CustomIoDeleter {
+  void operator()(AVIOContext* pb) const {
+    av_freep(&pb->buffer);
+    avio_context_free(&pb);
+  }
+};
+
+// A demuxer that reads through such an I/O, and the I/O, which FFmpeg leaves to us.
+struct CustomInputDeleter {
+  void operator()(AVFormatContext* ic) const {
+    CustomIoDeleter()(ic->pb);
+    avformat_close_input(&ic);
+  }
 };
 
 template <typename T>
@@ -27,5 +44,8 @@ using PacketPtr = AvHandle<AVPacket>;
 using SwsPtr = AvHandle<SwsContext>;
 using SwrPtr = AvHandle<SwrContext>;
 using AudioFifoPtr = AvHandle<AVAudioFifo>;
+using BsfPtr = AvHandle<AVBSFContext>;
+using CustomIoPtr = std::unique_ptr<AVIOContext, CustomIoDeleter>;
+using CustomInputPtr = std::unique_ptr<AVFormatContext, CustomInputDeleter>;
 
 }  // namespace zeva

@@ -6,6 +6,17 @@
 #include <functional>
 #include <memory>
 
+// Lets the compiler check the arguments: as in the C standard, also where the system's own printf
+// differs.
+#if defined(__clang__)
+#define ZEVA_PRINTF_LIKE(format_index, first) __attribute__((format(printf, format_index, first)))
+#elif defined(__GNUC__)
+#define ZEVA_PRINTF_LIKE(format_index, first) \
+  __attribute__((format(gnu_printf, format_index, first)))
+#else
+#define ZEVA_PRINTF_LIKE(format_index, first)
+#endif
+
 namespace qel {
 
 // Formats and filters diagnostic lines. Owns no stream. All methods may be called from any thread;
@@ -28,11 +39,7 @@ class Logger {
   // One message. `level` is clamped to 0..6; above the threshold nothing is formatted. The result
   // is of no use to callers.
   static int log(Logger* lg, const char* tag, int level, const char* file, int line,
-                 const char* fmt, ...)
-#if defined(__GNUC__)
-      __attribute__((format(gnu_printf, 6, 7)))
-#endif
-      ;
+                 const char* fmt, ...) ZEVA_PRINTF_LIKE(6, 7);
 
   // An empty `cb` returns to the sink. The previous callback is destroyed, once no thread uses it.
   void set_callback(Callback cb);
@@ -50,10 +57,7 @@ class Logger {
 namespace zeva {
 
 // vfprintf to `stream`, unfiltered and without a header; flushes standard error.
-#if defined(__GNUC__)
-__attribute__((format(gnu_printf, 2, 3)))
-#endif
-void err_print(FILE* stream, const char* fmt, ...);
+void err_print(FILE* stream, const char* fmt, ...) ZEVA_PRINTF_LIKE(2, 3);
 
 enum LogLevel { kLogFatal = 1, kLogError = 2, kLogWarning = 3, kLogInfo = 4, kLogDebug = 5 };
 

@@ -16,7 +16,7 @@ namespace zeva {
 // `read_packet` and `set_name` on the thread that demuxes.
 class InputQueue : public qel::ZVPacketQueue {
  public:
-  InputQueue();
+  InputQueue() = default;
   ~InputQueue() override;
 
   // Copies one packet. It leaves the sorting once five later ones have come; a null `data` or
@@ -24,7 +24,8 @@ class InputQueue : public qel::ZVPacketQueue {
   // the oldest. False when the stream has ended or there is no memory.
   bool push_data(const void* data, int32_t nbytes, int64_t usec);
 
-  // The I/O callback of the demuxer; `opaque` is an InputQueue. Blocks until there are bytes.
+  // The I/O callback of the demuxer; `opaque` is an InputQueue. Blocks until there are bytes or the
+  // stream ends; while the stream is not known, not for more than 3 s or some megabytes.
   static int read_packet(void* opaque, uint8_t* buffer, int size);
 
   // The input format, "uninit" before it was opened.
@@ -34,9 +35,21 @@ class InputQueue : public qel::ZVPacketQueue {
   qel::BlockingQueue<int64_t> pts_queue;  // stamps of the nodes that were queued, in their order
   std::atomic<bool> probed{false};        // stream information was found; no time limit on reads
 
+ protected:
+  void on_pushed(qel::ZVMemNode*& node) override;
+
  private:
   bool sort_in_locked(const void* data, int32_t nbytes, int64_t usec);
   void queue_oldest_locked();
+  int read_some(uint8_t* buffer, int size);
+
+  void give_up_probing(int64_t waited_ms);
+
+  // Demuxing thread only.
+  int64_t read_bytes = 0;
+  int given_up = 0;  // an FFmpeg code once no stream was found
+
+  std::atomic<int32_t> largest_packet{0};
 
   std::mutex sort_mutex;
   std::map<int64_t, qel::ZVMemNode*> sort_queue;  // guarded by sort_mutex

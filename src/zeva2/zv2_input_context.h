@@ -2,11 +2,9 @@
 #pragma once
 
 #include <cstdint>
-#include <memory>
 
-#include "ffmpeg.h"
+#include "av_handles.h"
 #include "input_queue.h"
-#include "pts_smoother.h"
 #include "status.h"
 
 namespace zeva {
@@ -16,18 +14,11 @@ namespace zeva {
 // caller's. A negative FFmpeg code ends the loop.
 using DeliverPacket = int (*)(AVPacket* packet, AVRational time_base, const char* name, void* user);
 
-// Frees a demuxer and the I/O that it was opened on.
-struct InputCloser {
-  void operator()(AVFormatContext* ic) const;
-};
-using InputFormatPtr = std::unique_ptr<AVFormatContext, InputCloser>;
-
 // Owns the queues and the demuxers. Hosts' threads push into the queues; one worker thread calls
 // `open_inputs`, `run_demux` and, last, `clear`; `que_abort` may come from any thread at any time.
 class InputContext {
  public:
   InputContext() = default;
-  ~InputContext();
   InputContext(const InputContext&) = delete;
   InputContext& operator=(const InputContext&) = delete;
 
@@ -53,10 +44,11 @@ class InputContext {
   InputQueue audio;
 
  private:
-  Status open_input(InputQueue* queue, const char* format, InputFormatPtr* ic);
+  static Status open_input(InputQueue* queue, const char* format, CustomInputPtr* ic);
 
-  InputFormatPtr video_ic;
-  InputFormatPtr audio_ic;
+  // After the queues, which they read.
+  CustomInputPtr video_ic;
+  CustomInputPtr audio_ic;
 };
 
 }  // namespace zeva

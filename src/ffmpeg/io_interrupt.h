@@ -9,7 +9,7 @@
 namespace zeva {
 
 // FFmpeg asks `callback()` while it waits for a peer. The answer is "give up" when the recording
-// ended: at once while connecting, after a short grace once the output was open (so that the rest
+// ended: at once while connecting, after a short grace once `opened` was called (so that the rest
 // can be flushed); and when one operation takes longer than the time-out. `exit`, `opened` and
 // `begin_operation` may be called from any thread.
 class IoInterrupt {
@@ -30,8 +30,5 @@ class IoInterrupt {
   std::atomic<int64_t> operation_start{kNever};  // counter ticks
   std::atomic<int64_t> timeout_us{10 * 1000000};
 };
-
-// rtmp:// and rtsp:// outputs can hang; files must never be interrupted.
-bool is_network_url(const char* url);
 
 }  // namespace zeva

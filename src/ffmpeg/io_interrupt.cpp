@@ -1,7 +1,5 @@
 #include "io_interrupt.h"
 
-#include <cstring>
-
 #include "clock.h"
 
 namespace zeva {
@@ -34,10 +32,6 @@ int IoInterrupt::should_give_up(void* self) {
   if (exit != kNever && (!io.is_open || elapsed_us(exit) > kGraceUs)) return 1;
   const int64_t start = io.operation_start;
   return start != kNever && elapsed_us(start) > io.timeout_us ? 1 : 0;
-}
-
-bool is_network_url(const char* url) {
-  return av_strstart(url, "rtmp://", nullptr) != 0 || av_strstart(url, "rtsp://", nullptr) != 0;
 }
 
 }  // namespace zeva

@@ -1,0 +1,28 @@
+// What the URL of an output says: where it goes, what container it gets, what its metadata text is.
+#pragma once
+
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "ffmpeg.h"
+
+namespace zeva {
+
+bool is_rtmp_url(const char* url);
+bool is_rtsp_url(const char* url);
+bool is_live_url(const char* url);  // one of these two
+
+// Whether a peer can make the output wait; files must never be interrupted.
+bool is_network_url(const char* url);
+
+bool ends_with_nocase(const char* text, const char* suffix);
+
+// FLV for rtmp://, RTSP for rtsp://, else by the file name, MP4 for an unknown one. Null only when
+// FFmpeg was built without them.
+AVOutputFormat* guess_output_format(const char* url);
+
+// "key:value;key:value" as pairs; pieces without a colon are left out, a value may hold colons.
+std::vector<std::pair<std::string, std::string>> parse_metadata(const std::string& text);
+
+}  // namespace zeva

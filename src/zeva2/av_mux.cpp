@@ -1,0 +1,266 @@
+#include "av_mux.h"
+
+#include <chrono>
+#include <exception>
+
+#include "logger.h"
+#include "output_url.h"
+#include "saturating.h"
+
+namespace zeva {
+namespace {
+
+enum StatusCode : int32_t { kNoEncoder = -10, kNoFilter = -11, kNoOutput = -33 };
+
+int64_t now_us() {
+  using std::chrono::microseconds;
+  const auto now = std::chrono::steady_clock::now().time_since_epoch();
+  return std::chrono::duration_cast<microseconds>(now).count();
+}
+
+long long printable(int64_t value) { return value; }
+
+bool is_packet(const void* data, int nbytes) { return data != nullptr && nbytes >= 1; }
+
+void start_network_once() {
+  static std::once_flag once;
+  std::call_once(once, [] { avformat_network_init(); });
+}
+
+}  // namespace
+
+AVMux::AVMux(const MovieInfo2& info, ZEVA2_status_callback status_cb, void* user)
+    : settings(info), status_cb(status_cb), user(user) {
+  settings.log();
+}
+
+AVMux::~AVMux() {
+  ZEVA_LOG(kLogInfo, "~ AVMux()");
+  clear();
+}
+
+void AVMux::clear() {
+  ZEVA_LOG(kLogInfo, "clear(): begin");
+  input.clear();
+  outputs.clear();
+  ZEVA_LOG(kLogInfo, "clear(): end");
+}
+
+// ---- start and stop
+
+bool AVMux::start() {
+  if (settings.encodes_pcm()) {
+    aac_encoder = AACEncoder::create(settings.audio, AACEncoder::kGlobalHeader);
+    if (!aac_encoder) return refuse(kNoEncoder, "create AACEncoder failed");
+  }
+  if (settings.declares_parameter_sets()) {
+    annexb = h264::AnnexBFilter::create(settings.sets);
+    if (!annexb) return refuse(kNoFilter, "create AnnexB-filter failed");
+  }
+  worker = std::thread(&AVMux::work, this);
+  return true;
+}
+
+bool AVMux::refuse(int code, const char* text) {
+  ZEVA_LOG(kLogError, "%s ...", text);
+  if (status_cb != nullptr) status_cb(code, text, user);
+  return false;
+}
+
+void AVMux::stop() {
+  ZEVA_LOG(kLogInfo, "Muxer Stop() ing... (%p);  total_video_npkt=%lld, total_audio_npkt=%lld",
+           static_cast<void*>(this), printable(total_video_npkt), printable(total_audio_npkt));
+  if (!aborted) flush_inputs();
+  aborted = true;
+  ZEVA_LOG(kLogInfo, "abort pkt queues ...");
+  input.que_abort();
+  {
+    const std::lock_guard<std::mutex> lock(outputs_mutex);
+    stopping = true;
+    // What is queued goes to all outputs before the time of the network's runs, since an output
+    // that is given up ends the recording of the others too. That never waits for a peer; opening
+    // does.
+    if (phase != Phase::kRecording) give_up_outputs_soon_locked();
+  }
+  ZEVA_LOG(kLogInfo, "release muxer later ing... (%p)", static_cast<void*>(this));
+  if (worker.joinable()) worker.join();
+}
+
+void AVMux::flush_inputs() {
+  ZEVA_LOG(kLogInfo, "flush video pkt queue ...");
+  write_video_packet(nullptr, 0, 0);
+  ZEVA_LOG(kLogInfo, "flush audio pkt queue ...");
+  if (settings.encodes_pcm()) {
+    write_audio_pcm(nullptr, 0, 0);
+  } else {
+    write_audio_packet(nullptr, 0, 0);
+  }
+}
+
+void AVMux::enter(Phase next) {
+  const std::lock_guard<std::mutex> lock(outputs_mutex);
+  phase = next;
+  if (phase == Phase::kEnding && stopping) give_up_outputs_soon_locked();
+}
+
+void AVMux::give_up_outputs_soon_locked() {
+  for (const auto& output : outputs) output->give_up_soon();
+}
+
+// ---- the worker thread
+
+void AVMux::work() {
+  worker_id = std::this_thread::get_id();
+  try {
+    record();
+  } catch (const std::exception& e) {
+    pop_status(Status::failure(AVERROR(ENOMEM), e.what()));
+  }
+  ZEVA_LOG(kLogInfo, "thread finished");
+  aborted = true;
+}
+
+void AVMux::record() {
+  bool network = is_live_url(settings.url.c_str());
+  for (const std::string& url : settings.others) network = network || is_live_url(url.c_str());
+  if (network) start_network_once();
+  pop_status({true, 0, "start success"});
+  Status status = input.open_inputs(settings.has_audio() ? "aac" : nullptr,
+                                    settings.has_video() ? "h264" : nullptr);
+  if (status.ok) status = open_outputs();
+  if (!status.ok) {
+    pop_status(status);
+    return;
+  }
+  enter(Phase::kRecording);
+  input.run_demux(
+      [](AVPacket* packet, AVRational time_base, const char* name, void* list) {
+        return route(packet, time_base, name, *static_cast<const OutputList*>(list));
+      },
+      &outputs);
+  // Nobody takes packets any more, whatever made the loop end: hosts learn it now, not after the
+  // files are finished.
+  aborted = true;
+  enter(Phase::kEnding);
+  close_outputs();
+}
+
+Status AVMux::open_outputs() {
+  bool index_given = settings.moov.empty();
+  const auto open_next = [&](const std::string& url) {
+    if (url.empty()) return Status::success();
+    const bool indexed = !index_given && ends_with_nocase(url.c_str(), ".mp4");
+    index_given = index_given || indexed;
+    return open_output(url, indexed ? settings.moov : "");
+  };
+  Status status = open_next(settings.url);
+  for (const std::string& url : settings.others) {
+    if (status.ok) status = open_next(url);
+  }
+  if (status.ok && outputs.empty()) return Status::failure(kNoOutput, "no valid output url");
+  return status;
+}
+
+Status AVMux::open_output(const std::string& url, const std::string& index_path) {
+  OutputContext* output = nullptr;
+  {
+    const std::lock_guard<std::mutex> lock(outputs_mutex);
+    outputs.push_back(std::make_unique<OutputContext>());
+    output = outputs.back().get();
+    if (stopping) output->give_up_soon();
+  }
+  Status status =
+      output->open(input.video_stream(), input.audio_stream(), url, index_path, settings.meta);
+  if (status.ok) return status;
+  const std::lock_guard<std::mutex> lock(outputs_mutex);
+  outputs.pop_back();
+  return status;
+}
+
+void AVMux::close_outputs() {
+  for (const auto& output : outputs) output->finish();
+  for (const auto& output : outputs) output->close();
+}
+
+void AVMux::pop_status(const Status& status) {
+  const int code = status.ok ? 0 : status.code;
+  ZEVA_LOG(status.ok ? kLogInfo : kLogError, "pop_status: [code=%d] *** msg=%s", code,
+           status.message.c_str());
+  if (code != 0) aborted = true;
+  if (status_cb != nullptr) status_cb(code, status.message.c_str(), user);
+}
+
+// ---- the host's threads
+
+int64_t AVMux::rebase(StreamClock* clock, int64_t usec) {
+  if (clock->begin == -1 || clock->begin == -2) clock->begin = usec;
+  const int64_t time = saturating_sub(usec, saturating_add(clock->begin, pause_drift));
+  if (time > 0) clock->time = time;
+  return time;
+}
+
+bool AVMux::write_video_packet(const void* data, int nbytes, int64_t usec) {
+  if (!settings.has_video()) return false;
+  if (!is_packet(data, nbytes)) return input.video.push_data(nullptr, 0, 0);
+  ++total_video_npkt;
+  const int64_t time = rebase(&video_clock, usec);
+  ZEVA_LOG(kLogDebug, "Write-Video() : in_pts=%lld,  begin=%lld, pause_drift=%lld, --> usec=%lld",
+           printable(usec), printable(video_clock.begin), printable(pause_drift), printable(time));
+  if (!annexb) return input.video.push_data(data, nbytes, time);
+  return annexb->filter(data, nbytes, time,
+                        [this](const uint8_t* filtered, int filtered_bytes, int64_t pts) {
+                          input.video.push_data(filtered, filtered_bytes, pts);
+                        });
+}
+
+bool AVMux::write_audio_packet(const void* data, int nbytes, int64_t usec) {
+  if (!settings.has_audio()) return false;
+  if (!is_packet(data, nbytes) && !aac_encoder) return input.audio.push_data(nullptr, 0, 0);
+  ++total_audio_npkt;
+  const int64_t time = rebase(&audio_clock, usec);
+  // The picture's begin beside the sound's time: what readers of these logs compare.
+  ZEVA_LOG(kLogDebug, "Write-Audio() : in_pts=%lld,  begin=%lld, pause_drift=%lld, --> usec=%lld",
+           printable(usec), printable(video_clock.begin), printable(pause_drift), printable(time));
+  if (aac_encoder) {
+    ZEVA_LOG(kLogWarning, "Warnning: input AAC packet, dose not need AACEncoder...");
+    return false;
+  }
+  return input.audio.push_data(data, nbytes, time);
+}
+
+bool AVMux::write_audio_pcm(const uint8_t* const* planes, int nb_samples, int64_t usec) {
+  if (!settings.has_audio()) return false;
+  const auto sink = [this](const uint8_t* data, int nbytes, int64_t pts) {
+    input.audio.push_data(data, nbytes, pts);
+  };
+  const bool flush = planes == nullptr || nb_samples < 1;
+  // Also while paused: what was written before the pause is to be given out.
+  if (flush && aac_encoder) return aac_encoder->encode(nullptr, 0, 0, sink);
+  ++total_audio_npkt;
+  if (is_paused()) return false;
+  const int64_t time = rebase(&audio_clock, usec);
+  if (!aac_encoder) {
+    ZEVA_LOG(kLogError, "input pcm, aac==nullptr, must exist AACEncoder ...");
+    return false;
+  }
+  return aac_encoder->encode(planes, nb_samples, time, sink);
+}
+
+bool AVMux::pause() {
+  pause_start = now_us();
+  return true;
+}
+
+bool AVMux::resume() {
+  const int64_t start = pause_start.exchange(0);
+  if (start <= 0) return false;
+  pause_drift += now_us() - start;
+  return true;
+}
+
+int64_t AVMux::movie_time() const {
+  const int64_t video_time = video_clock.time;
+  return video_time > 0 ? video_time : audio_clock.time.load();
+}
+
+}  // namespace zeva

@@ -1,0 +1,101 @@
+// A packet recording: what the host's handle points to.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <thread>
+
+#include "aac_encoder.h"
+#include "annexb_filter.h"
+#include "mux_settings.h"
+#include "status.h"
+#include "zeva/packet.h"
+#include "zv2_input_context.h"
+#include "zv2_output_context.h"
+
+namespace zeva {
+
+// Puts the host's packets on the recording's time line and into the inputs; its worker thread
+// demuxes them and hands them to the outputs. Owns the inputs, the outputs, the converters and the
+// worker. The host's threads call everything public: each write function by one thread at a time,
+// start first, stop last and alone.
+class AVMux {
+ public:
+  AVMux(const MovieInfo2& info, ZEVA2_status_callback status_cb, void* user);
+  ~AVMux();
+  AVMux(const AVMux&) = delete;
+  AVMux& operator=(const AVMux&) = delete;
+
+  // Makes the converters that the settings ask for and starts the worker. False, after telling the
+  // host, when a converter cannot be made.
+  bool start();
+
+  // Gives out what is held back, ends the inputs and waits for the worker, which finishes every
+  // output.
+  void stop();
+
+  bool write_video_packet(const void* data, int nbytes, int64_t usec);
+  bool write_audio_packet(const void* data, int nbytes, int64_t usec);
+  bool write_audio_pcm(const uint8_t* const* planes, int nb_samples, int64_t usec);
+
+  bool pause();
+  bool resume();
+  bool is_paused() const { return pause_start > 0; }
+  int64_t movie_time() const;
+  bool is_aborted() const { return aborted; }
+  // The worker cannot end itself: true inside the status callback.
+  bool on_worker_thread() const { return worker_id == std::this_thread::get_id(); }
+
+ private:
+  // The time line of one stream, in microseconds.
+  struct StreamClock {
+    std::atomic<int64_t> begin{-1};  // host time of the first packet
+    std::atomic<int64_t> time{0};    // the latest positive time
+  };
+  int64_t rebase(StreamClock* clock, int64_t usec);
+
+  void pop_status(const Status& status);
+  bool refuse(int code, const char* text);
+
+  // Worker thread.
+  void work();
+  void record();
+  Status open_outputs();
+  Status open_output(const std::string& url, const std::string& index_path);
+  void close_outputs();
+
+  enum class Phase { kOpening, kRecording, kEnding };
+  void enter(Phase next);
+  void give_up_outputs_soon_locked();
+  void flush_inputs();
+  void clear();
+
+  std::atomic<int64_t> pause_start{0};  // microseconds of the clock; above 0 while paused
+  std::atomic<int64_t> pause_drift{0};  // microseconds paused so far
+  std::atomic<bool> aborted{false};
+  std::atomic<std::thread::id> worker_id{};
+  std::thread worker;
+  StreamClock audio_clock;
+  StreamClock video_clock;
+  InputContext input;
+
+  std::mutex outputs_mutex;  // while the list grows, or another thread runs along it
+  OutputList outputs;
+  Phase phase = Phase::kOpening;  // guarded by outputs_mutex
+  bool stopping = false;          // guarded by outputs_mutex
+
+  // Fixed after start.
+  std::unique_ptr<AACEncoder> aac_encoder;
+  std::unique_ptr<h264::AnnexBFilter> annexb;
+  const MuxSettings settings;
+  const ZEVA2_status_callback status_cb;
+  void* const user;
+
+  std::atomic<int64_t> total_video_npkt{0};
+  std::atomic<int64_t> total_audio_npkt{0};
+};
+
+}  // namespace zeva

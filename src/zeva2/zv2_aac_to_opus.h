@@ -1,0 +1,52 @@
+// AAC as Opus, which is what RTSP outputs carry.
+#pragma once
+
+#include <cstdint>
+
+#include "av_handles.h"
+#include "ff_resample.h"
+#include "status.h"
+
+namespace zeva {
+
+// Decodes AAC packets and encodes their sound again: 48 kHz, stereo, 64 kbit/s. Used by one thread.
+class AacToOpus {
+ public:
+  // Gets each Opus packet, which stays the transcoder's. False stops the transcoding of what the
+  // call was given.
+  using EmitPacket = bool (*)(AVPacket* packet, AVRational time_base, void* user);
+
+  AacToOpus() = default;
+  AacToOpus(const AacToOpus&) = delete;
+  AacToOpus& operator=(const AacToOpus&) = delete;
+
+  // `par` describes the AAC; call once.
+  Status init(const AVCodecParameters* par);
+
+  // A null packet gives out what the decoder still holds. False when a packet cannot be decoded or
+  // encoded, or `emit` refused; later calls work again. Opus time counts samples from 0; the AAC's
+  // own time stamps are not carried over.
+  bool transcode(const AVPacket* packet, AVRational time_base, EmitPacket emit, void* user);
+
+  const AVCodecContext* opus_encoder() const { return encoder.get(); }
+  AVRational time_base() const { return {1, kSampleRate}; }
+
+ private:
+  static constexpr int kSampleRate = 48000;
+
+  Status open_decoder(const AVCodecParameters* par);
+  Status open_encoder();
+  void buffer_decoded();
+  bool encode_buffered(EmitPacket emit, void* user);
+  bool send_frame();
+  bool emit_encoded(EmitPacket emit, void* user);
+
+  CodecContextPtr decoder;
+  CodecContextPtr encoder;
+  FFResample resample;
+  FramePtr decoded;
+  PacketPtr encoded;
+  int64_t samples_sent = 0;
+};
+
+}  // namespace zeva

@@ -1,0 +1,274 @@
+// Packets in, movies out: what is in them, when it plays, and what becomes of bad input.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstring>
+#include <random>
+#include <set>
+#include <thread>
+
+#include "judge.h"
+#include "packets.h"
+#include "sockets.h"
+
+namespace {
+using namespace zeva_test;  // NOLINT: a test reads better without the prefix
+namespace fs = std::filesystem;
+using testing::ElementsAre;
+
+const char kPictures[] = "-map 0:v -vsync 0 -pix_fmt yuv420p -f rawvideo";
+
+MovieInfo2 packet_settings(const std::string& url) {
+  MovieInfo2 info{};
+  set_text(info.url, url);
+  info.vcodec = kPacketVideoH264;
+  info.acodec = kPacketAudioAac;
+  return info;
+}
+
+// ---- when each packet is to play, computed from the host's stamps alone
+
+// Six packets are compared at a time; equal stamps move up by one microsecond.
+std::vector<int64_t> in_order(const std::vector<int64_t>& stamps) {
+  std::set<int64_t> waiting;
+  std::vector<int64_t> ordered;
+  for (int64_t stamp : stamps) {
+    while (waiting.count(stamp) != 0) ++stamp;
+    waiting.insert(stamp);
+    if (waiting.size() <= 5) continue;
+    ordered.push_back(*waiting.begin());
+    waiting.erase(waiting.begin());
+  }
+  ordered.insert(ordered.end(), waiting.begin(), waiting.end());
+  return ordered;
+}
+
+// A tenth of what a stamp is off the mean interval is left. The last `unstamped` packets, which
+// come out of the demuxer after the end of its input, count one microsecond on.
+std::vector<int64_t> smoothed(const std::vector<int64_t>& ordered, size_t unstamped) {
+  std::vector<int64_t> times;
+  double mean = 0;
+  for (size_t i = 0; i < ordered.size(); ++i) {
+    const int64_t last = times.empty() ? 0 : times.back();
+    int64_t time = i + unstamped < ordered.size() ? ordered[i] : last + 1;
+    if (i == 1) mean = static_cast<double>(time - last);
+    if (i > 1) {
+      mean = 0.99 * mean + 0.01 * static_cast<double>(time - last);
+      const int64_t expected = last + static_cast<int64_t>(std::trunc(mean + 0.5));
+      time = expected + (time - expected) / 10;
+    }
+    times.push_back(time);
+  }
+  return times;
+}
+
+void expect_times(const fs::path& file, bool video, const std::vector<int64_t>& times_us) {
+  const std::string unit = streams(file).at(video ? 0 : 1).at("time_base");  // 1/...
+  const int64_t per_second = std::stoll(unit.substr(2));
+  std::vector<int64_t> expected, found;
+  for (const int64_t t : times_us) expected.push_back((2 * t * per_second + 1000000) / 2000000);
+  for (const Row& packet : packets(file)) {
+    if ((packet.at("codec_type") == "video") == video)
+      found.push_back(std::stoll(packet.at("pts")));
+  }
+  EXPECT_EQ(found, expected) << file;
+}
+
+TEST(PacketMovies, PlayAtTheSmoothedTimesOfTheHostInEveryContainer) {
+  SourceMovie movie = make_source(work_file("source.mp4"), 8, true);
+  const std::string urls[] = {utf8(work_file("movie.MP4")), utf8(work_file("movie.mkv")),
+                              utf8(work_file("movie.ts"))};
+  MovieInfo2 info = packet_settings(utf8(work_file("movie.flv")));
+  for (int i = 0; i < 3; ++i) info.others[i + 1] = urls[i].c_str();
+  set_text(info.moov, utf8(work_file("movie.index")));
+  set_text(info.meta, "title:My: film;nothing;artist:me");
+  std::minstd_rand random(7);
+  std::vector<int64_t> stamps[2];
+  LogCapture log;
+  PacketRecording recording(info);
+  for (size_t i = 0; i < movie.packets.size(); ++i) {
+    if (i == movie.packets.size() / 2) {  // the time between these two is cut out
+      EXPECT_TRUE(ZEVA2_pause(recording.handle) && ZEVA2_is_paused(recording.handle));
+      EXPECT_TRUE(ZEVA2_resume(recording.handle));
+      EXPECT_FALSE(ZEVA2_resume(recording.handle));
+    }
+    HostPacket& packet = movie.packets[i];
+    std::vector<int64_t>& of_stream = stamps[packet.video];
+    packet.usec += 1000000000 + static_cast<int>(random() % 12000);
+    if (of_stream.size() % 10 == 9) packet.usec = of_stream.back();
+    of_stream.push_back(packet.usec);
+    EXPECT_TRUE(recording.write(packet));
+  }
+  const int64_t paused_us = stamps[1].back() - stamps[1][0] - ZEVA2_movie_time(recording.handle);
+  EXPECT_THAT(recording.stop(), ElementsAre(0));
+  EXPECT_EQ(log.count("pause_drift=" + std::to_string(paused_us) + ","),
+            static_cast<int>(movie.packets.size() - movie.packets.size() / 2));
+  for (const bool video : {false, true}) {
+    const std::string name = video ? "[h264]" : "[aac]";
+    const int unstamped = log.count(name + " --- get pts from queue failed");
+    EXPECT_LT(unstamped, 60);
+    std::vector<int64_t> rebased;
+    for (size_t i = 0; i < movie.packets.size(); ++i) {
+      if (movie.packets[i].video != video) continue;
+      rebased.push_back(movie.packets[i].usec - stamps[video][0] -
+                        (i < movie.packets.size() / 2 ? 0 : paused_us));
+    }
+    const std::vector<int64_t> times = smoothed(in_order(rebased), static_cast<size_t>(unstamped));
+    for (const char* file : {"movie.flv", "movie.MP4", "movie.mkv"}) {
+      expect_times(work_file(file), video, times);
+    }
+  }
+  for (const char* name : {"movie.flv", "movie.MP4", "movie.mkv", "movie.ts"}) {
+    EXPECT_EQ(decode_faults(work_file(name)), "") << name;
+    EXPECT_TRUE(decode(work_file(name), kPictures) == decode(work_file("source.mp4"), kPictures));
+  }
+  EXPECT_EQ(probe(work_file("movie.MP4"), "-show_entries format_tags")[0]["tag:title"], "My: film");
+  EXPECT_NE(read_file(work_file("movie.index")).find("## version=2"), std::string::npos);
+}
+
+TEST(LengthPrefixedPackets, DecodeToTheSamePicturesWithAnyKindOfParameterSets) {
+  const SourceMovie movie = make_source(work_file("source.mp4"), 6, false);
+  for (const bool whole_record : {true, false}) {
+    const fs::path file = work_file(whole_record ? "record.mp4" : "sets.mp4");
+    std::vector<uint8_t> record = movie.extradata;
+    MovieInfo2 info = packet_settings(utf8(file));
+    if (whole_record) {
+      info.extradata = record.data();
+      info.extradata_len = static_cast<int32_t>(record.size());
+    } else {  // each behind its length in 16 bits, at 6 and one byte behind the first
+      info.sps_len = record[7];
+      info.sps = &record[8];
+      info.pps_len = record[static_cast<size_t>(10 + info.sps_len)];
+      info.pps = info.sps + info.sps_len + 3;
+    }
+    PacketRecording recording(info);
+    std::fill(record.begin(), record.end(), uint8_t{0xEE});  // ours again
+    recording.write(movie.packets);
+    for (const char* bad : {"\x7F\xFF\1\1\x65", "\1", "\1\1\1\1"}) {
+      EXPECT_FALSE(recording.write({true, movie.packets.back().usec, bad}));
+    }
+    EXPECT_THAT(recording.stop(), ElementsAre(0));
+    EXPECT_TRUE(decode(file, kPictures) == decode(work_file("source.mp4"), kPictures)) << file;
+  }
+}
+
+// ---- bad input, and outputs that fail
+
+TEST(BadPacketSettings, EndTheRecordingWithTheirCode) {
+  static const uint8_t bytes[8] = {1, 66, 0, 30, 0xFF, 0xE1, 0x40, 0};  // ends within its SPS
+  const SourceMovie movie = make_source(work_file("source.mp4"), 1, true);
+  const std::string missing = utf8(work_file("missing") / "movie.mp4");
+  const auto record = [](int32_t length) {
+    return [=](MovieInfo2& i) { i.extradata = bytes, i.extradata_len = length; };
+  };
+  const auto sps = [](int32_t length) {
+    return [=](MovieInfo2& i) { i.sps = bytes, i.sps_len = length; };
+  };
+  const struct {
+    const char* name;
+    int code;
+    std::function<void(MovieInfo2&)> spoil;
+  } cases[] = {
+      {"PCM of no format", -10, [](MovieInfo2& i) { i.acodec = kPacketAudioPcm; }},
+      {"null SPS", -11, [](MovieInfo2& i) { i.sps_len = 20; }},
+      {"negative SPS", -11, sps(-3)},
+      {"absurd SPS", -11, sps(INT32_MAX)},
+      {"tiny SPS", -11, sps(3)},
+      {"absurd record", -11, record(INT32_MAX)},
+      {"negative record", -11, record(-1)},
+      {"truncated record", -11, record(sizeof bytes)},
+      {"no output", -33, [](MovieInfo2& i) { i.url[0] = '\0'; }},
+      {"missing folder", -32, [&](MovieInfo2& i) { i.others[2] = missing.c_str(); }},
+      {"missing folder of the index", -7, [&](MovieInfo2& i) { set_text(i.moov, missing); }},
+      {"no streams", -23, [](MovieInfo2& i) { i.vcodec = 7, i.acodec = 9; }},
+      {"texts without end", -32,
+       [](MovieInfo2& i) { memset(i.url, '/', sizeof i.url + sizeof i.moov + sizeof i.meta); }},
+  };
+  for (const auto& c : cases) {
+    MovieInfo2 info = packet_settings(utf8(work_file("first.mp4")));
+    c.spoil(info);
+    PacketRecording recording(info);
+    EXPECT_EQ(recording.handle == nullptr, c.code == -10 || c.code == -11) << c.name;
+    recording.write(movie.packets);
+    EXPECT_EQ(recording.stop().back(), c.code) << c.name;
+  }
+}
+
+TEST(BadPackets, DoNotHarmTheRecording) {
+  const SourceMovie movie = make_source(work_file("source.mp4"), 7, true);
+  std::minstd_rand random(3);
+  std::string garbage(3000, ' ');
+  for (char& byte : garbage) byte = static_cast<char>(random() >> 8);
+  PacketRecording recording(packet_settings(utf8(work_file("movie.mkv"))));
+  const auto write_stream = [&](bool video) {
+    for (size_t i = 0; i < movie.packets.size(); ++i) {
+      if (movie.packets[i].video == video) recording.write(movie.packets[i]);
+      if (i % 50 == 20) recording.write({video, movie.packets[i].usec, garbage});
+      if (i % 50 == 21) recording.write({video, movie.packets[i].usec, {}});
+    }
+  };
+  std::thread sound(write_stream, false);
+  write_stream(true);
+  sound.join();
+  for (const int64_t usec : {INT64_MAX, INT64_MIN, int64_t{-1}}) {
+    recording.write({false, usec, movie.packets[1].bytes});
+  }
+  recording.write({true, movie.packets.back().usec, std::string(size_t{64} << 20, '\0')});
+  EXPECT_THAT(recording.stop(), ElementsAre(0));
+  EXPECT_GE(packets(work_file("movie.mkv")).size(), movie.packets.size() / 2);
+}
+
+TEST(PacketRecordings, CanBeStoppedAtOnceAndTwice) {
+  const SourceMovie movie = make_source(work_file("source.mp4"), 1, true);
+  for (size_t count = 0; count < 20; ++count) {
+    const fs::path file = work_file("short.mp4");
+    fs::remove(file);
+    PacketRecording recording(packet_settings(utf8(file)));
+    for (size_t i = 0; i < count; ++i) recording.write(movie.packets[i]);
+    const bool told_failure = recording.stop().size() > 1;
+    EXPECT_TRUE(told_failure || decode_faults(file).empty()) << count << " packets";
+    ZEVA2_stop(&recording.handle);
+  }
+  ZEVA2_stop(nullptr);
+  EXPECT_FALSE(ZEVA2_pause(nullptr) || ZEVA2_resume(nullptr) || ZEVA2_is_paused(nullptr));
+  EXPECT_FALSE(ZEVA2_write_video_packet(nullptr, nullptr, 0, 0));
+  EXPECT_FALSE(ZEVA2_write_audio_pcm(nullptr, nullptr, 0, 0));
+  EXPECT_EQ(ZEVA2_movie_time(nullptr), -1);
+}
+
+TEST(PacketRecordings, EndWithAWholeFileWhenAnotherOutputIsFull) {
+  if (!fs::exists("/dev/full")) GTEST_SKIP() << "no device that is always full";
+  const SourceMovie movie = make_source(work_file("source.mp4"), 7, true);
+  fs::create_symlink("/dev/full", work_file("full.ts"));
+  const std::string full = utf8(work_file("full.ts"));
+  MovieInfo2 info = packet_settings(utf8(work_file("good.mp4")));
+  info.others[0] = full.c_str();
+  PacketRecording recording(info);
+  bool taken = true;
+  for (int64_t shift_us = 0; taken && shift_us < 7000000 * 100; shift_us += 7000000) {
+    for (HostPacket packet : movie.packets) {
+      packet.usec += shift_us;
+      taken = recording.write(packet);
+    }
+  }
+  EXPECT_FALSE(taken) << "the recording has not ended";
+  recording.stop();
+  EXPECT_EQ(decode_faults(work_file("good.mp4")), "");
+  EXPECT_GT(packets(work_file("good.mp4")).size(), 100U);
+}
+
+TEST(PacketRecordings, AreStoppedAlsoWhenAPeerNeverAnswers) {
+  const SourceMovie movie = make_source(work_file("source.mp4"), 6, true);
+  const Listener silent;
+  const std::string peer = "://127.0.0.1:" + std::to_string(silent.port()) + "/live/test";
+  for (const char* protocol : {"rtmp", "rtsp"}) {
+    PacketRecording recording(packet_settings(protocol + peer));
+    recording.write(movie.packets);
+    const Socket client = silent.accept();  // the opening has got as far as that
+    EXPECT_EQ(recording.stop().size(), 2U) << protocol;
+    close_socket(client);
+  }
+}
+
+}  // namespace

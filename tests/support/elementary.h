@@ -1,0 +1,12 @@
+// Elementary streams as a host with its own encoder hands them over, one access unit an entry.
+#pragma once
+
+#include <string>
+#include <vector>
+
+// Annex B with parameter sets before every key picture, no B-frames, 5 pictures a second; some
+// kilobytes a picture.
+std::vector<std::string> h264_packets(int count);
+
+// 48 kHz stereo noise, each with its ADTS header; some hundred bytes a packet.
+std::vector<std::string> aac_packets(int count);
