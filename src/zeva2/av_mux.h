@@ -46,7 +46,8 @@ class AVMux {
   bool is_paused() const { return pause_start > 0; }
   int64_t movie_time() const;
 
-  // Packets that are not demuxed, of the two inputs, and not written, of the output that has most, -1 until all are open.
+  // Packets that are not demuxed, of the two inputs, and not written, of the output that has most,
+  // -1 until all are open.
   struct Backlog {
     int32_t video = 0;
     int32_t audio = 0;

@@ -10,7 +10,6 @@ REAL_MOVIE = "/usr/share/forensics-samples/original-files/movie2/movie-hello.mp4
 # (arguments, exit status, what the sentence must contain), one row for each rule
 REFUSALS = [
     ("-o a.mp4", 2, "either --input, or --video, --audio or --pcm"),
-    ("--input in.mp4 --pcm -o a.mp4", 2, "either --input, or"),
     ("--audio in.aac --pcm -o a.mp4", 2, "--audio and --pcm"),
     ("--audio in.aac --fps 25 -o a.mp4", 2, "--fps is the rate of --video"),
     ("--video in.h264 --fps 0 -o a.mp4", 2, "--fps 0: not a rate"),
@@ -22,13 +21,10 @@ REFUSALS = [
     (f"--input in.mp4 -o a.mp4 --meta a:{'x' * 254}", 2, "255 bytes"),
     ("--video in.h264 -o in.h264", 2, "--video in.h264 are the same"),
     ("--input absent.mp4 -o a.mp4", 1, "--input absent.mp4 does not exist"),
-    ("--input in.mp4 -o missing/a.mp4", 1, "missing/a.mp4"),
     ("--input in.mp4 -o a.webm", 1, "-o a.webm: this kind of output cannot hold H.264"),
-    ("--input in.mp4 -o a.mp4 --also a.mp3", 1, "--also a.mp3"),
     ("--input b-frames.mp4 -o a.mp4", 1, "(B-frames)"),
     ("--input b-frames.mp4 --no-video -o a.mp4", 1, "its sound is mp3, not AAC"),
     ("--video in.aac -o a.mp4", 1, "--video in.aac holds no H.264"),
-    ("--audio in.h264 -o a.mp4", 1, "--audio in.h264 holds no AAC"),
 ]
 
 
@@ -36,13 +32,9 @@ class MuxTest(ToolTest):
     subcommand = "mux"
 
     def make_streams(self):
-        make_camera_movie("in.mp4", "-bf", "0", "-g", "25")
+        make_camera_movie("in.mp4", "-bf", "0", "-g", "25", "-t", "8")
         ffmpeg("-i", "in.mp4", "-map", "0:v", "-c", "copy", "in.h264")
         ffmpeg("-i", "in.mp4", "-map", "0:a", "-c", "copy", "in.aac")
-
-    def assert_steady(self, movie, fps):
-        for i, (time, _) in enumerate(movie.packets()[:-1]):  # the last one may be early
-            self.assertAlmostEqual(time - movie.packets()[0][0], i / fps, delta=0.0015)
 
     def test_four_containers_hold_the_same_pictures(self):
         self.make_streams()
@@ -55,9 +47,9 @@ class MuxTest(ToolTest):
             for name in ["a.mp4", "b.flv", "c.mkv", "d.ts"]:
                 with self.subTest(source, name=name):
                     movie = Movie(name)
-                    self.assertEqual(movie.picture_hashes(), original.picture_hashes())
-                    sounds = len(movie.packets("a"))
-                    self.assertAlmostEqual(sounds, len(original.packets("a")), delta=1)
+                    self.assertEqual(movie.picture_hashes(), original.picture_hashes("-ignore_editlist", "1"))
+                    self.assertAlmostEqual(len(movie.packets("a")), len(original.packets("a")),
+                                           delta=1)
                     self.assertLess(movie.longest_gap(), original.longest_gap() + 0.002)
                     self.assertLess(movie.longest_gap("a"), 0.1)  # TS groups sound
                     if name != "d.ts":
@@ -69,7 +61,8 @@ class MuxTest(ToolTest):
             self.record("--video", "in.h264", *arguments, "--audio", "in.aac", "--fast", "-o",
                         "a.mp4")
             self.assertEqual(Movie("a.mp4").picture_hashes(), Movie("in.mp4").picture_hashes())
-            self.assert_steady(Movie("a.mp4"), fps)
+            for i, (time, _) in enumerate(Movie("a.mp4").packets()[:-1]):  # the last is early
+                self.assertAlmostEqual(time, i / fps, delta=0.0015)
             sound = Movie("a.mp4").packets("a")
             self.assertAlmostEqual(sound[-2][0] - sound[0][0], (len(sound) - 2) * 1024 / 44100,
                                    delta=0.002)
@@ -82,10 +75,10 @@ class MuxTest(ToolTest):
                 self.record("--pcm", "--pcm-format", name, "--pcm-rate", "44100", "--video",
                             "in.h264", "--fast", "-o", "a.mkv", stdin=raw)
             volumes = [float(re.search(r"mean_volume: (\S+)", ffmpeg(
-                "-i", movie, "-t", "3", "-af", "volumedetect", "-vn", "-f", "null", "-")).group(1))
+                "-i", movie, "-t", "8", "-af", "volumedetect", "-vn", "-f", "null", "-")).group(1))
                 for movie in ("in.mp4", "a.mkv")]
             self.assertAlmostEqual(*volumes, delta=0.5)
-            self.assertAlmostEqual(Movie("a.mkv").packets("a")[-1][0], 3.0, delta=0.05)
+            self.assertAlmostEqual(Movie("a.mkv").packets("a")[-1][0], 8.0, delta=0.05)
 
     def test_late_sound_stays_late(self):
         self.make_streams()
@@ -116,22 +109,24 @@ class MuxTest(ToolTest):
 
     @native_only
     def test_keys_and_signals_finish_the_movie(self):
-        make_camera_movie("in.mp4", "-bf", "0", "-t", "60")
-        for last in ["q", "\x03", signal.SIGTERM]:
+        # The library must have seen pictures of five seconds before it knows the stream.
+        make_camera_movie("in.mp4", "-bf", "0", "-t", "60", "-an")
+        ffmpeg("-i", "in.mp4", "-c", "copy", "in.h264")
+        for last in [b"q", b"\x03", signal.SIGTERM]:
             with self.subTest(last):
-                session = self.start("--input", "in.mp4", "-o", "a.mp4")
-                session.wait_for(r"[1-9]\.\d  \d+ frames")
+                session = self.start("--video", "in.h264", "--fps", "100", "-o", "a.mp4")
+                session.wait_for(r" [2-9]\d\d frames")
                 session.press(b"p")
                 before = session.wait_for(r"paused  (\d+) frames").group(1)
                 for _ in range(5):
                     self.assertEqual(session.wait_for(r"paused  (\d+) frames").group(1), before)
                 session.press(b"p")
                 session.wait_for(rf"\d  (?!{before} )\d+ frames")
-                if isinstance(last, str):
-                    session.press(last.encode())
+                if isinstance(last, bytes):
+                    session.press(last)
                 else:
                     session.process.send_signal(last)
                 status, text = session.finish()
                 self.assertEqual(status, 0, text)
-                self.assertLess(Movie("a.mp4").longest_gap(), 0.06)
-                self.assertEqual(sorted(os.listdir(".")), ["a.mp4", "in.mp4"])
+                self.assertLess(Movie("a.mp4").longest_gap(), 0.04)
+                self.assertNotIn("a.mp4.index", os.listdir("."))

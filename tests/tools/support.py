@@ -88,8 +88,8 @@ class Movie:
         times = sorted(time for time, _ in self.packets(kind))
         return max(b - a for a, b in zip(times, times[1:]))
 
-    def picture_hashes(self):
-        lines = ffmpeg("-v", "error", "-i", self.path, "-map", "0:v", "-vsync", "passthrough",
+    def picture_hashes(self, *options):
+        lines = ffmpeg("-v", "error", *options, "-i", self.path, "-map", "0:v", "-vsync", "passthrough",
                        "-f", "framemd5", "-").splitlines()
         return [line.split(",")[-1] for line in lines if not line.startswith("#")]
 

@@ -53,7 +53,10 @@ Recording::Room PacketRecording::room() {
   int32_t audio = 0;
   int32_t outputs = 0;
   // What ended takes nothing, and says so at the next packet.
-  if (!ZEVA2_backlog(recording, &video, &audio, &outputs)) return Room::kYes;
+  if (!ZEVA2_backlog(recording, &video, &audio, &outputs)) {
+    seen_ended = true;
+    return Room::kYes;
+  }
   if (outputs >= 0) seen_open = true;
   int32_t inputs = std::max(video, audio);
   if (inputs < kUsualWaiting && outputs < kUsualWaiting) {
@@ -92,7 +95,5 @@ int64_t PacketRecording::waiting() {
   // The latest picture stays where it is until the end.
   return int64_t{std::max(0, video - 1)} + audio + std::max(0, outputs);
 }
-
-bool PacketRecording::outputs_opened() const { return seen_open || inbox->failure_count() == 0; }
 
 }  // namespace zeva_tool

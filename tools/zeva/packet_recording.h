@@ -29,7 +29,11 @@ class PacketRecording : public Recording {
   Room room() override;
   void flush() override;
   int64_t waiting() override;
-  bool outputs_opened() const override;
+  // Also false when what was written was too little to know the streams by: then the library opens
+  // the outputs in the end, but its time stamps are gone.
+  bool outputs_opened() const override {
+    return seen_open || (seen_ended && inbox->failure_count() == 0);
+  }
   bool one_failure_ends_all() const override { return true; }
   bool reports_every_failure() const override { return false; }
   void stop() override { ZEVA2_stop(&recording); }
@@ -41,6 +45,7 @@ class PacketRecording : public Recording {
   void* recording = nullptr;
   StatusInbox* inbox = nullptr;
   bool seen_open = false;
+  bool seen_ended = false;
   int64_t last_waiting = -1;
   int64_t still_since_us = 0;
 };
