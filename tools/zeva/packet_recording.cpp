@@ -14,6 +14,8 @@ constexpr int32_t kUsualWaiting = 256;
 // The library drops from 2000 on. That far one stream may run ahead while the library needs the
 // other one: to know both before it opens the outputs, or when one ends long before the other.
 constexpr int32_t kMostWaiting = 1900;
+// Asking takes the locks that the library works under, so it is done once for so many packets.
+constexpr int kAtOnce = 16;
 constexpr int64_t kStandstillUs = 200000;
 constexpr int64_t kGiveUpUs = 15000000;
 
@@ -49,6 +51,8 @@ bool PacketRecording::begin(RecordingStreams& streams, StatusLine& /*line*/) {
 }
 
 Recording::Room PacketRecording::room() {
+  if (unasked-- > 0) return Room::kYes;
+  unasked = 0;
   int32_t video = 0;
   int32_t audio = 0;
   int32_t outputs = 0;
@@ -61,6 +65,7 @@ Recording::Room PacketRecording::room() {
   int32_t inputs = std::max(video, audio);
   if (inputs < kUsualWaiting && outputs < kUsualWaiting) {
     still_since_us = 0;
+    unasked = kAtOnce;
     return Room::kYes;
   }
   int64_t now_us = ZEVA_current_sys_usec();

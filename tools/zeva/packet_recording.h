@@ -46,6 +46,7 @@ class PacketRecording : public Recording {
   StatusInbox* inbox = nullptr;
   bool seen_open = false;
   bool seen_ended = false;
+  int unasked = 0;  // packets that certainly have room
   int64_t last_waiting = -1;
   int64_t still_since_us = 0;
 };

@@ -8,8 +8,12 @@ namespace zeva_tool {
 namespace {
 
 constexpr int64_t kRoomPollUs = 1000;
+constexpr int64_t kFastPiecesAtOnce = 16;  // keys are looked at that often
 constexpr int64_t kDrainPollUs = 5000;
-constexpr int64_t kDrainStandstillUs = 1000000;
+// The library looks for more for some 20 ms before it goes on with what it has; a server that is
+// being connected to may take longer.
+constexpr int64_t kDrainStandstillUs = 100000;
+constexpr int64_t kOpeningStandstillUs = 1000000;
 
 }  // namespace
 
@@ -78,8 +82,9 @@ bool Recorder::within_duration(const Piece& piece) {
 // False when the recording must stop before.
 bool Recorder::wait_until_due(int64_t time_us) {
   int64_t timeout_us = 0;
-  while (true) {
-    handle(terminal.wait(timeout_us));
+  bool look = !pace.fast || result.pieces % kFastPiecesAtOnce == 0;
+  for (;; look = true) {
+    if (look) handle(terminal.wait(timeout_us));
     if (must_stop()) return false;
     int64_t left_us = pace.fast ? 0 : base_us + time_us - ZEVA_current_sys_usec();
     bool due = pause_from_us == 0 && left_us <= 0;
@@ -116,7 +121,8 @@ void Recorder::drain() {
   for (int64_t left = recording.waiting(); left > 0; left = recording.waiting()) {
     int64_t now_us = ZEVA_current_sys_usec();
     if (left != before) still_since_us = now_us;
-    if (now_us - still_since_us > kDrainStandstillUs || inbox.failure_count() > 0) break;
+    int64_t limit_us = recording.outputs_opened() ? kDrainStandstillUs : kOpeningStandstillUs;
+    if (now_us - still_since_us > limit_us || inbox.failure_count() > 0) break;
     before = left;
     handle(terminal.wait(kDrainPollUs));
     show_progress();

@@ -47,7 +47,7 @@ class Recording {
   // How many packets have not reached their outputs yet.
   virtual int64_t waiting() { return 0; }
 
-  // Whether the outputs came to be open; asked after stop().
+  // Whether the outputs came to be open.
   virtual bool outputs_opened() const { return true; }
 
   // Whether one failure ends all outputs, rather than its own only.
