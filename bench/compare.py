@@ -7,12 +7,10 @@ Runs A and B in turn, so that a machine that drifts drifts for both; prints medi
 import argparse
 import json
 import os
-import resource
 import shutil
-import statistics
 import subprocess
-import sys
-import time
+
+from pairs import head, pair
 
 SIZE, FPS = "1920x1080", 30
 BITRATE = 6000
@@ -28,37 +26,6 @@ def make_source(path, frames):
                     "-vf", f"scale={SIZE.replace('x', ':')},fps={FPS},noise=alls=4:allf=t",
                     "-ac", "2", "-ar", "48000", "-c:v", "rawvideo", "-pix_fmt", "bgra",
                     "-c:a", "pcm_s16le", path], check=True)
-
-
-def measure(command):
-    """Wall and processor seconds of one run."""
-    before = resource.getrusage(resource.RUSAGE_CHILDREN)
-    start = time.monotonic()
-    done = subprocess.run(command, stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL,
-                          stderr=subprocess.PIPE, check=False)
-    wall = time.monotonic() - start
-    if done.returncode != 0:
-        sys.exit(f"{command[0]} failed: {done.stderr.decode(errors='replace')[-500:]}")
-    after = resource.getrusage(resource.RUSAGE_CHILDREN)
-    cpu = after.ru_utime + after.ru_stime - before.ru_utime - before.ru_stime
-    return wall, cpu
-
-
-def pair(name, a, b, runs, frames):
-    """A and B alternately; medians, and the ratio of each pair's figures."""
-    measure(a), measure(b)  # warm
-    walls, cpus, ratios_wall, ratios_cpu = ([], []), ([], []), [], []
-    for _ in range(runs):
-        results = [measure(a), measure(b)]
-        for i, (wall, cpu) in enumerate(results):
-            walls[i].append(wall)
-            cpus[i].append(cpu)
-        ratios_wall.append(results[0][0] / results[1][0])
-        ratios_cpu.append(results[0][1] / results[1][1])
-    med = statistics.median
-    print(f"| {name} | {frames / med(walls[0]):.1f} | {frames / med(walls[1]):.1f} "
-          f"| {med(cpus[0]):.2f} | {med(cpus[1]):.2f} | {1 / med(ratios_wall):.3f} "
-          f"| {med(ratios_cpu):.3f} |", flush=True)
 
 
 def main():
@@ -80,8 +47,7 @@ def main():
                 "-preset", "veryfast", "-profile:v", "high", "-b:v", f"{BITRATE}k", "-g", str(GOP),
                 "-bf", "0", "-pix_fmt", "yuv420p", "-c:a", "aac", "-b:a", "128k", at("peer.mp4")]
         four = [v for i in range(3) for v in ("--also", at(f"also{i}.mkv"))]
-        print("| case | A frames/s | B frames/s | A CPU s | B CPU s | A/B speed | A/B CPU |")
-        print("|---|---|---|---|---|---|---|")
+        head()
         pair("A zeva record, B ffmpeg", [*record, "-o", at("a.mp4")], peer, options.runs,
              options.frames)
         pair("A index on, B off", [*record, "-o", at("a.mp4")],

@@ -100,4 +100,15 @@ bool ZEVA2_write_audio_pcm(void* handle, uint8_t* const* planes, int nb_samples,
                [&](AVMux& m) { return m.write_audio_pcm(planes, nb_samples, usec); });
 }
 
+bool ZEVA2_backlog(void* handle, int32_t* video, int32_t* audio, int32_t* outputs) {
+  return with_muxer(handle, false, [&](AVMux& m) {
+    AVMux::Backlog backlog;
+    if (!m.backlog(&backlog)) return false;
+    if (video != nullptr) *video = backlog.video;
+    if (audio != nullptr) *audio = backlog.audio;
+    if (outputs != nullptr) *outputs = backlog.outputs;
+    return true;
+  });
+}
+
 }  // extern "C"

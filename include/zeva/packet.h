@@ -141,6 +141,16 @@ ZEVA_API bool ZEVA2_write_audio_packet(void* handle, void* data, int nbytes, int
 ZEVA_API bool ZEVA2_write_audio_pcm(void* handle, uint8_t* const* planes, int nb_samples,
                                     int64_t usec);
 
+// How many packets wait inside, for hosts that are not live. The write functions never wait for a
+// slow output, and a full input drops; so a host that has its packets faster than they can be
+// written asks here, and writes while few wait: less than 2000 in `video` and `audio`, and as many
+// in `outputs` as it wants to see in memory. `video` and `audio`: packets that are not demuxed yet,
+// those held back for sorting not counted; the latest picture stays until the next one follows it.
+// `outputs`: packets not written yet, of the output that has most of them; -1 until all outputs are
+// open. The pointers may be null. False, with nothing stored, when the recording takes no more: a
+// null handle, ended, or an output broke. Does not block.
+ZEVA_API bool ZEVA2_backlog(void* handle, int32_t* video, int32_t* audio, int32_t* outputs);
+
 }  // extern "C"
 
 static_assert(offsetof(MovieInfo2, moov) == 512);

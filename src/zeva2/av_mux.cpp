@@ -1,5 +1,6 @@
 #include "av_mux.h"
 
+#include <algorithm>
 #include <chrono>
 #include <exception>
 
@@ -255,6 +256,20 @@ bool AVMux::resume() {
   const int64_t start = pause_start.exchange(0);
   if (start <= 0) return false;
   pause_drift += now_us() - start;
+  return true;
+}
+
+bool AVMux::backlog(Backlog* backlog) {
+  if (aborted) return false;
+  backlog->video = input.video.pts_queue.size();
+  backlog->audio = input.audio.pts_queue.size();
+  const std::lock_guard<std::mutex> lock(outputs_mutex);
+  if (phase == Phase::kOpening) return true;
+  backlog->outputs = 0;
+  for (const auto& output : outputs) {
+    if (output->failed()) return false;
+    backlog->outputs = std::max(backlog->outputs, output->queued());
+  }
   return true;
 }
 

@@ -45,6 +45,17 @@ class AVMux {
   bool resume();
   bool is_paused() const { return pause_start > 0; }
   int64_t movie_time() const;
+
+  // Packets that are not demuxed, of the two inputs, and not written, of the output that has most,
+  // -1 until all are open.
+  struct Backlog {
+    int32_t video = 0;
+    int32_t audio = 0;
+    int32_t outputs = -1;
+  };
+  // False when no more packets are taken, or an output has failed and will end the others.
+  bool backlog(Backlog* backlog);
+
   bool is_aborted() const { return aborted; }
   // The worker cannot end itself: true inside the status callback.
   bool on_worker_thread() const { return worker_id == std::this_thread::get_id(); }

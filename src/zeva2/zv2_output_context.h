@@ -48,6 +48,10 @@ class OutputContext {
   // Waits until what is queued and the trailer are written, and frees everything.
   void close();
 
+  // Packets that wait to be written, and whether writing has failed; any thread.
+  int32_t queued() { return packets.size(); }
+  bool failed() const { return packets.is_aborted(); }
+
   // The recording is to end: a network output has 1.5 s from the first call. Files are not touched.
   void give_up_soon() { io.exit(); }
 

@@ -1,55 +1,17 @@
 """Keys and signals, driven through a terminal of our own."""
 import os
-import pty
 import re
-import select
 import signal
 import socket
-import subprocess
 from unittest import mock
 
-from support import Movie, RUN_TIMEOUT_S, ToolTest, native_only
-
-
-class Session:
-    """`zeva` on a pseudo terminal that becomes its controlling one."""
-
-    def __init__(self, command):
-        self.terminal, theirs = pty.openpty()
-        self.process = subprocess.Popen(["setsid", "--ctty", *command], stdin=theirs,
-                                        stdout=theirs, stderr=theirs)
-        os.close(theirs)
-        self.text = ""
-
-    def wait_for(self, pattern):
-        """Reads on until the pattern comes; forgets the text up to its end."""
-        while not (match := re.search(pattern, self.text)):
-            if not select.select([self.terminal], [], [], RUN_TIMEOUT_S)[0]:
-                raise AssertionError(f"no {pattern!r} in {self.text!r}")
-            self.text += os.read(self.terminal, 65536).decode(errors="replace")
-        self.text = self.text[match.end():]
-        return match
-
-    def press(self, key):
-        os.write(self.terminal, key)
-
-    def finish(self):
-        """Reads to the end, which a pseudo terminal tells by an error."""
-        try:
-            while True:
-                self.text += os.read(self.terminal, 65536).decode(errors="replace")
-        except OSError:
-            os.close(self.terminal)
-        return self.process.wait(RUN_TIMEOUT_S), self.text
+from support import Movie, ToolTest, native_only
 
 
 @native_only
 class ControlTest(ToolTest):
     def start(self, *arguments):
-        session = Session(self.command("--pattern", "--size", "64x64", *arguments))
-        self.addCleanup(session.process.wait)
-        self.addCleanup(session.process.kill)
-        return session
+        return super().start("--pattern", "--size", "64x64", *arguments)
 
     def test_pause_is_cut_out_and_q_finishes(self):
         session = self.start("-o", "a.mp4")

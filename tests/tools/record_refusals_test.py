@@ -23,7 +23,7 @@ REFUSALS = [
     ("--pattern -o a.mp4 --also b.flv --also ./b.flv", "b.flv and --also ./b.flv are the same"),
     ("--input in.mp4 -o linked.mp4", "--input in.mp4 are the same"),
     ("--input in.mp4 -o file:in.mp4", "--input in.mp4 are the same"),
-    ("--pattern -o a.mkv --also rtsp://localhost/x", "must be the main output"),
+    ("--pattern -o a.mkv --also rtsp://localhost/x", "to rtsp:// at once"),
     ("--pattern -o a.mp4 --also b.unheard", "--also b.unheard: no container"),
     ("--pattern -o a.flv --also b.mp4", "--also b.mp4: cannot hold the flv1"),
     ("--pattern -o a.webm", "-o a.webm: there is no encoder"),

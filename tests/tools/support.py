@@ -1,7 +1,9 @@
 """Runs `zeva` and judges what it wrote with programs that are not ours."""
 import json
 import os
+import pty
 import re
+import select
 import subprocess
 import tempfile
 import unittest
@@ -30,6 +32,38 @@ def ffmpeg(*arguments):
     return judge("ffmpeg", "-nostdin", "-hide_banner", "-y", *arguments)
 
 
+class Session:
+    """`zeva` on a pseudo terminal that becomes its controlling one."""
+
+    def __init__(self, command):
+        self.terminal, theirs = pty.openpty()
+        self.process = subprocess.Popen(["setsid", "--ctty", *command], stdin=theirs,
+                                        stdout=theirs, stderr=theirs)
+        os.close(theirs)
+        self.text = ""
+
+    def wait_for(self, pattern):
+        """Reads on until the pattern comes; forgets the text up to its end."""
+        while not (match := re.search(pattern, self.text)):
+            if not select.select([self.terminal], [], [], RUN_TIMEOUT_S)[0]:
+                raise AssertionError(f"no {pattern!r} in {self.text!r}")
+            self.text += os.read(self.terminal, 65536).decode(errors="replace")
+        self.text = self.text[match.end():]
+        return match
+
+    def press(self, key):
+        os.write(self.terminal, key)
+
+    def finish(self):
+        """Reads to the end, which a pseudo terminal tells by an error."""
+        try:
+            while True:
+                self.text += os.read(self.terminal, 65536).decode(errors="replace")
+        except OSError:
+            os.close(self.terminal)
+        return self.process.wait(RUN_TIMEOUT_S), self.text
+
+
 class Movie:
     """What ffprobe says about a file, after decoding all of it without an error."""
 
@@ -55,6 +89,11 @@ class Movie:
         times = sorted(time for time, _ in self.packets(kind))
         return max(b - a for a, b in zip(times, times[1:]))
 
+    def picture_hashes(self, *options):
+        lines = ffmpeg("-v", "error", *options, "-i", self.path, "-map", "0:v", "-vsync", "passthrough",
+                       "-f", "framemd5", "-").splitlines()
+        return [line.split(",")[-1] for line in lines if not line.startswith("#")]
+
     def ssim(self, reference, pictures=1000):
         """Likeness to a reference, picture by picture in the order of pictures."""
         chain = f"trim=end_frame={pictures},setpts=N/TB/25"
@@ -65,6 +104,7 @@ class Movie:
 
 class ToolTest(unittest.TestCase):
     """Each test works in a folder of its own."""
+    subcommand = "record"
 
     def setUp(self):
         folder = tempfile.TemporaryDirectory(prefix="zeva-tool-")
@@ -72,9 +112,14 @@ class ToolTest(unittest.TestCase):
         self.addCleanup(os.chdir, os.getcwd())
         os.chdir(folder.name)
 
-    @staticmethod
-    def command(*arguments):
-        return [*EMULATOR, TOOL, "record", *arguments]
+    def command(self, *arguments):
+        return [*EMULATOR, TOOL, self.subcommand, *arguments]
+
+    def start(self, *arguments):
+        session = Session(self.command(*arguments))
+        self.addCleanup(session.process.wait)
+        self.addCleanup(session.process.kill)
+        return session
 
     def record(self, *arguments, expect=0, stdin=subprocess.DEVNULL):
         """Runs to the end; returns what the user reads."""

@@ -8,6 +8,8 @@
 #include "av.h"
 #include "exit_status.h"
 #include "inspect_command.h"
+#include "mux_command.h"
+#include "mux_options.h"
 #include "record_command.h"
 #include "record_options.h"
 #include "recover_command.h"
@@ -37,6 +39,8 @@ int run(int argc, char** argv) {
   const CLI::App* recover = zeva_tool::add_recover_command(app, recover_options);
   zeva_tool::InspectOptions inspect_options;
   const CLI::App* inspect = zeva_tool::add_inspect_command(app, inspect_options);
+  zeva_tool::MuxOptions mux_options;
+  CLI::App* mux = zeva_tool::add_mux_command(app, mux_options);
 
   std::vector<std::string> arguments = zeva_tool::Terminal::arguments(argc, argv);
   std::reverse(arguments.begin(), arguments.end());  // the parser takes them from the back
@@ -49,6 +53,7 @@ int run(int argc, char** argv) {
   if (repair->parsed()) return zeva_tool::run_repair(repair_options, terminal);
   if (recover->parsed()) return zeva_tool::run_recover(recover_options, terminal);
   if (inspect->parsed()) return zeva_tool::run_inspect(inspect_options, terminal);
+  if (mux->parsed()) return zeva_tool::run_mux(mux_options, terminal);
   return zeva_tool::run_record(record_options, terminal);
 }
 

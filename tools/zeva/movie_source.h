@@ -9,14 +9,14 @@
 #include <string>
 #include <vector>
 
+#include "frame_source.h"
 #include "movie_reader.h"
 #include "picture_converter.h"
 #include "sound_converter.h"
-#include "source.h"
 
 namespace zeva_tool {
 
-class MovieSource : public Source {
+class MovieSource : public FrameSource {
  public:
   MovieSource(std::string path, bool loop, bool want_video, bool want_audio);
 

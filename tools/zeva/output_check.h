@@ -12,8 +12,8 @@ namespace zeva_tool {
 // promises, if that container can be read at all.
 Status check_movie_file(const std::string& path);
 
-// As above, and the movie is about `length_us` long; tells files that stopped growing before the
-// others from finished ones.
-Status check_movie_length(const std::string& path, int64_t length_us);
+// As above, and the movie is `length_us` long but for the tolerance; tells files that stopped
+// growing before the others from finished ones.
+Status check_movie_length(const std::string& path, int64_t length_us, int64_t tolerance_us);
 
 }  // namespace zeva_tool

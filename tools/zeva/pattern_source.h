@@ -3,13 +3,13 @@
 
 #include <cstdint>
 
-#include "source.h"
+#include "frame_source.h"
 
 struct AVFrame;
 
 namespace zeva_tool {
 
-class PatternSource : public Source {
+class PatternSource : public FrameSource {
  public:
   PatternSource(int width, int height, int fps, bool pictures, bool sound);
 

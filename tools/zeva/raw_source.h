@@ -5,12 +5,12 @@
 #include <string>
 #include <vector>
 
-#include "source.h"
+#include "frame_source.h"
 #include "terminal.h"
 
 namespace zeva_tool {
 
-class RawSource : public Source {
+class RawSource : public FrameSource {
  public:
   // `terminal` must outlive the source.
   RawSource(int width, int height, int fps, Terminal& terminal);

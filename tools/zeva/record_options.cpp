@@ -3,31 +3,19 @@
 #include <CLI/CLI.hpp>
 #include <charconv>
 
-#include "output_url.h"
-
 namespace zeva_tool {
 namespace {
 
 constexpr int kMaxSide = 16384;
 constexpr int kMaxFps = 240;
 
-constexpr const char* kFooter =
-    "Keys while recording from a terminal: p pauses and resumes, q stops. Ctrl-C stops too; the\n"
-    "movie is finished in every case. A second Ctrl-C ends the program at once.\n"
-    "\n"
+constexpr const char* kExamples =
     "Examples:\n"
     "  zeva record --input camera.mp4 -o copy.mp4 --fast\n"
     "  zeva record --pattern --duration 60 -o test.mp4 --also test.flv\n"
     "  zeva record --input camera.mp4 --loop -o rtmp://server/live/key --also archive.mkv\n"
     "  producer | zeva record --raw 1280x720@30 -o screen.mp4 --meta title:Demo\n"
-    "\n"
-    "Exit status: 0 when every output was finished, 1 when something failed, 2 for wrong usage.\n";
-
-// The help stays readable without the validator's own words; its refusals name the range.
-template <typename Number>
-CLI::Validator in_range(Number min, Number max) {
-  return CLI::Range(min, max).description("");
-}
+    "\n";
 
 void add_source_options(CLI::App& command, RecordOptions& o) {
   const char* group = "Source (one of the first three)";
@@ -39,42 +27,18 @@ void add_source_options(CLI::App& command, RecordOptions& o) {
       ->type_name("WxH@FPS")
       ->group(group);
   command.add_flag("--loop", o.loop, "Start the input over when it ends")->group(group);
-  command.add_flag("--fast", o.fast, "As fast as the machine can, not at real speed")->group(group);
-  command.add_option("--duration", o.duration_s, "Stop after this much movie time")
-      ->type_name("SEC")
-      ->check(in_range(0.001, 1e9))
-      ->group(group);
+  add_pace_options(command, o, group);
 }
 
-void add_output_options(CLI::App& command, RecordOptions& o) {
-  const char* group = "Outputs";
-  command
-      .add_option("-o,--output", o.output,
-                  "Main output: a file or an rtmp:// or rtsp:// URL. "
-                  "It decides the codecs; an existing file is replaced")
-      ->type_name("URL")
-      ->required()
-      ->group(group);
-  command.add_option("--also", o.also, "Further output, up to three times")
-      ->type_name("URL")
-      ->allow_extra_args(false)
-      ->group(group);
-  command
-      .add_option("--index", o.index,
-                  "Crash-safe index of the .mp4 output (default: its name and .index)")
-      ->type_name("PATH")
-      ->group(group);
-  command.add_flag("--no-index", o.no_index, "Write no index")->group(group);
-  command.add_flag("--keep-index", o.keep_index, "Keep the index of a finished movie")
-      ->group(group);
-  command.add_option("--meta", o.meta, "Metadata item key:value, repeatable")
-      ->type_name("K:V")
-      ->allow_extra_args(false)
-      ->group(group);
+void add_outputs(CLI::App& command, RecordOptions& o) {
+  add_output_options(command, o,
+                     "Main output: a file or an rtmp:// or rtsp:// URL. "
+                     "It decides the codecs; an existing file is replaced",
+                     "Further output, up to three times");
   command.add_option("--timeout", o.timeout_s, "Network time-out")
       ->type_name("SEC")
-      ->check(in_range(1, 3600))
-      ->group(group);
+      ->check(int_in_range(1, 3600))
+      ->group("Outputs");
 }
 
 void add_video_options(CLI::App& command, RecordOptions& o) {
@@ -85,11 +49,11 @@ void add_video_options(CLI::App& command, RecordOptions& o) {
       ->group(group);
   command.add_option("--fps", o.fps, "Pictures a second (default: the source's)")
       ->type_name("N")
-      ->check(in_range(1, kMaxFps))
+      ->check(int_in_range(1, kMaxFps))
       ->group(group);
   command.add_option("--gop", o.gop, "Pictures from key picture to key picture (default: 2 s)")
       ->type_name("N")
-      ->check(in_range(1, 100000))
+      ->check(int_in_range(1, 100000))
       ->group(group);
 }
 
@@ -114,35 +78,26 @@ void add_encoder_options(CLI::App& command, RecordOptions& o) {
   command
       .add_option("--bitrate", o.bitrate_kbps, "Rate of the pictures (default: by size and fps)")
       ->type_name("KBPS")
-      ->check(in_range(1, 1000000))
+      ->check(int_in_range(1, 1000000))
       ->group(group);
   command.add_option("--crf", o.crf, "Constant quality, 1 best to 51, under the rate of --rc cbr")
       ->type_name("N")
-      ->check(in_range(1, 51))
+      ->check(int_in_range(1, 51))
       ->group(group);
   command.add_option("--qp", o.qp, "Quantiser of --rc cqp, 1 best to 51 (default: 20)")
       ->type_name("N")
-      ->check(in_range(1, 51))
+      ->check(int_in_range(1, 51))
       ->group(group);
   command.add_flag("--hardware", o.hardware, "Try hardware encoders first")->group(group);
 }
 
-void add_other_options(CLI::App& command, RecordOptions& o) {
+void add_sound_options(CLI::App& command, RecordOptions& o) {
   command.add_flag("--no-audio", o.no_audio, "Record pictures only")->group("Sound");
   command.add_option("--audio-bitrate", o.audio_bitrate_kbps, "Rate of the sound")
       ->type_name("KBPS")
       ->capture_default_str()
-      ->check(in_range(8, 1024))
+      ->check(int_in_range(8, 1024))
       ->group("Sound");
-  command.add_option("--log", o.log, "Append the library's messages to this file")
-      ->type_name("FILE")
-      ->group("Messages");
-  command.add_option("--log-level", o.log_level, "0 least to 6 everything (default: 4 with --log)")
-      ->type_name("N")
-      ->check(in_range(0, 6))
-      ->group("Messages");
-  command.add_flag("--verbose", o.verbose, "Let the libraries' messages through to the console")
-      ->group("Messages");
 }
 
 // Takes a number in 1..max off the front of `text`.
@@ -169,12 +124,13 @@ bool take_size(std::string_view& text, PictureSize& size) {
 CLI::App* add_record_command(CLI::App& app, RecordOptions& options) {
   CLI::App* command =
       app.add_subcommand("record", "Record a movie, a test pattern or raw pictures");
-  command->footer(kFooter);
+  command->footer(std::string(kExamples) + kKeysAndExitHelp);
   add_source_options(*command, options);
-  add_output_options(*command, options);
+  add_outputs(*command, options);
   add_video_options(*command, options);
   add_encoder_options(*command, options);
-  add_other_options(*command, options);
+  add_sound_options(*command, options);
+  add_message_options(*command, options);
   return command;
 }
 
@@ -191,21 +147,6 @@ std::optional<RawFormat> parse_raw(const std::string& text) {
   bool valid = take_size(rest, raw.size) && take_char(rest, '@') &&
                take_number(rest, kMaxFps, raw.fps) && rest.empty();
   return valid ? std::optional<RawFormat>(raw) : std::nullopt;
-}
-
-std::vector<std::string> output_urls(const RecordOptions& options) {
-  std::vector<std::string> urls{options.output};
-  urls.insert(urls.end(), options.also.begin(), options.also.end());
-  return urls;
-}
-
-std::string index_path(const RecordOptions& options) {
-  if (options.no_index) return {};
-  if (!options.index.empty()) return options.index;
-  for (const std::string& url : output_urls(options)) {
-    if (is_local_file(url) && has_ending(url, ".mp4")) return local_path(url) + ".index";
-  }
-  return {};
 }
 
 }  // namespace zeva_tool

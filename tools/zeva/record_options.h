@@ -3,28 +3,16 @@
 
 #include <optional>
 #include <string>
-#include <vector>
 
-namespace CLI {
-class App;
-}
+#include "session_options.h"
 
 namespace zeva_tool {
 
-struct RecordOptions {
+struct RecordOptions : SessionOptions {
   std::string input;
   bool pattern = false;
   std::string raw;
   bool loop = false;
-  bool fast = false;
-  std::optional<double> duration_s;
-
-  std::string output;
-  std::vector<std::string> also;
-  std::string index;
-  bool no_index = false;
-  bool keep_index = false;
-  std::vector<std::string> meta;
   int timeout_s = 0;
 
   bool no_video = false;
@@ -42,10 +30,6 @@ struct RecordOptions {
 
   bool no_audio = false;
   int audio_bitrate_kbps = 128;
-
-  std::string log;
-  std::optional<int> log_level;
-  bool verbose = false;
 };
 
 // Adds the subcommand; parsing `app` then fills `options`, which must outlive it.
@@ -62,11 +46,5 @@ struct RawFormat {
   int fps = 0;
 };
 std::optional<RawFormat> parse_raw(const std::string& text);  // "1280x720@30"
-
-// All outputs, the main one first.
-std::vector<std::string> output_urls(const RecordOptions& options);
-
-// Where the crash-safe index goes; empty for none.
-std::string index_path(const RecordOptions& options);
 
 }  // namespace zeva_tool

@@ -5,16 +5,14 @@
 #include <utility>
 
 #include "output_url.h"
-#include "terminal.h"
+#include "session_rules.h"
 #include "zeva/movie_info.h"
 
 namespace zeva_tool {
 namespace {
 
-constexpr size_t kMaxFurtherOutputs = 3;
-constexpr size_t kMaxUrlBytes = sizeof(MovieInfo::url) - 1;
-constexpr size_t kMaxIndexBytes = sizeof(MovieInfo::moov_url) - 1;
-constexpr size_t kMaxMetaBytes = sizeof(MovieInfo::meta_info) - 1;
+constexpr SessionLimits kLimits{3, sizeof(MovieInfo::url) - 1, sizeof(MovieInfo::moov_url) - 1,
+                                sizeof(MovieInfo::meta_info) - 1};
 
 Status check_source(const RecordOptions& o) {
   int sources = !o.input.empty() + o.pattern + !o.raw.empty();
@@ -74,38 +72,6 @@ Status check_streams(const RecordOptions& o) {
   return {};
 }
 
-Status check_meta(const RecordOptions& o) {
-  for (const std::string& item : o.meta) {
-    size_t colon = item.find(':');
-    if (colon == std::string::npos || colon == 0) {
-      return Status("--meta " + item + ": not of the form key:value");
-    }
-    if (item.find(';') != std::string::npos) {
-      return Status("--meta " + item + ": must not contain ';', which separates the items");
-    }
-  }
-  if (meta_text(o).size() > kMaxMetaBytes) {
-    return Status("--meta: all items together must not be longer than " +
-                  std::to_string(kMaxMetaBytes) + " bytes");
-  }
-  return {};
-}
-
-Status check_urls(const RecordOptions& o) {
-  if (o.also.size() > kMaxFurtherOutputs) {
-    return Status("--also: at most three further outputs are possible");
-  }
-  for (const std::string& url : output_urls(o)) {
-    const char* argument = &url == &o.output ? "-o" : "an output";
-    if (url.empty()) return Status(std::string(argument) + ": the URL is empty");
-    if (url.size() > kMaxUrlBytes) {
-      return Status("output " + url.substr(0, 40) + "...: the URL is longer than " +
-                    std::to_string(kMaxUrlBytes) + " bytes");
-    }
-  }
-  return {};
-}
-
 // The library would leave such a stream out without a word.
 Status check_encoders(const RecordOptions& o) {
   OutputCodecs codecs = main_codecs(o.output);
@@ -119,21 +85,14 @@ Status check_encoders(const RecordOptions& o) {
   return {};
 }
 
-bool can_hold(AVOutputFormat* container, AVCodecID codec) {
-  int answer = avformat_query_codec(container, codec, FF_COMPLIANCE_NORMAL);
-  if (answer != AVERROR_PATCHWELCOME) return answer > 0;
-  // The container does not know; what matters then is whether it takes this kind of stream at all.
-  bool video = avcodec_get_type(codec) == AVMEDIA_TYPE_VIDEO;
-  return (video ? container->video_codec : container->audio_codec) != AV_CODEC_ID_NONE;
-}
-
 // A further output receives the packets of the main one.
 Status check_further_output(const RecordOptions& o, const std::string& url) {
   std::string argument = "--also " + url;
   bool same_kind = has_scheme(url, "rtsp") && has_scheme(o.output, "rtsp");
   if (same_kind) return {};
   if (has_scheme(url, "rtsp")) {
-    return Status(argument + ": an rtsp:// URL must be the main output (-o)");
+    return Status(argument + ": an rtsp:// URL must be the main output (-o), since its sound is " +
+                  "Opus; `zeva mux` sends encoded packets to files and to rtsp:// at once");
   }
   AVOutputFormat* container = further_container(url);
   if (!container) return Status(argument + ": no container goes by this ending");
@@ -155,51 +114,18 @@ Status check_further_outputs(const RecordOptions& o) {
   return {};
 }
 
-Status check_index(const RecordOptions& o) {
-  if (o.no_index && !o.index.empty()) return Status("--index and --no-index contradict each other");
-  if (o.no_index && o.keep_index)
-    return Status("--keep-index and --no-index contradict each other");
+// Every .mp4 output would write the index.
+Status check_one_index(const RecordOptions& o) {
   auto urls = output_urls(o);
   auto mp4_count = std::count_if(urls.begin(), urls.end(),
                                  [](const std::string& url) { return has_ending(url, ".mp4"); });
-  if (mp4_count == 0 && !o.index.empty()) {
-    return Status("--index: only an .mp4 output has an index, and there is none");
-  }
-  if (mp4_count > 1 && !o.no_index) {
-    return Status("--also: two .mp4 outputs would write one index, which would be useless: add " +
-                  std::string("--no-index or choose another container for one of them"));
-  }
-  if (index_path(o).size() > kMaxIndexBytes) {
-    return Status("--index: the path is longer than " + std::to_string(kMaxIndexBytes) + " bytes");
-  }
-  return {};
+  if (mp4_count <= 1 || o.no_index) return {};
+  return Status("--also: two .mp4 outputs would write one index, which would be useless: add " +
+                std::string("--no-index or choose another container for one of them"));
 }
 
-// Everything the recording reads or writes, with the argument that names it.
-std::vector<std::pair<std::string, std::string>> named_files(const RecordOptions& o) {
-  std::vector<std::pair<std::string, std::string>> files{{"-o", o.output}};
-  for (const std::string& url : o.also) files.emplace_back("--also", url);
-  files.emplace_back(o.index.empty() ? "the index" : "--index", index_path(o));
-  files.emplace_back("--log", o.log);
-  files.emplace_back("--input", o.input);
-  files.erase(std::remove_if(files.begin(), files.end(),
-                             [](const auto& file) { return file.second.empty(); }),
-              files.end());
-  return files;
-}
-
-Status check_files_differ(const RecordOptions& o) {
-  auto files = named_files(o);
-  for (size_t i = 0; i < files.size(); ++i) {
-    for (size_t k = i + 1; k < files.size(); ++k) {
-      const auto& [argument_a, a] = files[i];
-      const auto& [argument_b, b] = files[k];
-      bool local = is_local_file(a) && is_local_file(b);
-      if (local ? !same_file(local_path(a), local_path(b)) : a != b) continue;
-      return Status(argument_a + " " + a + " and " + argument_b + " " + b + " are the same");
-    }
-  }
-  return {};
+Status check_session(const RecordOptions& o) {
+  return check_session_options(o, kLimits, {{"--input", o.input}});
 }
 
 }  // namespace
@@ -212,16 +138,9 @@ bool wants_audio(const RecordOptions& o) {
   return !o.no_audio && o.raw.empty() && main_codecs(o.output).audio != AV_CODEC_ID_NONE;
 }
 
-std::string meta_text(const RecordOptions& o) {
-  std::string text;
-  for (const std::string& item : o.meta) text += (text.empty() ? "" : ";") + item;
-  return text;
-}
-
 Status check_record_options(const RecordOptions& options) {
-  for (auto check :
-       {check_source, check_names, check_rate_control, check_size, check_urls, check_streams,
-        check_meta, check_index, check_files_differ, check_encoders, check_further_outputs}) {
+  for (auto check : {check_source, check_names, check_rate_control, check_size, check_session,
+                     check_streams, check_one_index, check_encoders, check_further_outputs}) {
     Status status = check(options);
     if (!status.ok()) return status;
   }

@@ -14,7 +14,4 @@ Status check_record_options(const RecordOptions& options);
 bool wants_video(const RecordOptions& options);
 bool wants_audio(const RecordOptions& options);
 
-// The items of --meta in the library's one text.
-std::string meta_text(const RecordOptions& options);
-
 }  // namespace zeva_tool

@@ -1,8 +1,8 @@
 // Puts the settings record of a recording together from the arguments and from what the source is.
 #pragma once
 
+#include "frame_source.h"
 #include "record_options.h"
-#include "source.h"
 #include "zeva/movie_info.h"
 
 namespace zeva_tool {

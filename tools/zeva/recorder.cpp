@@ -2,47 +2,55 @@
 
 #include <algorithm>
 
-namespace zeva_tool {
+#include "zeva/record.h"
 
-Recorder::Recorder(const MovieInfo& the_settings, const RecordingPace& the_pace, Source& the_source,
-                   Terminal& the_terminal, StatusLine& the_status_line)
-    : settings(the_settings),
+namespace zeva_tool {
+namespace {
+
+constexpr int64_t kRoomPollUs = 1000;
+constexpr int64_t kFastPiecesAtOnce = 16;  // keys are looked at that often
+constexpr int64_t kDrainPollUs = 5000;
+// The library looks for more for some 20 ms before it goes on with what it has; a server that is
+// being connected to may take longer.
+constexpr int64_t kDrainStandstillUs = 100000;
+constexpr int64_t kOpeningStandstillUs = 1000000;
+
+}  // namespace
+
+Recorder::Recorder(Recording& the_recording, const RecordingPace& the_pace, size_t outputs,
+                   Source& the_source, Terminal& the_terminal, StatusLine& the_status_line)
+    : recording(the_recording),
       pace(the_pace),
+      output_count(outputs),
       source(the_source),
       terminal(the_terminal),
-      status_line(the_status_line) {
-  for (const char* url : settings.other_urls) output_count += url != nullptr;
-}
+      status_line(the_status_line) {}
 
-Recorder::~Recorder() { ZEVA_stop(&recording); }
+Recorder::~Recorder() { recording.stop(); }
 
 RecordingResult Recorder::run() {
-  if (open()) record();
-  result.progress.movie_us = ZEVA_movie_time(recording);
+  bool begun = open();
+  if (begun) record();
+  if (begun) drain();
+  result.progress.movie_us = recording.movie_time_us();
   result.stopped_by_user = quit || Terminal::stop_requested();
-  ZEVA_stop(&recording);
+  recording.stop();
+  result.opened = begun && recording.outputs_opened();
   status_line.clear();
   result.failures = inbox.failures();
   return result;
 }
 
-// Opens on a thread of the library's, since a network output may keep it waiting and Ctrl-C must
-// work meanwhile.
 bool Recorder::open() {
-  recording = ZEVA_start(settings, StatusInbox::receive, &inbox, nullptr, true);
+  recording.start(inbox);
   while (!inbox.opening_decided() && !must_stop()) {
     handle(terminal.wait(status_line.interval_us()));
   }
-  result.opened = inbox.opened() && ZEVA_get_mInfo(recording, &result.effective);
-  if (!result.opened) return false;
-  if (settings.hardware && !result.effective.hardware) {
-    status_line.message("no hardware encoder works here; recording with the software encoder");
-  }
-  result.progress.has_pictures = !result.effective.disable_video;
-  pictures_over = result.effective.disable_video;
-  sound_over = result.effective.disable_audio;
-  grid.set_fps(std::max(1, result.effective.fps));
-  source.begin(recording, result.effective);
+  if (!inbox.opened() || !recording.begin(streams, status_line)) return false;
+  result.progress.has_pictures = streams.pictures;
+  pictures_over = !streams.pictures;
+  sound_over = !streams.sound;
+  if (streams.fps > 0) grid.set_fps(streams.fps);
   return true;
 }
 
@@ -55,12 +63,12 @@ void Recorder::record() {
       if (pictures_over && sound_over) break;
       continue;
     }
-    if (piece.kind == Piece::Kind::kPicture && !grid.place(piece.time_us)) {
+    bool on_grid = streams.fps > 0 && piece.kind == Piece::Kind::kPicture;
+    if (on_grid && !grid.place(piece.time_us)) {
       ++result.progress.dropped;
       continue;
     }
-    if (!wait_until_due(piece.time_us)) break;
-    write(piece);
+    if (!wait_until_due(piece.time_us) || !write(piece)) break;
     show_progress();
   }
 }
@@ -74,22 +82,51 @@ bool Recorder::within_duration(const Piece& piece) {
 // False when the recording must stop before.
 bool Recorder::wait_until_due(int64_t time_us) {
   int64_t timeout_us = 0;
-  while (true) {
-    handle(terminal.wait(timeout_us));
+  bool look = !pace.fast || result.pieces % kFastPiecesAtOnce == 0;
+  for (;; look = true) {
+    if (look) handle(terminal.wait(timeout_us));
     if (must_stop()) return false;
     int64_t left_us = pace.fast ? 0 : base_us + time_us - ZEVA_current_sys_usec();
-    if (pause_from_us == 0 && left_us <= 0) return true;
-    timeout_us = status_line.interval_us();
-    if (pause_from_us == 0) timeout_us = std::min(timeout_us, left_us);
+    bool due = pause_from_us == 0 && left_us <= 0;
+    Recording::Room room = due ? recording.room() : Recording::Room::kNotYet;
+    if (room == Recording::Room::kYes) return true;
+    if (room == Recording::Room::kNever) {
+      result.refusal = "the library stands still";
+      return false;
+    }
+    timeout_us = due ? kRoomPollUs : status_line.interval_us();
+    if (!due && pause_from_us == 0) timeout_us = std::min(timeout_us, left_us);
     show_progress();
   }
 }
 
-void Recorder::write(const Piece& piece) {
-  bool taken = source.write(recording, base_us + piece.time_us);
+// False when the recording takes no more.
+bool Recorder::write(const Piece& piece) {
+  bool taken = source.write(recording.handle(), base_us + piece.time_us);
   ++result.pieces;
-  if (piece.kind != Piece::Kind::kPicture) return;
-  ++(taken ? result.progress.pictures : result.progress.dropped);
+  if (!taken && recording.one_failure_ends_all()) {
+    result.refusal = "the library takes no more packets; its messages tell why (--log)";
+  }
+  if (piece.kind == Piece::Kind::kPicture) {
+    ++(taken ? result.progress.pictures : result.progress.dropped);
+  }
+  return result.refusal.empty();
+}
+
+// Waits until every packet has reached its outputs, as long as it goes on.
+void Recorder::drain() {
+  recording.flush();
+  int64_t before = -1;
+  int64_t still_since_us = 0;
+  for (int64_t left = recording.waiting(); left > 0; left = recording.waiting()) {
+    int64_t now_us = ZEVA_current_sys_usec();
+    if (left != before) still_since_us = now_us;
+    int64_t limit_us = recording.outputs_opened() ? kDrainStandstillUs : kOpeningStandstillUs;
+    if (now_us - still_since_us > limit_us || inbox.failure_count() > 0) break;
+    before = left;
+    handle(terminal.wait(kDrainPollUs));
+    show_progress();
+  }
 }
 
 void Recorder::handle(Terminal::Event event) {
@@ -99,8 +136,8 @@ void Recorder::handle(Terminal::Event event) {
 
 void Recorder::toggle_pause() {
   if (pause_from_us == 0) {
-    if (ZEVA_pause(recording)) pause_from_us = ZEVA_current_sys_usec();
-  } else if (ZEVA_resume(recording)) {
+    if (recording.pause()) pause_from_us = ZEVA_current_sys_usec();
+  } else if (recording.resume()) {
     base_us += ZEVA_current_sys_usec() - pause_from_us;
     pause_from_us = 0;
   }
@@ -109,11 +146,12 @@ void Recorder::toggle_pause() {
 
 bool Recorder::must_stop() {
   report_new_failures();
-  return quit || Terminal::stop_requested() || inbox.failure_count() >= output_count;
+  size_t enough = recording.one_failure_ends_all() ? 1 : output_count;
+  return quit || Terminal::stop_requested() || inbox.failure_count() >= enough;
 }
 
 void Recorder::show_progress() {
-  result.progress.movie_us = ZEVA_movie_time(recording);
+  result.progress.movie_us = recording.movie_time_us();
   result.progress.failures = inbox.failure_count();
   result.progress.paused = pause_from_us != 0;
   status_line.update(result.progress);
@@ -122,6 +160,7 @@ void Recorder::show_progress() {
 // A broken output is told at once, while the others go on.
 void Recorder::report_new_failures() {
   if (inbox.failure_count() == failures_reported || output_count == 1) return;
+  if (recording.one_failure_ends_all()) return;  // the end will tell
   std::vector<Failure> failures = inbox.failures();
   for (; failures_reported < failures.size(); ++failures_reported) {
     status_line.message("an output failed: " + failures[failures_reported].text);

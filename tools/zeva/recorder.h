@@ -12,11 +12,11 @@
 #include <vector>
 
 #include "picture_grid.h"
+#include "recording.h"
 #include "source.h"
 #include "status_inbox.h"
 #include "status_line.h"
 #include "terminal.h"
-#include "zeva/record.h"
 
 namespace zeva_tool {
 
@@ -28,17 +28,17 @@ struct RecordingPace {
 struct RecordingResult {
   bool opened = false;
   bool stopped_by_user = false;
+  std::string refusal;  // why the library took no more before the source was at its end
   int64_t pieces = 0;
   Progress progress;
-  MovieInfo effective{};
   std::vector<Failure> failures;
 };
 
 class Recorder {
  public:
   // The references must outlive the recorder.
-  Recorder(const MovieInfo& settings, const RecordingPace& pace, Source& source, Terminal& terminal,
-           StatusLine& status_line);
+  Recorder(Recording& recording, const RecordingPace& pace, size_t output_count, Source& source,
+           Terminal& terminal, StatusLine& status_line);
   ~Recorder();
   Recorder(const Recorder&) = delete;
   Recorder& operator=(const Recorder&) = delete;
@@ -50,24 +50,25 @@ class Recorder {
   void record();
   bool within_duration(const Piece& piece);
   bool wait_until_due(int64_t time_us);
-  void write(const Piece& piece);
+  bool write(const Piece& piece);
+  void drain();
   void handle(Terminal::Event event);
   void toggle_pause();
   bool must_stop();
   void show_progress();
   void report_new_failures();
 
-  const MovieInfo& settings;
+  Recording& recording;
   const RecordingPace pace;
+  const size_t output_count;
   Source& source;
   Terminal& terminal;
   StatusLine& status_line;
 
   StatusInbox inbox;
-  void* recording = nullptr;
+  RecordingStreams streams;
   PictureGrid grid;
   RecordingResult result;
-  size_t output_count = 1;
   size_t failures_reported = 0;
   bool quit = false;
   int64_t base_us = 0;  // host time of movie time 0, moved on by every pause

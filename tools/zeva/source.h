@@ -10,26 +10,8 @@
 #include <vector>
 
 #include "status.h"
-#include "zeva/record.h"
 
 namespace zeva_tool {
-
-// What a source delivers, in the terms of MovieInfo.
-struct SourceFormat {
-  bool has_pictures = false;
-  int width = 0;
-  int height = 0;
-  int display_width = 0;  // width in square pixels
-  int fps = 0;
-  int pix_fmt = -1;
-  int color_primaries = 0;
-  int color_trc = 0;
-  int colorspace = 2;
-
-  bool has_sound = false;
-  int sample_rate = 0;
-  int channels = 0;
-};
 
 struct Piece {
   enum class Kind { kPicture, kSound, kEnd };
@@ -43,18 +25,16 @@ class Source {
   virtual ~Source() = default;
 
   virtual Status open() = 0;
-  virtual const SourceFormat& format() const = 0;
-
-  // The recording is open, with these settings in effect. Called once, before next().
-  virtual void begin(void* /*recording*/, const MovieInfo& /*effective*/) {}
 
   // Moves on to the next piece. May block while a live source has none yet.
   virtual Piece next() = 0;
 
-  // Writes the piece that next() told about; false when the library refused a picture.
+  // Writes the piece that next() told about; false when the library refused it.
   virtual bool write(void* recording, int64_t stamp_us) = 0;
 
-  // What went wrong on the way without ending the recording, a sentence each.
+  // What ended the recording before its time, and what went wrong on the way without ending it; a
+  // sentence each.
+  virtual std::vector<std::string> faults() const { return {}; }
   virtual std::vector<std::string> warnings() const { return {}; }
 };
 

@@ -1,0 +1,34 @@
+// A recording of raw pictures and sound that the library encodes.
+#pragma once
+
+#include "frame_source.h"
+#include "record_options.h"
+#include "recording.h"
+
+namespace zeva_tool {
+
+class FrameRecording : public Recording {
+ public:
+  // The references must outlive the recording.
+  FrameRecording(const RecordOptions& options, FrameSource& source);
+  ~FrameRecording() override { FrameRecording::stop(); }
+  FrameRecording(const FrameRecording&) = delete;
+  FrameRecording& operator=(const FrameRecording&) = delete;
+
+  Status prepare() override;
+  void start(StatusInbox& inbox) override;
+  bool begin(RecordingStreams& streams, StatusLine& line) override;
+  void* handle() override { return recording; }
+  bool pause() override { return ZEVA_pause(recording); }
+  bool resume() override { return ZEVA_resume(recording); }
+  int64_t movie_time_us() const override { return ZEVA_movie_time(recording); }
+  void stop() override { ZEVA_stop(&recording); }
+
+ private:
+  const RecordOptions& options;
+  FrameSource& source;
+  MovieInfo settings{};
+  void* recording = nullptr;
+};
+
+}  // namespace zeva_tool

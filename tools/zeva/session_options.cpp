@@ -1,0 +1,92 @@
+#include "session_options.h"
+
+#include <CLI/CLI.hpp>
+
+#include "output_url.h"
+
+namespace zeva_tool {
+namespace {
+
+constexpr const char* kOutputs = "Outputs";
+constexpr const char* kMessages = "Messages";
+
+}  // namespace
+
+const char* const kKeysAndExitHelp =
+    "Keys while recording from a terminal: p pauses and resumes, q stops. Ctrl-C stops too; the\n"
+    "movie is finished in every case. A second Ctrl-C ends the program at once.\n"
+    "\n"
+    "Exit status: 0 when every output was finished, 1 when something failed, 2 for wrong usage.\n";
+
+CLI::Validator int_in_range(int min, int max) { return CLI::Range(min, max).description(""); }
+
+CLI::Validator number_in_range(double min, double max) {
+  return CLI::Range(min, max).description("");
+}
+
+void add_pace_options(CLI::App& command, SessionOptions& o, const char* group) {
+  command.add_flag("--fast", o.fast, "As fast as the machine can, not at real speed")->group(group);
+  command.add_option("--duration", o.duration_s, "Stop after this much movie time")
+      ->type_name("SEC")
+      ->check(number_in_range(0.001, 1e9))
+      ->group(group);
+}
+
+void add_output_options(CLI::App& command, SessionOptions& o, const char* main_help,
+                        const char* also_help) {
+  command.add_option("-o,--output", o.output, main_help)
+      ->type_name("URL")
+      ->required()
+      ->group(kOutputs);
+  command.add_option("--also", o.also, also_help)
+      ->type_name("URL")
+      ->allow_extra_args(false)
+      ->group(kOutputs);
+  command
+      .add_option("--index", o.index,
+                  "Crash-safe index of the .mp4 output (default: its name and .index)")
+      ->type_name("PATH")
+      ->group(kOutputs);
+  command.add_flag("--no-index", o.no_index, "Write no index")->group(kOutputs);
+  command.add_flag("--keep-index", o.keep_index, "Keep the index of a finished movie")
+      ->group(kOutputs);
+  command.add_option("--meta", o.meta, "Metadata item key:value, repeatable")
+      ->type_name("K:V")
+      ->allow_extra_args(false)
+      ->group(kOutputs);
+}
+
+void add_message_options(CLI::App& command, SessionOptions& o) {
+  command.add_option("--log", o.log, "Append the library's messages to this file")
+      ->type_name("FILE")
+      ->group(kMessages);
+  command.add_option("--log-level", o.log_level, "0 least to 6 everything (default: 4 with --log)")
+      ->type_name("N")
+      ->check(int_in_range(0, 6))
+      ->group(kMessages);
+  command.add_flag("--verbose", o.verbose, "Let the libraries' messages through to the console")
+      ->group(kMessages);
+}
+
+std::vector<std::string> output_urls(const SessionOptions& options) {
+  std::vector<std::string> urls{options.output};
+  urls.insert(urls.end(), options.also.begin(), options.also.end());
+  return urls;
+}
+
+std::string index_path(const SessionOptions& options) {
+  if (options.no_index) return {};
+  if (!options.index.empty()) return options.index;
+  for (const std::string& url : output_urls(options)) {
+    if (is_local_file(url) && has_ending(url, ".mp4")) return local_path(url) + ".index";
+  }
+  return {};
+}
+
+std::string meta_text(const SessionOptions& options) {
+  std::string text;
+  for (const std::string& item : options.meta) text += (text.empty() ? "" : ";") + item;
+  return text;
+}
+
+}  // namespace zeva_tool

@@ -1,0 +1,111 @@
+#include "session_rules.h"
+
+#include <algorithm>
+#include <array>
+
+#include "output_url.h"
+#include "terminal.h"
+
+namespace zeva_tool {
+namespace {
+
+using NamedFiles = std::vector<std::pair<std::string, std::string>>;
+
+Status check_urls(const SessionOptions& o, const SessionLimits& limits) {
+  static const std::array<const char*, 5> words{"no", "one", "two", "three", "four"};
+  if (o.also.size() > limits.further_outputs) {
+    return Status(std::string("--also: at most ") + words.at(limits.further_outputs) +
+                  " further outputs are possible");
+  }
+  if (o.output.empty()) return Status("-o: the URL is empty");
+  for (const std::string& url : output_urls(o)) {
+    if (url.empty()) return Status("--also: the URL is empty");
+    if (url.size() > limits.url_bytes) {
+      return Status("output " + url.substr(0, 40) + "...: the URL is longer than " +
+                    std::to_string(limits.url_bytes) + " bytes");
+    }
+  }
+  return {};
+}
+
+Status check_meta(const SessionOptions& o, const SessionLimits& limits) {
+  for (const std::string& item : o.meta) {
+    size_t colon = item.find(':');
+    if (colon == std::string::npos || colon == 0) {
+      return Status("--meta " + item + ": not of the form key:value");
+    }
+    if (item.find(';') != std::string::npos) {
+      return Status("--meta " + item + ": must not contain ';', which separates the items");
+    }
+  }
+  if (meta_text(o).size() > limits.meta_bytes) {
+    return Status("--meta: all items together must not be longer than " +
+                  std::to_string(limits.meta_bytes) + " bytes");
+  }
+  return {};
+}
+
+Status check_index(const SessionOptions& o, const SessionLimits& limits) {
+  if (o.no_index && !o.index.empty()) return Status("--index and --no-index contradict each other");
+  if (o.no_index && o.keep_index)
+    return Status("--keep-index and --no-index contradict each other");
+  auto urls = output_urls(o);
+  bool has_mp4 = std::any_of(urls.begin(), urls.end(),
+                             [](const std::string& url) { return has_ending(url, ".mp4"); });
+  if (!has_mp4 && !o.index.empty()) {
+    return Status("--index: only an .mp4 output has an index, and there is none");
+  }
+  if (index_path(o).size() > limits.index_bytes) {
+    return Status("--index: the path is longer than " + std::to_string(limits.index_bytes) +
+                  " bytes");
+  }
+  return {};
+}
+
+// Everything the recording reads or writes, with the argument that names it.
+NamedFiles named_files(const SessionOptions& o, const NamedFiles& inputs) {
+  NamedFiles files{{"-o", o.output}};
+  for (const std::string& url : o.also) files.emplace_back("--also", url);
+  files.emplace_back(o.index.empty() ? "the index" : "--index", index_path(o));
+  files.emplace_back("--log", o.log);
+  files.insert(files.end(), inputs.begin(), inputs.end());
+  files.erase(std::remove_if(files.begin(), files.end(),
+                             [](const auto& file) { return file.second.empty(); }),
+              files.end());
+  return files;
+}
+
+Status check_files_differ(const SessionOptions& o, const NamedFiles& inputs) {
+  auto files = named_files(o, inputs);
+  for (size_t i = 0; i < files.size(); ++i) {
+    for (size_t k = i + 1; k < files.size(); ++k) {
+      const auto& [argument_a, a] = files[i];
+      const auto& [argument_b, b] = files[k];
+      bool local = is_local_file(a) && is_local_file(b);
+      if (local ? !same_file(local_path(a), local_path(b)) : a != b) continue;
+      return Status(argument_a + " " + a + " and " + argument_b + " " + b + " are the same");
+    }
+  }
+  return {};
+}
+
+}  // namespace
+
+Status check_session_options(const SessionOptions& options, const SessionLimits& limits,
+                             const NamedFiles& inputs) {
+  Status status = check_urls(options, limits);
+  if (status.ok()) status = check_meta(options, limits);
+  if (status.ok()) status = check_index(options, limits);
+  if (status.ok()) status = check_files_differ(options, inputs);
+  return status;
+}
+
+bool can_hold(AVOutputFormat* container, AVCodecID codec) {
+  int answer = avformat_query_codec(container, codec, FF_COMPLIANCE_NORMAL);
+  if (answer != AVERROR_PATCHWELCOME) return answer > 0;
+  // The container does not know; what matters then is whether it takes this kind of stream at all.
+  bool video = avcodec_get_type(codec) == AVMEDIA_TYPE_VIDEO;
+  return (video ? container->video_codec : container->audio_codec) != AV_CODEC_ID_NONE;
+}
+
+}  // namespace zeva_tool
