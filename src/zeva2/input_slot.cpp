@@ -16,12 +16,13 @@ void InputSlot::stamp(AVPacket* packet) {
 
 int64_t InputSlot::host_pts() {
   int64_t pts = 0;
-  if (!queue->is_aborted() && queue->pts_queue.pop(pts, false, 0, true) == qel::QueueResult::Ok) {
+  // Also when the end was read ahead already: the host's stamps are the truth.
+  if (queue->pts_queue.pop(pts, false, 0, true) == qel::QueueResult::Ok) {
     ZEVA_LOG(kLogDebug, "[%s] --- get pts from que: pkt_pts=%lld,  (pts_q.size=%d)", name,
              static_cast<long long>(pts), queue->pts_queue.size());
     return pts;
   }
-  // The demuxer made several packets of one, or the stream has ended.
+  // The demuxer made several packets of one.
   ZEVA_LOG(kLogError, "[%s] --- get pts from queue failed. (last_pts=%lld) +1", name,
            static_cast<long long>(last_pts));
   return saturating_add(last_pts, 1);

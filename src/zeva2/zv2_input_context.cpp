@@ -71,6 +71,8 @@ Status InputContext::open_input(InputQueue* queue, const char* format, CustomInp
   if (ic == nullptr) return Status::failure(kNoMemory, "failed to allocate io for " + quoted);
   ic->pb = io.get();
   ic->flags = AVFMT_FLAG_CUSTOM_IO;
+  // The host stamps the pictures. Looking for the frame rate would hold a live stream back for 5 s.
+  ic->fps_probe_size = 0;
   int result = avformat_open_input(&ic, nullptr, input_format, nullptr);
   if (result < 0) {
     return Status::failure(result, "Could not open input " + quoted + ": " + av_error_text(result));
