@@ -1,7 +1,7 @@
 #!/bin/bash
 # Installs the Debian packages that a kind of work needs, if they are missing:
 #
-#   scripts/packages.sh SET...     SET: build-linux, windows, demo, test, fuzz
+#   scripts/packages.sh SET...     SET: build-linux, windows, demo, servers, test, fuzz
 #
 # With all of them there it only asks dpkg, and needs neither network nor rights.
 set -euo pipefail
@@ -22,11 +22,14 @@ packages_of() {
         gcc libc6-dev wine wine64
       ;;
     demo) echo ffmpeg forensics-samples-files ;;
+    servers) echo nginx libnginx-mod-rtmp ;;
     test)
-      echo libgtest-dev libgmock-dev googletest libbenchmark-dev clang-format clang-tidy ffmpeg python3 forensics-samples-files
+      packages_of servers
+      echo libgtest-dev libgmock-dev googletest libbenchmark-dev clang-format clang-tidy ffmpeg python3 \
+        forensics-samples-files python3-gi gir1.2-gst-rtsp-server-1.0 gstreamer1.0-plugins-{base,good,bad}
       ;;
     fuzz) echo clang libclang-rt-14-dev ;;
-    *) fail "unknown package set '$1'; there are build-linux, windows, demo, test and fuzz." ;;
+    *) fail "unknown package set '$1'; there are build-linux, windows, demo, servers, test and fuzz." ;;
   esac
 }
 
@@ -63,14 +66,33 @@ apt() {
 }
 
 # A failed update need not matter (one of several sources may be down); whether the packages come is what counts.
-install() {
+install_packages() {
   apt update || true
+  if [[ " $* " != *" nginx "* ]]; then
+    apt install --no-install-recommends "$@"
+    return
+  fi
+  keep_nginx_off
   apt install --no-install-recommends "$@"
+  if command -v systemctl > /dev/null; then as_root systemctl disable nginx; fi
+}
+
+# Debian starts nginx on port 80 as soon as it is installed, and at each boot. The tests start their own, by hand: a
+# machine that had no web server must not have one afterwards. Debian asks a policy before it starts a service; where
+# the machine has one already, that decides.
+keep_nginx_off() {
+  local policy=/usr/sbin/policy-rc.d
+  [[ ! -e $policy ]] || return 0
+  # shellcheck disable=SC2064  # the name is known now
+  trap "as_root rm -f $policy" EXIT
+  # shellcheck disable=SC2016  # $1 is the policy's own
+  printf '#!/bin/sh\n# Only while nginx is being installed: do not start it.\n[ "$1" != nginx ] || exit 101\n' |
+    as_root install -m 755 /dev/stdin "$policy"
 }
 
 main() {
   local set wanted=() missing
-  (($# > 0)) || fail "usage: packages.sh SET..., of build-linux, windows, demo, test and fuzz."
+  (($# > 0)) || fail "usage: packages.sh SET..., of build-linux, windows, demo, servers, test and fuzz."
   command -v apt-get > /dev/null ||
     fail "this machine has no apt; install by your own means what 'packages_of' in scripts/packages.sh lists."
   for set; do
@@ -84,7 +106,7 @@ main() {
   get_rights "${missing[@]}"
   open_log "$cache/log" packages
   step_total=1
-  try_step "install ${#missing[@]} packages" install "${missing[@]}"
+  try_step "install ${#missing[@]} packages" install_packages "${missing[@]}"
   ((step_status == 0)) ||
     fail "apt could not install ${missing[*]} ($(grep '^E:' "$log" | head -n 1)); is there a network? The log is $log."
 }

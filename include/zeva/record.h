@@ -56,9 +56,10 @@ extern "C" {
 
 // Reports of a recording. Code 0, "start OK": the output is open, frames are accepted from now on.
 // Any other code is a failure with its text: 10, 11, 12, 21 and negative codes while opening; a
-// negative FFmpeg code when an output broke while recording (the other outputs go on). `message`
-// lives only during the call. Called on the host's thread inside ZEVA_start, on the start thread,
-// or on a writer thread; never after ZEVA_stop has returned. It must not call ZEVA_stop.
+// negative FFmpeg code when an output broke while recording (the other outputs go on), AVERROR_EXIT
+// when a server took longer than `timeout_sec` over one packet. `message` lives only during the
+// call. Called on the host's thread inside ZEVA_start, on the start thread, or on a writer thread;
+// never after ZEVA_stop has returned. It must not call ZEVA_stop.
 typedef void (*ZEVA_status_callback)(int code, const char* message, void* user);
 
 // Starts a recording and returns its handle, which ZEVA_stop frees. Never null for a failed

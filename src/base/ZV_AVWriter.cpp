@@ -159,7 +159,7 @@ void ZV_AVWriter::write_loop() {
     ZEVA_LOG(kLogError, "[writer](%s): n=%d (---write-tailer---)", is_main() ? "main" : "-",
              static_cast<int>(written));
     io.begin_operation();
-    result = av_write_trailer(context);
+    result = io.result_of_operation(av_write_trailer(context));
     if (result >= 0) {
       trailer_written = true;
       return;
@@ -179,9 +179,9 @@ int ZV_AVWriter::write_queued(int64_t* written) {
       ZEVA_LOG(kLogError, "[writer](%s): n=%d (---tailer-pkt---)", is_main() ? "main" : "-",
                static_cast<int>(*written));
       ++*written;
-      return av_interleaved_write_frame(context, nullptr);
+      return io.result_of_operation(av_interleaved_write_frame(context, nullptr));
     }
-    const int result = av_interleaved_write_frame(context, &packet);
+    const int result = io.result_of_operation(av_interleaved_write_frame(context, &packet));
     if (result < 0) {
       av_packet_unref(&packet);
       return result;

@@ -1,5 +1,7 @@
 #include "io_interrupt.h"
 
+#include <algorithm>
+
 #include "clock.h"
 
 namespace zeva {
@@ -26,12 +28,24 @@ void IoInterrupt::begin_operation() { operation_start = performance_counter(); }
 
 AVIOInterruptCB IoInterrupt::callback() { return {should_give_up, this}; }
 
+int IoInterrupt::result_of_operation(int ffmpeg_result) const {
+  return ffmpeg_result >= 0 && gave_up ? AVERROR_EXIT : ffmpeg_result;
+}
+
 int IoInterrupt::should_give_up(void* self) {
-  const auto& io = *static_cast<IoInterrupt*>(self);
-  const int64_t exit = io.exit_time;
-  if (exit != kNever && (!io.is_open || elapsed_us(exit) > kGraceUs)) return 1;
-  const int64_t start = io.operation_start;
-  return start != kNever && elapsed_us(start) > io.timeout_us ? 1 : 0;
+  auto& io = *static_cast<IoInterrupt*>(self);
+  if (!io.must_give_up()) return 0;
+  io.gave_up = true;
+  return 1;
+}
+
+bool IoInterrupt::must_give_up() const {
+  if (gave_up) return true;  // also what closes the output afterwards
+  const int64_t exit = exit_time;
+  const int64_t start = operation_start;
+  // A server that goes on reading gets the rest: the grace begins anew with each operation.
+  if (exit != kNever && (!is_open || elapsed_us(std::max(exit, start)) > kGraceUs)) return true;
+  return start != kNever && elapsed_us(start) > timeout_us;
 }
 
 }  // namespace zeva

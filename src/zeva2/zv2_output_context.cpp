@@ -205,7 +205,7 @@ void OutputContext::write_loop() {
   }
   // After an error too: what was written before is to be a movie.
   io.begin_operation();
-  const int result = av_write_trailer(oc.get());
+  const int result = io.result_of_operation(av_write_trailer(oc.get()));
   if (result < 0) {
     ZEVA_LOG(kLogError, "trailer of '%s': (%d) %s", url.c_str(), result, av_error_text(result));
   }
@@ -214,7 +214,7 @@ void OutputContext::write_loop() {
 
 bool OutputContext::write(PacketPtr packet) {
   io.begin_operation();
-  const int result = av_interleaved_write_frame(oc.get(), packet.get());
+  const int result = io.result_of_operation(av_interleaved_write_frame(oc.get(), packet.get()));
   if (result >= 0) return true;
   ZEVA_LOG(kLogError, "Output thread Error(%d, %s): abort! %s", result, av_error_text(result),
            url.c_str());

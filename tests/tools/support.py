@@ -69,7 +69,8 @@ class Movie:
 
     def __init__(self, path):
         self.path = path
-        complaints = ffmpeg("-v", "error", "-i", path, "-f", "null", "-")
+        # In the file's own time base: rounded to whole pictures, two of a live stream may meet.
+        complaints = ffmpeg("-v", "error", "-i", path, "-enc_time_base", "-1", "-f", "null", "-")
         if complaints.strip():
             raise AssertionError(f"{path} does not decode cleanly: {complaints}")
         facts = json.loads(judge("ffprobe", "-v", "error", "-count_packets", "-show_streams",
@@ -79,6 +80,7 @@ class Movie:
         streams = {stream["codec_type"]: stream for stream in facts["streams"]}
         self.video, self.audio = streams["video"], streams.get("audio")
         self.frames = int(self.video["nb_read_packets"])
+        self.sounds = int(self.audio["nb_read_packets"]) if self.audio else 0
 
     def packets(self, kind="v"):
         lines = judge("ffprobe", "-v", "error", "-select_streams", kind, "-show_entries",

@@ -1,0 +1,162 @@
+"""Streams arrive whole at servers that are not ours, and a bad server costs its own output only."""
+import os
+import time
+from types import SimpleNamespace
+
+from servers import Recording, RtmpServer, RtspServer, wait_until
+from support import EMULATOR, Movie, ToolTest, ffmpeg, make_camera_movie, native_only, run
+
+COMMANDS = ["record", "mux"]
+KINDS = [RtmpServer, RtspServer]
+FPS = 25
+# Pictures that no encoder makes small: they fill what lies between us and a server.
+NOISE = ["-vf", "scale=320:180,noise=alls=100:allf=t", "-bf", "0"]
+NEARLY_LOSSLESS = ["--preset", "ultrafast", "--rc", "cqp", "--qp", "10"]
+
+
+class StreamingTest(ToolTest):
+    """Recordings run side by side where they can, as real speed takes its time."""
+
+    def server(self, kind, name=None):
+        server = kind(name or kind.scheme)
+        self.addCleanup(server.kill)
+        return server.start()
+
+    def run_zeva(self, *arguments):
+        recording = Recording(*arguments)
+        self.addCleanup(recording.kill)
+        return recording
+
+    def stream(self, command, kind, seconds, *options):
+        """A recording to a file and a server of its own."""
+        server = self.server(kind, f"{command}{seconds}{kind.scheme}")
+        # `record` has one codec for all outputs, and takes RTSP, which has another, only first.
+        first = command == "record" and kind is RtspServer
+        file = server.folder.name + (".mkv" if first else ".mp4")
+        outputs = [server.url, file] if first else [file, server.url]
+        if command == "record":
+            options = [*options, *NEARLY_LOSSLESS]
+        recording = self.run_zeva(command, "--input", "in.mp4", "--duration", str(seconds), *options,
+                                  "-o", outputs[0], "--also", outputs[1])
+        return SimpleNamespace(server=server, command=command, frames=seconds * FPS, file=file,
+                               sound="opus" if first else "aac", recording=recording)
+
+    def assert_failed(self, stream, reason="."):
+        status, text = stream.recording.end()
+        movie = Movie(stream.file)
+        frames = stream.frames
+        if stream.command == "record":
+            self.assertRegex(text, f"{stream.server.url} failed: {reason}.* \\(code -")
+        elif movie.frames < frames:
+            # Of packets all outputs end when one breaks; then the file is whole up to there.
+            self.assertGreater(movie.frames, FPS)
+            frames = movie.frames
+        self.assert_whole(movie, frames, stream.sound)
+        # What was given up by the stop, or just before it, the packet interface has no way to tell.
+        if stream.command == "record" or frames < stream.frames - FPS:
+            self.assertEqual(status, 1, text)
+
+    def assert_whole(self, movie, frames, sound):
+        self.assertEqual((movie.video["codec_name"], movie.frames), ("h264", frames))
+        self.assertEqual(movie.audio["codec_name"], sound)
+        for kind in "va":
+            self.assertAlmostEqual(movie.packets(kind)[-1][0], frames / FPS, delta=0.3)
+
+
+class ServersTest(StreamingTest):
+    def test_file_and_stream_are_whole_and_alike(self):
+        make_camera_movie("in.mp4")
+        for stream in [self.stream("record", kind, 3) for kind in KINDS]:
+            status, text = stream.recording.end()
+            self.assertEqual(status, 0, text)
+            self.assertIn("75 frames, 0 dropped, 2 outputs finished", text)
+            ours, theirs = Movie(stream.file), stream.server.finished()
+            for movie in [ours, theirs]:
+                self.assert_whole(movie, 75, stream.sound)
+                self.assertGreater(movie.ssim("in.mp4"), 0.95)
+            self.assertEqual(ours.sounds, theirs.sounds)
+
+    def test_packets_go_to_a_file_and_both_kinds_of_server(self):
+        make_camera_movie("in.mp4", *NOISE, "-t", "5")
+        rtmp, rtsp = [self.server(kind) for kind in KINDS]
+        status, text = self.run_zeva("mux", "--input", "in.mp4", "-o", "out.mp4", "--also",
+                                     rtmp.url, "--also", rtsp.url).end()
+        self.assertEqual(status, 0, text)
+        movies = [Movie("out.mp4"), rtmp.finished(), rtsp.finished()]
+        for movie, sound in zip(movies, ["aac", "aac", "opus"]):
+            self.assert_whole(movie, 125, sound)
+        self.assertEqual(movies[0].sounds, movies[1].sounds)
+
+    def test_server_dies_in_mid_stream(self):
+        make_camera_movie("in.mp4", *NOISE, "-t", "5")
+        streams = [self.stream(command, kind, 5) for command in COMMANDS for kind in KINDS]
+        for stream in streams:
+            stream.server.wait_for_data()
+            stream.server.kill()
+        for stream in streams:
+            self.assert_failed(stream)
+
+    def test_server_that_stops_reading(self):
+        make_camera_movie("in.mp4", *NOISE, "-t", "12")
+        # Given up when a time-out is over, or else by the stop.
+        streams = [self.stream("record", kind, seconds, "--timeout", timeout)
+                   for kind in KINDS for timeout, seconds in (("1", 8), ("60", 6))]
+        streams += [self.stream("mux", kind, seconds) for kind in KINDS for seconds in (12, 4)]
+        start = time.monotonic()
+        for stream in streams:
+            stream.server.wait_for_data()
+            stream.server.freeze()
+        for stream in streams:
+            self.assert_failed(stream, "Immediate exit")
+        self.assertLess(time.monotonic() - start, 45)
+
+    def test_what_cannot_be_opened(self):
+        make_camera_movie("in.mp4", *NOISE)
+        rtmp, rtsp = self.server(RtmpServer), self.server(RtspServer)
+        gone = self.server(RtmpServer, "gone")
+        gone.kill()
+        gone_rtsp = gone.url.replace("rtmp:", "rtsp:")
+        wrong, wrong_rtsp = [server.url.replace("live", "dead") for server in (rtmp, rtsp)]
+        # Windows tries a few times more, and FFmpeg there has no words for what comes of it.
+        refused = "" if EMULATOR else "Connection refused"
+        for command, outputs, text in [
+                ("record", [gone.url], "Could not open url (code 11)"),
+                ("record", ["a.mp4", gone.url], "io open failed: " + refused),
+                ("record", [gone_rtsp], refused or "(code 21)"),
+                ("record", [wrong], "Could not open url (code 11)"),
+                ("record", ["a.mp4", wrong], "io open failed: "),
+                ("record", [wrong_rtsp], "404 Not Found (code 21)"),
+                ("record", ["a.mp4", rtsp.url], "an rtsp:// URL must be the main output (-o)"),
+                ("mux", ["a.mp4", gone.url], "(code -32)"),
+                ("mux", ["a.mp4", wrong], "(code -32)"),
+                ("mux", ["a.mp4", gone_rtsp], f"{refused} (code -33)"),
+                ("mux", ["a.mp4", wrong_rtsp], "404 Not Found (code -33)")]:
+            with self.subTest(command=command, outputs=outputs):
+                options = ["-o", outputs[0], *(f"--also={url}" for url in outputs[1:])]
+                status, said = self.run_zeva(command, "--input", "in.mp4", *options).end()
+                self.assertIn(text, said)
+                self.assertEqual(status, 2 if "must be" in text else 1)
+
+    @native_only
+    def test_stop_while_a_server_does_not_answer(self):
+        make_camera_movie("in.mp4", *NOISE, "-t", "60")
+        for command in COMMANDS:
+            for kind in KINDS:
+                server = self.server(kind, command + kind.scheme)
+                server.freeze()
+                recording = self.run_zeva(command, "--input", "in.mp4", "-o", server.url)
+                wait_until(server.has_connection, "a connection")
+                recording.interrupt()
+                status, text = recording.end()
+                self.assertEqual(status, 1, text)
+
+    def test_ten_streams_in_one_process(self):
+        make_camera_movie("in.mp4", *NOISE, "-ar", "48000")
+        ffmpeg("-i", "in.mp4", "-c", "copy", "in.ts")
+        server = self.server(RtmpServer)
+        for name, source in [("frames", "3"), ("packets", "in.ts")]:
+            done = run([*EMULATOR, os.environ["ZEVA_STREAM_HOST"], "10", source,
+                        server.url + name + "{}"])
+            self.assertEqual(done.returncode, 0, done.stdout)
+            for number in range(10):
+                self.assert_whole(server.finished(f"movie{name}{number}.flv"), 75, "aac")
