@@ -19,10 +19,10 @@
 // microsecond apart); jitter is smoothed to a tenth. Decoding times equal presentation times:
 // pictures must come without reordering (no B-frames). One H.264 packet is one access unit.
 //
-// Nothing is opened before enough packets came to know the streams: for H.264 these are some 125
-// pictures, which are kept and recorded. An input that gets nothing for 3 s while it is being
-// opened is left out, and the recording goes on with the other one. At most 2000 packets a stream
-// are kept, then the oldest are dropped.
+// Nothing is opened before enough packets came to know the streams: a key picture and the packets
+// that are being sorted, some ten in all, which are recorded too. An input that gets nothing for 3 s
+// while it is being opened is left out, and the recording goes on with the other one. At most 2000
+// packets a stream are kept, then the oldest are dropped.
 //
 // Threads: of one handle, each write function is called by one thread at a time; different ones
 // (video here, sound there), pause, resume and the questions may overlap. Nothing may run during

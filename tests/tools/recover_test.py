@@ -4,7 +4,7 @@ import pathlib
 import re
 import signal
 
-from record_control_test import Session
+from support import Session
 from support import TOOL, Movie, ToolTest, judge, native_only
 
 PATTERN = ["--pattern", "--size", "160x96", "--fast"]
