@@ -20,9 +20,9 @@
 // pictures must come without reordering (no B-frames). One H.264 packet is one access unit.
 //
 // Nothing is opened before enough packets came to know the streams: a key picture and the packets
-// that are being sorted, some ten in all, which are recorded too. An input that gets nothing for 3 s
-// while it is being opened is left out, and the recording goes on with the other one. At most 2000
-// packets a stream are kept, then the oldest are dropped.
+// that are being sorted, some ten in all, which are recorded too. An input that gets nothing for 3
+// s while it is being opened is left out, and the recording goes on with the other one. At most
+// 2000 packets a stream are kept, then the oldest are dropped.
 //
 // Threads: of one handle, each write function is called by one thread at a time; different ones
 // (video here, sound there), pause, resume and the questions may overlap. Nothing may run during
