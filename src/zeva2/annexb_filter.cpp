@@ -91,6 +91,7 @@ bool AnnexBFilter::filter(const void* data, int nbytes, int64_t usec, const Sink
     av_packet_unref(packet.get());
     result = av_bsf_receive_packet(bsf.get(), packet.get());
     if (result < 0) break;
+    if (packet->size == 0) continue;  // of empty NAL units; to the input it would mean the end
     sink(packet->data, packet->size, usec);
     usec = zeva::saturating_add(usec, 1);
   }
