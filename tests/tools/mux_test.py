@@ -114,7 +114,7 @@ class MuxTest(ToolTest):
         ffmpeg("-i", "in.mp4", "-c", "copy", "in.h264")
         for last in [b"q", b"\x03", signal.SIGTERM]:
             with self.subTest(last):
-                session = self.start("--video", "in.h264", "--fps", "100", "-o", "a.mp4")
+                session = self.start("--video", "in.h264", "--fps", "200", "-o", "a.mp4")
                 session.wait_for(r" [1-9]\d\d frames")
                 session.press(b"p")
                 before = session.wait_for(r"paused  (\d+) frames").group(1)

@@ -58,7 +58,7 @@ std::vector<std::string> opening_faults(const std::vector<std::string>& urls,
   std::vector<std::string> faults;
   std::string hint = every_failure_reported
                          ? ""
-                         : "; encoded pictures must come for about 5 s before they are known";
+                         : "; some encoded pictures must come before they are known";
   for (const Failure& failure : result.failures) {
     faults.push_back(failed_name(urls, failure) + " could not be opened: " + failure.text);
   }
