@@ -110,6 +110,7 @@ std::vector<double> latencies(const std::vector<Packet>& packets, const std::vec
   std::vector<double> result;
   size_t growth = 0;
   for (size_t i = 0; i < std::min(packets.size(), ends.size()); ++i) {
+    if (growths.empty() || packets[i].written < growths.front().when) continue;  // still opening
     while (growth < growths.size() && growths[growth].size < ends[i]) ++growth;
     if (growth == growths.size()) break;  // written when the recording was stopped
     result.push_back(milliseconds(growths[growth].when - packets[i].written));

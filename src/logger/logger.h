@@ -41,6 +41,12 @@ class Logger {
   static int log(Logger* lg, const char* tag, int level, const char* file, int line,
                  const char* fmt, ...) ZEVA_PRINTF_LIKE(6, 7);
 
+  // Whether a message of this level goes anywhere.
+  bool wants(int message_level) const {
+    return has_callback.load(std::memory_order_acquire) ||
+           message_level <= level.load(std::memory_order_relaxed);
+  }
+
   // An empty `cb` returns to the sink. The previous callback is destroyed, once no thread uses it.
   void set_callback(Callback cb);
 
@@ -63,5 +69,11 @@ enum LogLevel { kLogFatal = 1, kLogError = 2, kLogWarning = 3, kLogInfo = 4, kLo
 
 }  // namespace zeva
 
-#define ZEVA_LOG(log_level, ...) \
-  qel::Logger::log(qel::Logger::instance(nullptr), "bg", log_level, __FILE__, __LINE__, __VA_ARGS__)
+// The arguments are evaluated only for a message that is wanted: they may take locks.
+#define ZEVA_LOG(log_level, ...)                                                       \
+  do {                                                                                 \
+    qel::Logger* const zeva_logger = qel::Logger::instance(nullptr);                   \
+    if (zeva_logger->wants(log_level)) {                                               \
+      qel::Logger::log(zeva_logger, "bg", log_level, __FILE__, __LINE__, __VA_ARGS__); \
+    }                                                                                  \
+  } while (false)

@@ -80,7 +80,7 @@ class BlockingQueue : public iWaitable {
     if (room != QueueResult::Ok) return room;
     items.push_back(item);
     on_pushed(items.back());
-    not_empty.notify_one();
+    not_empty.tell_one_locked();
     after_push(items.back());
     tell_waiter_locked();
     return QueueResult::Ok;
@@ -99,7 +99,7 @@ class BlockingQueue : public iWaitable {
     if (!remove) return QueueResult::Ok;
     items.pop_front();
     on_popped(out);
-    not_full.notify_one();
+    not_full.tell_one_locked();
     after_pop(out);
     tell_waiter_locked();
     return QueueResult::Ok;
@@ -111,8 +111,8 @@ class BlockingQueue : public iWaitable {
       const std::lock_guard<std::mutex> lock(mutex);
       aborted = true;
     }
-    not_empty.notify_all();
-    not_full.notify_all();
+    not_empty.changed.notify_all();
+    not_full.changed.notify_all();
     on_abort();
     const std::lock_guard<std::mutex> lock(mutex);
     tell_waiter_locked();
@@ -147,26 +147,46 @@ class BlockingQueue : public iWaitable {
     items.clear();
     on_clear();
     tell_waiter_locked();
-    not_full.notify_all();
+    not_full.changed.notify_all();
   }
 
   std::mutex mutex;
 
  private:
+  // A condition that costs nothing to tell while nobody waits for it, as in a stream that flows.
+  struct Condition {
+    std::condition_variable_any changed;
+    int waiting = 0;  // guarded by mutex
+    void tell_one_locked() {
+      if (waiting > 0) changed.notify_one();
+    }
+  };
+  // While a thread waits for a condition.
+  class Waiting {
+   public:
+    explicit Waiting(Condition& waited_for) : condition(waited_for) { ++condition.waiting; }
+    ~Waiting() { --condition.waiting; }
+    Waiting(const Waiting&) = delete;
+    Waiting& operator=(const Waiting&) = delete;
+
+   private:
+    Condition& condition;
+  };
+
   template <typename Blocked>
   QueueResult wait_while_locked(Blocked blocked, std::unique_lock<std::mutex>& lock,
-                                std::condition_variable_any& changed, bool wait_forever,
-                                uint32_t timeout_ms, const std::atomic<bool>& interrupt,
-                                QueueResult timed_out) {
+                                Condition& condition, bool wait_forever, uint32_t timeout_ms,
+                                const std::atomic<bool>& interrupt, QueueResult timed_out) {
     if (aborted) return QueueResult::Aborted;
     while (blocked()) {
+      const Waiting waiting(condition);
       if (wait_forever) {
-        changed.wait(lock);
+        condition.changed.wait(lock);
         if (interrupt) return QueueResult::Interrupted;
       } else {
         if (timeout_ms == 0) return timed_out;
         const auto limit = std::chrono::milliseconds(timeout_ms);
-        if (changed.wait_for(lock, limit) == std::cv_status::timeout) return timed_out;
+        if (condition.changed.wait_for(lock, limit) == std::cv_status::timeout) return timed_out;
         timeout_ms = 0;
       }
       if (aborted) return QueueResult::Aborted;
@@ -179,8 +199,8 @@ class BlockingQueue : public iWaitable {
   }
 
   std::atomic<bool> aborted{false};  // set under `mutex`, so that no wait misses it
-  std::condition_variable_any not_empty;
-  std::condition_variable_any not_full;
+  Condition not_empty;
+  Condition not_full;
 
   // Guarded by mutex.
   std::deque<T> items;

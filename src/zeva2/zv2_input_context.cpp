@@ -71,13 +71,17 @@ Status InputContext::open_input(InputQueue* queue, const char* format, CustomInp
   if (ic == nullptr) return Status::failure(kNoMemory, "failed to allocate io for " + quoted);
   ic->pb = io.get();
   ic->flags = AVFMT_FLAG_CUSTOM_IO;
-  // The host stamps the pictures. Looking for the frame rate would hold a live stream back for 5 s.
+  // The host stamps the pictures. Looking for the frame rate would hold a live stream back for 5 s,
+  // looking for time stamps, which a bare stream has not, for 50 pictures.
   ic->fps_probe_size = 0;
+  ic->max_ts_probe = 0;
   int result = avformat_open_input(&ic, nullptr, input_format, nullptr);
   if (result < 0) {
     return Status::failure(result, "Could not open input " + quoted + ": " + av_error_text(result));
   }
   CustomInputPtr input(ic);
+  // Bare H.264 is read by 1 KiB otherwise, a buffer for each; "aac" does not know it.
+  av_opt_set_int(ic, "raw_packet_size", kIoBytes, AV_OPT_SEARCH_CHILDREN);
   (void)io.release();  // owned by the input now
 
   result = avformat_find_stream_info(ic, nullptr);

@@ -48,7 +48,7 @@ std::vector<std::string> h264_packets(int count) {
       avcodec_alloc_context3(avcodec_find_encoder_by_name("libx264")));
   context->width = context->height = 96;
   context->pix_fmt = AV_PIX_FMT_YUV420P;
-  context->time_base = {1, 5};  // demuxers look at five seconds before they begin
+  context->time_base = {1, 5};
   context->gop_size = 12;
   context->thread_count = 1;
   av_opt_set(context->priv_data, "preset", "ultrafast", 0);

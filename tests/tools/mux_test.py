@@ -40,6 +40,8 @@ class MuxTest(ToolTest):
         self.make_streams()
         for source in ["in.mp4", REAL_MOVIE]:
             original = Movie(source)
+            pictures = original.picture_hashes("-ignore_editlist", "1")
+            sounds, gap = len(original.packets("a")), original.longest_gap()
             text = self.record("--input", source, "--fast", "-o", "a.mp4", "--also", "b.flv",
                                "--also", "c.mkv", "--also", "d.ts", "--meta", "title:A day")
             self.assertRegex(text, rf"{original.frames} frames.* 4 outputs finished")
@@ -47,10 +49,9 @@ class MuxTest(ToolTest):
             for name in ["a.mp4", "b.flv", "c.mkv", "d.ts"]:
                 with self.subTest(source, name=name):
                     movie = Movie(name)
-                    self.assertEqual(movie.picture_hashes(), original.picture_hashes("-ignore_editlist", "1"))
-                    self.assertAlmostEqual(len(movie.packets("a")), len(original.packets("a")),
-                                           delta=1)
-                    self.assertLess(movie.longest_gap(), original.longest_gap() + 0.002)
+                    self.assertEqual(movie.picture_hashes(), pictures)
+                    self.assertAlmostEqual(len(movie.packets("a")), sounds, delta=1)
+                    self.assertLess(movie.longest_gap(), gap + 0.002)
                     self.assertLess(movie.longest_gap("a"), 0.1)  # TS groups sound
                     if name != "d.ts":
                         self.assertEqual(movie.tags["title"], "A day")
@@ -109,16 +110,15 @@ class MuxTest(ToolTest):
 
     @native_only
     def test_keys_and_signals_finish_the_movie(self):
-        # The library must have seen pictures of five seconds before it knows the stream.
         make_camera_movie("in.mp4", "-bf", "0", "-t", "60", "-an")
         ffmpeg("-i", "in.mp4", "-c", "copy", "in.h264")
         for last in [b"q", b"\x03", signal.SIGTERM]:
             with self.subTest(last):
-                session = self.start("--video", "in.h264", "--fps", "100", "-o", "a.mp4")
-                session.wait_for(r" [2-9]\d\d frames")
+                session = self.start("--video", "in.h264", "--fps", "200", "-o", "a.mp4")
+                session.wait_for(r" [1-9]\d\d frames")
                 session.press(b"p")
                 before = session.wait_for(r"paused  (\d+) frames").group(1)
-                for _ in range(5):
+                for _ in range(2):
                     self.assertEqual(session.wait_for(r"paused  (\d+) frames").group(1), before)
                 session.press(b"p")
                 session.wait_for(rf"\d  (?!{before} )\d+ frames")

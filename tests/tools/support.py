@@ -93,7 +93,7 @@ class Movie:
 
     def picture_hashes(self, *options):
         lines = ffmpeg("-v", "error", *options, "-i", self.path, "-map", "0:v", "-vsync", "passthrough",
-                       "-f", "framemd5", "-").splitlines()
+                       "-f", "framehash", "-hash", "murmur3", "-").splitlines()
         return [line.split(",")[-1] for line in lines if not line.startswith("#")]
 
     def ssim(self, reference, pictures=1000):

@@ -8,6 +8,7 @@ namespace zeva_tool {
 namespace {
 
 constexpr size_t kReadAheadBytes = 64u << 20;
+constexpr int64_t kRawReadBytes = 32768;  // as much as FFmpeg reads of a file at once
 
 }  // namespace
 
@@ -23,6 +24,8 @@ Status PacketReader::open(const std::string& argument, const std::string& path,
   int result = avformat_open_input(&context, ("file:" + path).c_str(), forced, nullptr);
   if (result < 0) return Status(name + " cannot be opened: " + av_text(result));
   input.reset(context);
+  // Bare H.264 is read by 1 KiB otherwise, a buffer for each; other formats do not know it.
+  av_opt_set_int(context, "raw_packet_size", kRawReadBytes, AV_OPT_SEARCH_CHILDREN);
   result = avformat_find_stream_info(context, nullptr);
   return result < 0 ? Status(name + " cannot be read: " + av_text(result)) : Status();
 }

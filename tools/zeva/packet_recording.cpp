@@ -95,7 +95,10 @@ int64_t PacketRecording::waiting() {
   int32_t video = 0;
   int32_t audio = 0;
   int32_t outputs = 0;
-  if (!ZEVA2_backlog(recording, &video, &audio, &outputs)) return 0;
+  if (!ZEVA2_backlog(recording, &video, &audio, &outputs)) {
+    seen_ended = true;
+    return 0;
+  }
   if (outputs >= 0) seen_open = true;
   // The latest picture stays where it is until the end.
   return int64_t{std::max(0, video - 1)} + audio + std::max(0, outputs);

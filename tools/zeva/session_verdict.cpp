@@ -56,9 +56,8 @@ std::vector<std::string> opening_faults(const std::vector<std::string>& urls,
                                         const RecordingResult& result,
                                         bool every_failure_reported) {
   std::vector<std::string> faults;
-  std::string hint = every_failure_reported
-                         ? ""
-                         : "; encoded pictures must come for about 5 s before they are known";
+  std::string hint =
+      every_failure_reported ? "" : "; some encoded pictures must come before they are known";
   for (const Failure& failure : result.failures) {
     faults.push_back(failed_name(urls, failure) + " could not be opened: " + failure.text);
   }
