@@ -4,6 +4,7 @@
 #include <chrono>
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
 #include <system_error>
 #include <thread>
 
@@ -42,13 +43,16 @@ bool is_recovery_name(const fs::path& movie) {
          ending.find_first_not_of("0123456789", length + 1) == std::string::npos;
 }
 
-uintmax_t size_of(const std::string& path) {
-  std::error_code error;
-  uintmax_t size = fs::file_size(fs::u8path(path), error);
-  return error ? 0 : size;
+// Asked of the opened file: on Windows a folder's entries may tell an old size until the writer
+// closes the file.
+std::streamoff size_of(const std::string& path) {
+  std::ifstream file(fs::u8path(path), std::ios::binary | std::ios::ate);
+  return file ? std::streamoff(file.tellg()) : 0;
 }
 
 bool is_fresh(const std::string& path) {
+  // On Windows the time of the last write may be told late as well.
+  if (fs::path::preferred_separator != '/') return true;
   std::error_code error;
   auto changed = fs::last_write_time(fs::u8path(path), error);
   auto age = fs::file_time_type::clock::now() - changed;
@@ -59,7 +63,7 @@ bool is_fresh(const std::string& path) {
 void find_growing(std::vector<UnfinishedMovie>& movies) {
   struct Watched {
     UnfinishedMovie* movie;
-    uintmax_t bytes;
+    std::streamoff bytes;
   };
   auto bytes = [](const UnfinishedMovie& movie) {
     return size_of(movie.path) + (movie.index.empty() ? 0 : size_of(movie.index));

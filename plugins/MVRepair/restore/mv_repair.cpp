@@ -39,7 +39,11 @@ bool MvRepair::start(Paths paths) {
   if (refuse_stopped()) return false;
   running = true;  // a host may ask before the thread has begun
   try {
-    worker = std::thread([this, kept = std::move(paths)] { run(kept); });
+    worker = std::thread([this, kept = std::move(paths)] {
+      worker_id = std::this_thread::get_id();
+      run(kept);
+      worker_id = std::thread::id();  // the system may give it to another thread
+    });
   } catch (const std::exception& e) {
     running = false;
     ZEVA_LOG(kLogError, "repair: no thread: %s", e.what());
@@ -66,11 +70,12 @@ bool MvRepair::run(const Paths& paths) {
 
 bool MvRepair::stop() {
   stopped = true;
-  if (!worker.joinable()) return true;
-  if (worker.get_id() == std::this_thread::get_id()) {
+  // Asked before `worker`, which start() may not have set when the first callback comes.
+  if (worker_id == std::this_thread::get_id()) {
     ZEVA_LOG(kLogError, "repair: stop() inside the callback cannot wait for the repair");
     return false;
   }
+  if (!worker.joinable()) return true;
   ZEVA_LOG(kLogDebug, "repair: stop() ...");
   worker.join();
   ZEVA_LOG(kLogDebug, "repair: stop() success.");

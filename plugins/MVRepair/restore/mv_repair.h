@@ -60,6 +60,7 @@ class MvRepair {
   void* user;
   std::atomic<bool> stopped{false};
   std::atomic<bool> running{false};
+  std::atomic<std::thread::id> worker_id{std::thread::id()};  // while start()'s thread runs
 
   // The repair's thread only.
   MoovParser parser;
