@@ -196,13 +196,17 @@ int route(const AVPacket* packet, AVRational time_base, const char* name,
 
 void OutputContext::write_loop() {
   AVPacket* packet = nullptr;
+  bool written = false;
   while (packets.pop(packet, true, 0, true) == qel::QueueResult::Ok) {
     if (packet == nullptr) {
       ZEVA_LOG(kLogDebug, "-- pkt == nullptr, EOF");
       break;
     }
     if (!write(PacketPtr(packet))) break;
+    written = true;
   }
+  // Streams that could not be known, or nothing but their beginning: no movie.
+  if (!written) fail("get a packet for", AVERROR_INVALIDDATA);
   // After an error too: what was written before is to be a movie.
   io.begin_operation();
   const int result = io.result_of_operation(av_write_trailer(oc.get()));

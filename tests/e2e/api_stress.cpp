@@ -86,7 +86,9 @@ void feed(Slot& slot, bool video, Random random) {
     std::string packet = packets[n++ % packets.size()];
     const auto size = static_cast<int>(packet.size());
     const unsigned kind = random() % 300;
-    usec = kind == 0 ? INT64_MAX >> random() % 63 : kind == 1 ? -usec : usec + 20000;
+    usec = kind == 0   ? INT64_MAX >> random() % 63
+           : kind == 1 ? ~usec
+                       : std::min<int64_t>(usec, INT64_MAX - 20000) + 20000;
     for (char& byte : packet) byte = static_cast<char>(kind == 2 ? random() >> 8 : byte);
     auto* data = reinterpret_cast<uint8_t*>(packet.data());
     const bool pcm = !video && kind % 2 == 0;
