@@ -96,10 +96,14 @@ extern "C" {
 //   -32  an output could not be opened        -7  the index could not be created
 //   -1 to -5  the AAC to Opus transcoder of an RTSP output could not be made
 //   other negative codes: FFmpeg's, with its text
-// An output that breaks later (disk full, peer gone) ends the recording of all of them without a
-// report: writes return false, the log has the reason, and the files are finished and playable.
-// Called inside ZEVA2_start (codes -10, -11) or on the recording's worker thread, never after
-// ZEVA2_stop has returned; `message` lives only during the call. It must not call ZEVA2_stop.
+// An output that breaks later (disk full, peer gone, given up by the stop) ends the recording of
+// all of them: writes return false, and the files are finished and playable. Once that is done,
+// each output that was cut, or got no packet at all, is reported with FFmpeg's code and a text that
+// names its URL in quotes (-101, -102 without a URL: pictures, sound could not be made ready for
+// one of the outputs). When ZEVA2_stop has returned without any report, the system took all of
+// every output. Called inside ZEVA2_start (codes -10, -11) or on the recording's worker thread,
+// also while ZEVA2_stop waits for it but never after it has returned; `message` lives only during
+// the call. It must not call ZEVA2_stop.
 typedef void (*ZEVA2_status_callback)(int code, const char* message, void* user);
 
 // Starts a recording and returns its handle, which ZEVA2_stop frees; null on failure, with nothing

@@ -4,6 +4,7 @@
 #include <chrono>
 #include <exception>
 
+#include "av_error.h"
 #include "logger.h"
 #include "output_url.h"
 #include "saturating.h"
@@ -71,7 +72,7 @@ bool AVMux::refuse(int code, const char* text) {
 void AVMux::stop() {
   ZEVA_LOG(kLogInfo, "Muxer Stop() ing... (%p);  total_video_npkt=%lld, total_audio_npkt=%lld",
            static_cast<void*>(this), printable(total_video_npkt), printable(total_audio_npkt));
-  if (!aborted) flush_inputs();
+  flush_inputs();
   aborted = true;
   ZEVA_LOG(kLogInfo, "abort pkt queues ...");
   input.que_abort();
@@ -88,9 +89,11 @@ void AVMux::stop() {
 }
 
 void AVMux::flush_inputs() {
+  // Once aborted nobody reads the queues, and a full one would only be waited for.
   ZEVA_LOG(kLogInfo, "flush video pkt queue ...");
-  write_video_packet(nullptr, 0, 0);
+  if (!aborted) write_video_packet(nullptr, 0, 0);
   ZEVA_LOG(kLogInfo, "flush audio pkt queue ...");
+  if (aborted) return;
   if (settings.encodes_pcm()) {
     write_audio_pcm(nullptr, 0, 0);
   } else {
@@ -134,7 +137,7 @@ void AVMux::record() {
     return;
   }
   enter(Phase::kRecording);
-  input.run_demux(
+  const int ended = input.run_demux(
       [](AVPacket* packet, AVRational time_base, const char* name, void* list) {
         return route(packet, time_base, name, *static_cast<const OutputList*>(list));
       },
@@ -143,7 +146,9 @@ void AVMux::record() {
   // files are finished.
   aborted = true;
   enter(Phase::kEnding);
-  close_outputs();
+  if (close_outputs() || ended >= 0) return;
+  pop_status(
+      Status::failure(ended, std::string("the recording ended early: ") + av_error_text(ended)));
 }
 
 Status AVMux::open_outputs() {
@@ -178,9 +183,17 @@ Status AVMux::open_output(const std::string& url, const std::string& index_path)
   return status;
 }
 
-void AVMux::close_outputs() {
+// Whether one of them was cut.
+bool AVMux::close_outputs() {
+  bool cut = false;
   for (const auto& output : outputs) output->finish();
-  for (const auto& output : outputs) output->close();
+  for (const auto& output : outputs) {
+    output->close();
+    if (output->failure().ok) continue;
+    cut = true;
+    pop_status(output->failure());
+  }
+  return cut;
 }
 
 void AVMux::pop_status(const Status& status) {

@@ -76,7 +76,7 @@ class AVMux {
   void record();
   Status open_outputs();
   Status open_output(const std::string& url, const std::string& index_path);
-  void close_outputs();
+  bool close_outputs();
 
   enum class Phase { kOpening, kRecording, kEnding };
   void enter(Phase next);

@@ -97,15 +97,15 @@ void AacToOpus::buffer_decoded() {
 bool AacToOpus::encode_buffered(EmitPacket emit, void* user) {
   bool sent = true;
   while (resample.buffered_samples() >= encoder->frame_size) {
-    sent = send_frame();
+    AVFrame* frame = resample.read(encoder->frame_size);
+    if (frame == nullptr) return false;  // without memory the FIFO would never get shorter
+    sent = send_frame(frame);
     if (!emit_encoded(emit, user)) return false;
   }
   return sent;
 }
 
-bool AacToOpus::send_frame() {
-  AVFrame* frame = resample.read(encoder->frame_size);
-  if (frame == nullptr) return false;
+bool AacToOpus::send_frame(AVFrame* frame) {
   frame->pts = samples_sent;
   samples_sent += frame->nb_samples;
   const int result = avcodec_send_frame(encoder.get(), frame);

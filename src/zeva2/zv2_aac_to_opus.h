@@ -38,7 +38,7 @@ class AacToOpus {
   Status open_encoder();
   void buffer_decoded();
   bool encode_buffered(EmitPacket emit, void* user);
-  bool send_frame();
+  bool send_frame(AVFrame* frame);
   bool emit_encoded(EmitPacket emit, void* user);
 
   CodecContextPtr decoder;

@@ -94,11 +94,12 @@ Status InputContext::open_input(InputQueue* queue, const char* format, CustomInp
   return Status::success();
 }
 
-void InputContext::run_demux(DeliverPacket deliver, void* user) {
+int InputContext::run_demux(DeliverPacket deliver, void* user) {
   InputSlot video_slot("h264", video_ic.get(), &video);
   InputSlot audio_slot("aac", audio_ic.get(), &audio);
   const PacketPtr packet(av_packet_alloc());
-  while (packet != nullptr && !(video_slot.eof && audio_slot.eof)) {
+  int ended = packet != nullptr ? 0 : AVERROR(ENOMEM);
+  while (ended == 0 && !(video_slot.eof && audio_slot.eof)) {
     InputSlot& slot = choose_slot(&video_slot, &audio_slot);
     int result = av_read_frame(slot.ic, packet.get());
     if (result == AVERROR_EOF) {
@@ -108,6 +109,7 @@ void InputContext::run_demux(DeliverPacket deliver, void* user) {
     }
     if (result < 0) {
       ZEVA_LOG(kLogError, "[%s] error reading frame: %s", slot.name, av_error_text(result));
+      ended = result;
       break;
     }
     slot.stamp(packet.get());
@@ -115,11 +117,12 @@ void InputContext::run_demux(DeliverPacket deliver, void* user) {
     av_packet_unref(packet.get());
     if (result < 0) {
       ZEVA_LOG(kLogError, "[%s] error muxing packet: %s", slot.name, av_error_text(result));
-      break;
+      ended = result;
     }
   }
   const int result = deliver(nullptr, kMicroseconds, "tailer", user);
   if (result < 0) ZEVA_LOG(kLogError, "error writing trailer: %s", av_error_text(result));
+  return ended;
 }
 
 void InputContext::que_abort() {

@@ -27,8 +27,9 @@ class InputContext {
   // that cannot be opened is no failure.
   Status open_inputs(const char* audio_format, const char* video_format);
 
-  // Demuxes what was and will be pushed until both inputs have ended. Blocks.
-  void run_demux(DeliverPacket deliver, void* user);
+  // Demuxes what was and will be pushed until both inputs have ended. Blocks. Negative when it
+  // ended before, by the code of the demuxer or of `deliver`.
+  int run_demux(DeliverPacket deliver, void* user);
 
   // Ends both inputs after what was pushed before.
   void que_abort();

@@ -196,18 +196,23 @@ int route(const AVPacket* packet, AVRational time_base, const char* name,
 
 void OutputContext::write_loop() {
   AVPacket* packet = nullptr;
+  bool written = false;
   while (packets.pop(packet, true, 0, true) == qel::QueueResult::Ok) {
     if (packet == nullptr) {
       ZEVA_LOG(kLogDebug, "-- pkt == nullptr, EOF");
       break;
     }
     if (!write(PacketPtr(packet))) break;
+    written = true;
   }
+  // Streams that could not be known, or nothing but their beginning: no movie.
+  if (!written) fail("get a packet for", AVERROR_INVALIDDATA);
   // After an error too: what was written before is to be a movie.
   io.begin_operation();
   const int result = io.result_of_operation(av_write_trailer(oc.get()));
   if (result < 0) {
     ZEVA_LOG(kLogError, "trailer of '%s': (%d) %s", url.c_str(), result, av_error_text(result));
+    fail("finish", result);
   }
   ZEVA_LOG(kLogInfo, "write thread finished: %s", url.c_str());
 }
@@ -218,8 +223,15 @@ bool OutputContext::write(PacketPtr packet) {
   if (result >= 0) return true;
   ZEVA_LOG(kLogError, "Output thread Error(%d, %s): abort! %s", result, av_error_text(result),
            url.c_str());
+  fail("write to", result);
   packets.abort();
   return false;
+}
+
+void OutputContext::fail(const char* what, int result) {
+  if (!first_failure.ok) return;
+  first_failure = Status::failure(result, std::string("Failed to ") + what + " '" + url + "' (" +
+                                              std::to_string(result) + ")" + av_error_text(result));
 }
 
 // ---- the end
@@ -241,6 +253,7 @@ void OutputContext::close() {
     const int result = owns_io() ? avio_closep(&oc->pb) : 0;
     if (result < 0) {
       ZEVA_LOG(kLogError, "close of '%s': (%d) %s", url.c_str(), result, av_error_text(result));
+      fail("finish", result);
     }
     oc.reset();
   }

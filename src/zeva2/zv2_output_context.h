@@ -48,6 +48,9 @@ class OutputContext {
   // Waits until what is queued and the trailer are written, and frees everything.
   void close();
 
+  // The first thing that went wrong after the opening; complete once `close` has returned.
+  const Status& failure() const { return first_failure; }
+
   // Packets that wait to be written, and whether writing has failed; any thread.
   int32_t queued() { return packets.size(); }
   bool failed() const { return packets.is_aborted(); }
@@ -69,6 +72,7 @@ class OutputContext {
 
   void write_loop();
   bool write(PacketPtr packet);
+  void fail(const char* what, int result);
 
   std::string url;
   FormatContextPtr oc;
@@ -79,6 +83,7 @@ class OutputContext {
   qel::BlockingQueue<AVPacket*> packets;  // null ends the output
   std::unique_ptr<Snapshot> snapshot;
   IoInterrupt io;
+  Status first_failure;  // the writer thread's until it has ended
 };
 
 using OutputList = std::vector<std::unique_ptr<OutputContext>>;

@@ -44,6 +44,16 @@ TEST(NullHandles, GetNeutralValues) {
   EXPECT_EQ(ZEVA_generate_testing_aFrame(nullptr, tb), nullptr);
   EXPECT_FALSE(ZEVA_get_mInfo(nullptr, &info));
   EXPECT_EQ(info.fps, 7);
+  ZEVA2_stop(nullptr);
+  ZEVA2_stop(&none);
+  EXPECT_FALSE(ZEVA2_pause(nullptr) || ZEVA2_resume(nullptr) || ZEVA2_is_paused(nullptr));
+  EXPECT_FALSE(ZEVA2_write_audio_pcm(nullptr, nullptr, 0, 0));
+  EXPECT_FALSE(ZEVA2_backlog(nullptr, nullptr, nullptr, nullptr));
+  EXPECT_EQ(ZEVA2_movie_time(nullptr), -1);
+  ZEVA_StopRepair(nullptr);
+  ZEVA_StopRepair(&none);
+  EXPECT_FALSE(ZEVA_Repair_IsRunning(nullptr));
+  EXPECT_FALSE(ZEVA_StartRepair_sync(nullptr, nullptr, nullptr, nullptr, nullptr));
 }
 
 TEST(Handles, NeedNoCallbackAndStopTwice) {

@@ -43,6 +43,16 @@ std::vector<std::string> encode_noise(AVCodecContext* context, int count) {
 
 }  // namespace
 
+// ISO/IEC 13818-7: LC, 48 kHz (3), two channels, length, buffer fullness 0x7ff, one block.
+std::string adts_header(int packet_bytes) {
+  const int length = packet_bytes + 7;
+  std::string header = "\xFF\xF1\x4C\x80 \x1F\xFC";
+  header[3] = static_cast<char>(2 << 6 | length >> 11);
+  header[4] = static_cast<char>(length >> 3);
+  header[5] = static_cast<char>((length & 7) << 5 | 0x1F);
+  return header;
+}
+
 std::vector<std::string> h264_packets(int count) {
   const zeva::CodecContextPtr context(
       avcodec_alloc_context3(avcodec_find_encoder_by_name("libx264")));
@@ -64,18 +74,7 @@ std::vector<std::string> aac_packets(int count) {
   context->channel_layout = AV_CH_LAYOUT_STEREO;
   context->bit_rate = 128000;
   std::vector<std::string> packets = encode_noise(context.get(), count);
-  for (std::string& packet : packets) {
-    // ISO/IEC 13818-7: LC, 48 kHz (3), two channels, length, buffer fullness 0x7ff, one block.
-    const auto length = static_cast<unsigned>(packet.size()) + 7;
-    const unsigned fields[] = {0xff,
-                               0xf1,
-                               1 << 6 | 3 << 2,
-                               2 << 6 | length >> 11,
-                               length >> 3 & 0xff,
-                               (length & 7) << 5 | 0x1f,
-                               0xfc};
-    packet.insert(0, 7, '\0');
-    for (size_t i = 0; i < 7; ++i) packet[i] = static_cast<char>(fields[i]);
-  }
+  for (std::string& packet : packets)
+    packet.insert(0, adts_header(static_cast<int>(packet.size())));
   return packets;
 }

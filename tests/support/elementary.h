@@ -10,3 +10,6 @@ std::vector<std::string> h264_packets(int count);
 
 // 48 kHz stereo noise, each with its ADTS header; some hundred bytes a packet.
 std::vector<std::string> aac_packets(int count);
+
+// For such a packet without one.
+std::string adts_header(int packet_bytes);

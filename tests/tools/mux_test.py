@@ -105,7 +105,7 @@ class MuxTest(ToolTest):
         os.symlink("/dev/full", "full.mkv")
         text = self.record("--input", "in.mp4", "--fast", "-o", "full.mkv", "--also", "a.mp4",
                            expect=1)
-        self.assertIn("full.mkv was not finished", text)
+        self.assertIn("full.mkv failed: Failed to write to 'full.mkv'", text)
         Movie("a.mp4")
 
     @native_only

@@ -5,7 +5,6 @@
 
 #include "aac_encoder.h"
 #include "adts.h"
-#include "annexb_filter.h"
 #include "elementary.h"
 #include "log_capture.h"
 #include "zv2_aac_to_opus.h"
@@ -104,14 +103,6 @@ TEST(Sound, SurvivesEncodingAndTranscoding) {
     EXPECT_FALSE(encoder->encode(none, 500, 0, sink));
     EXPECT_NEAR(std::sqrt(heard.energy / static_cast<double>(heard.samples)), 11585, 600) << format;
   }
-}
-
-TEST(ParameterSets, BecomeAConfigurationRecord) {
-  std::vector<uint8_t> sps(25, 7), pps(4, 8);
-  const h264::ParameterSets sets{pps.data(), sps.data(), 4, 25, nullptr, 0};
-  const std::vector<uint8_t> record = h264::make_configuration_record(sets);
-  EXPECT_EQ(record.size(), 40U);
-  EXPECT_EQ(h264::make_configuration_record({nullptr, sps.data(), 4, 25, nullptr, 0}).size(), 34U);
 }
 
 }  // namespace

@@ -2,8 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <thread>
-
 #include "elementary.h"
 #include "log_capture.h"
 
@@ -57,52 +55,6 @@ int collect(AVPacket* packet, AVRational, const char* name, void* deliveries) {
   bytes.append(reinterpret_cast<const char*>(packet->data), static_cast<size_t>(packet->size));
   stamps.push_back(packet->pts);
   return 0;
-}
-
-// The rules by hand. The last `late` packets came after the end, and got no stamp of the host.
-Stamps smoothed(Stamps stamps, int late) {
-  double mean = static_cast<double>(stamps[1] - stamps[0]);
-  for (size_t i = 2; i < stamps.size(); ++i) {
-    const int64_t last = stamps[i - 1];
-    if (i + static_cast<size_t>(late) >= stamps.size()) stamps[i] = last + 1;
-    mean = 0.99 * mean + 0.01 * static_cast<double>(stamps[i] - last);
-    const int64_t expected = last + static_cast<int64_t>(mean + 0.5);
-    stamps[i] = expected + (stamps[i] - expected) / 10;
-  }
-  return stamps;
-}
-
-TEST(InputContext, EveryPacketComesOutWithItsStamp) {
-  const auto video = h264_packets(90), audio = aac_packets(150);
-  const LogCapture log;
-  zeva::InputContext input;
-  Deliveries sent, got;
-  const auto write = [&](const char* name, zeva::InputQueue& queue, const std::string& packet,
-                         int64_t usec) {
-    EXPECT_TRUE(push(queue, packet, usec));
-    sent[name].first += packet;
-    sent[name].second.push_back(usec);
-  };
-  std::thread host([&] {
-    for (size_t i = 0; i < audio.size(); ++i) {
-      write("aac", input.audio, audio[i], i * 21333 + i % 7 * 900);
-      if (i < 90) write("h264", input.video, video[i], i * 33333 + (90 - i) % 5 * 2000);
-    }
-    for (zeva::InputQueue* queue : {&input.video, &input.audio}) queue->push_data(nullptr, 0, 0);
-    input.que_abort();
-  });
-  EXPECT_TRUE(input.open_inputs("aac", "h264").ok);
-  input.run_demux(collect, &got);
-  host.join();
-  EXPECT_EQ(input.video_stream()->codecpar->width, 96);
-  EXPECT_EQ(got.count("tailer"), 1U);
-  // Held at the end: by the last 8 KB and the parser.
-  for (const auto& [name, held] : {std::pair("h264", 5), std::pair("aac", 50)}) {
-    const int late = log.count(std::string(name) + "] --- get pts from queue failed.");
-    EXPECT_LT(late, held);
-    EXPECT_TRUE(got[name].first == sent[name].first);
-    EXPECT_EQ(got[name].second, smoothed(sent[name].second, late));
-  }
 }
 
 TEST(InputContext, EndsAtOnceWhileProbing) {

@@ -35,7 +35,6 @@ class PacketRecording : public Recording {
     return seen_open || (seen_ended && inbox->failure_count() == 0);
   }
   bool one_failure_ends_all() const override { return true; }
-  bool reports_every_failure() const override { return false; }
   void stop() override { ZEVA2_stop(&recording); }
 
  private:

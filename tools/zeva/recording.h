@@ -53,9 +53,6 @@ class Recording {
   // Whether one failure ends all outputs, rather than its own only.
   virtual bool one_failure_ends_all() const { return false; }
 
-  // Whether the inbox hears of every output that fails.
-  virtual bool reports_every_failure() const { return true; }
-
   // Ends the recording; blocks until the outputs are finished.
   virtual void stop() = 0;
 };

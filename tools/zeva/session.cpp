@@ -135,7 +135,7 @@ int run_session(const Session& session, Terminal& terminal, StatusLine& line) {
   for (const std::string& text : session.source.warnings()) line.message("warning: " + text);
   std::vector<std::string> urls = output_urls(options);
   std::vector<std::string> faults =
-      recording_faults(urls, result, session.recording.reports_every_failure());
+      recording_faults(urls, result, session.recording.one_failure_ends_all());
   for (const std::string& fault : session.source.faults()) faults.push_back(fault);
   for (const std::string& fault : faults) line.message(fault);
   settle_index(options, result, faults.empty(), index_was_there, line);
