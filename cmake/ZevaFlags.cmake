@@ -1,8 +1,10 @@
 # Flags of all our own code, as the target `zeva_flags`.
 add_library(zeva_flags INTERFACE)
-# Log lines carry paths relative to the source tree, never those of the build machine.
-target_compile_options(zeva_flags INTERFACE
-  -Wall -Wextra -Werror -ffile-prefix-map=${CMAKE_SOURCE_DIR}/=)
+# Log lines carry paths relative to the source tree, never those of the build machine. A compiler cache hands
+# the compiler paths relative to the build folder.
+file(RELATIVE_PATH zeva_source_from_build ${CMAKE_BINARY_DIR} ${CMAKE_SOURCE_DIR})
+target_compile_options(zeva_flags INTERFACE -Wall -Wextra -Werror
+  -ffile-prefix-map=${CMAKE_SOURCE_DIR}/= -ffile-prefix-map=${zeva_source_from_build}=)
 if(WIN32)
   # printf formats as in the C standard on both systems; nothing of windows.h that clashes.
   target_compile_definitions(zeva_flags INTERFACE __USE_MINGW_ANSI_STDIO=1 NOMINMAX

@@ -115,7 +115,15 @@ ffmpeg_step() {
 
 # --- building and testing the presets --------------------------------------------------------------------------------
 
+# What was compiled before, in this checkout or another one, is taken from the cache.
+use_ccache() {
+  command -v ccache > /dev/null || return 0
+  export CMAKE_C_COMPILER_LAUNCHER=ccache CMAKE_CXX_COMPILER_LAUNCHER=ccache
+  export CCACHE_DIR=$cache/ccache CCACHE_BASEDIR=$root CCACHE_NOHASHDIR=1 CCACHE_MAXSIZE=2G
+}
+
 build_preset() {
+  use_ccache
   cmake --preset "$1"
   cmake --build --preset "$1"
 }
