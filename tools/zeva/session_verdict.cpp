@@ -75,8 +75,7 @@ std::vector<std::string> find_faults(const std::vector<std::string>& urls,
 std::vector<std::string> opening_faults(const std::vector<std::string>& urls,
                                         const RecordingResult& result, bool of_packets) {
   std::vector<std::string> faults;
-  std::string hint =
-      of_packets ? "; some encoded pictures must come before they are known" : "";
+  std::string hint = of_packets ? "; some encoded pictures must come before they are known" : "";
   // Packets may have gone to it already, unseen: the text tells.
   std::string what = of_packets ? " failed: " : " could not be opened: ";
   for (const Failure& failure : result.failures) {
