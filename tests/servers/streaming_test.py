@@ -49,7 +49,7 @@ class StreamingTest(ToolTest):
         if stream.command == "record":
             self.assert_whole(movie, stream.frames, stream.sound)
         else:  # of packets all outputs end when one breaks, sound and picture where they are then
-            self.assertGreater(movie.frames, FPS)
+            self.assertGreater(movie.frames, 0)
             self.assert_whole(movie, movie.frames, stream.sound, delta=1)
 
     def assert_whole(self, movie, frames, sound, delta=0.3):
