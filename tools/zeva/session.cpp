@@ -68,7 +68,7 @@ Status check_no_broken_recording(const SessionOptions& options) {
     if (!is_local_file(url) || !has_ending(url, ".mp4")) continue;
     if (!file_exists(local_path(url)) || check_movie_file(local_path(url)).ok()) continue;
     return Status(url + " is an unfinished recording that its index " + index +
-                  " can still bring back; move both away or delete the index first");
+                  " can still bring back: let `zeva recover` do so, then move both away");
   }
   return {};
 }
