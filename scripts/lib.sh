@@ -159,6 +159,12 @@ start_wine_session() {
   (sleep infinity | wine cmd) > /dev/null 2>&1 &
   wine_session=$!
   set +m
+  # While it comes up, programs may fail to start.
+  local try
+  for try in 1 2 3 4 5; do
+    [[ $(wine cmd /c 'echo ready' 2> /dev/null < /dev/null) != ready* ]] || return 0
+  done
+  echo "Wine does not come up."
 }
 
 # Sums of all tests so far, kept by count_tests and note.

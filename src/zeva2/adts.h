@@ -13,8 +13,8 @@ inline constexpr int kAdtsHeaderBytes = 7;
 inline uint8_t adts_sampling_index(int sample_rate) {
   constexpr int kRates[] = {96000, 88200, 64000, 48000, 44100, 32000, 24000,
                             22050, 16000, 12000, 11025, 8000,  7350};
-  for (uint8_t i = 0; i < std::size(kRates); ++i) {
-    if (kRates[i] == sample_rate) return i;
+  for (size_t i = 0; i < std::size(kRates); ++i) {
+    if (kRates[i] == sample_rate) return static_cast<uint8_t>(i);
   }
   return 4;
 }

@@ -60,7 +60,10 @@ void print_json_error(FILE* stream, const std::string& sentence, int exit_status
   print_json(stream, json);
 }
 
-double json_seconds(int64_t us) { return static_cast<double>(us / 1000) / 1000; }
+double json_seconds(int64_t us) {
+  const int64_t ms = us / 1000;  // what is told
+  return static_cast<double>(ms) / 1000;
+}
 
 Json facts_json(const IndexFacts& facts) {
   Json json;
