@@ -1,5 +1,5 @@
 // The packet interface under a random order of calls from several threads, for the sanitizers:
-//   e2e_api_stress SEED [SECONDS]     without SECONDS a few recordings
+//   e2e_api_stress SEED [SECONDS]     without SECONDS a few recordings, one movie at least
 // Fails when a report comes too late, or when a recording without a failure left no movie.
 #include <atomic>
 #include <random>
@@ -131,11 +131,13 @@ int main(int count, char** arguments) {
       threads.emplace_back(feed, std::ref(slot), video, Random(seed + threads.size()));
   }
   for (unsigned i : {100, 101}) threads.emplace_back(control, std::ref(slots), Random(seed + i));
-  while (started < 15 || ZEVA_current_sys_usec() < end) std::this_thread::sleep_for(kPoll);
+  // Which calls end a recording before it is a movie differs from run to run.
+  while (started < 15 || finished == 0 || ZEVA_current_sys_usec() < end)
+    std::this_thread::sleep_for(kPoll);
   done = true;
   for (std::thread& thread : threads) thread.join();
   for (Slot& slot : slots) stop(slot);
   printf("seed %u: %d recordings, %d of them movies, %d packets taken, %d faults\n", seed,
          started.load(), finished.load(), taken.load(), faults.load());
-  return faults == 0 && finished > 0 ? 0 : 1;
+  return faults == 0 ? 0 : 1;
 }
