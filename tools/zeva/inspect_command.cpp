@@ -2,7 +2,6 @@
 
 #include <CLI/CLI.hpp>
 
-#include "console_line.h"
 #include "exit_status.h"
 #include "index_analysis.h"
 #include "inspect_text.h"
@@ -37,12 +36,7 @@ CLI::App* add_inspect_command(CLI::App& app, InspectOptions& options) {
 int run_inspect(const InspectOptions& options, Terminal& terminal) {
   IndexFacts facts;
   Status status = analyse_index(options.index, options.movie, facts);
-  if (!status.ok()) {
-    int exit_status = kExitFailure;
-    if (options.json) print_json_error(terminal.answers(), status.sentence(), exit_status);
-    ConsoleLine(terminal).message(status.sentence());
-    return exit_status;
-  }
+  if (!status.ok()) return refuse(terminal, options.json, status, kExitFailure);
   if (options.json) {
     print_json(terminal.answers(), facts_json(facts));
   } else {

@@ -1,5 +1,7 @@
 #include "json_text.h"
 
+#include "console_line.h"
+
 namespace zeva_tool {
 namespace {
 
@@ -53,11 +55,15 @@ void print_json(FILE* stream, const Json& object) {
   fflush(stream);
 }
 
-void print_json_error(FILE* stream, const std::string& sentence, int exit_status) {
-  Json json;
-  json["error"] = sentence;
-  json["exit_status"] = exit_status;
-  print_json(stream, json);
+int refuse(const Terminal& terminal, bool json, const Status& why, int exit_status) {
+  if (json) {
+    Json object;
+    object["error"] = why.sentence();
+    object["exit_status"] = exit_status;
+    print_json(terminal.answers(), object);
+  }
+  ConsoleLine(terminal).message(why.sentence());
+  return exit_status;
 }
 
 double json_seconds(int64_t us) {

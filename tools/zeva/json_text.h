@@ -6,12 +6,17 @@
 #include <string>
 
 #include "index_facts.h"
+#include "status.h"
+#include "terminal.h"
 
 namespace zeva_tool {
 
 // Writes the object and a line feed. Bytes of names that are no UTF-8 are replaced.
 void print_json(FILE* stream, const nlohmann::ordered_json& object);
-void print_json_error(FILE* stream, const std::string& sentence, int exit_status);
+
+// Tells why a command did nothing: a line on the console, and a JSON object when `json` asks for
+// it. Returns `exit_status`.
+int refuse(const Terminal& terminal, bool json, const Status& why, int exit_status);
 
 double json_seconds(int64_t us);  // of milliseconds' precision
 

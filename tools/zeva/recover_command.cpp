@@ -4,7 +4,6 @@
 #include <algorithm>
 #include <vector>
 
-#include "console_line.h"
 #include "exit_status.h"
 #include "json_text.h"
 #include "movie_repair.h"
@@ -132,11 +131,7 @@ int run_recover(const RecoverOptions& options, Terminal& terminal) {
   std::vector<UnfinishedMovie> movies;
   Status status = find_unfinished(options.folder, movies);
   if (status.ok()) status = quiet_libraries(options.log, terminal);
-  if (!status.ok()) {
-    if (options.json) print_json_error(terminal.answers(), status.sentence(), kExitFailure);
-    ConsoleLine(terminal).message(status.sentence());
-    return kExitFailure;
-  }
+  if (!status.ok()) return refuse(terminal, options.json, status, kExitFailure);
   terminal.catch_signals();
   return Recovery(options, terminal).run(movies);
 }

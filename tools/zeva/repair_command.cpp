@@ -4,7 +4,6 @@
 #include <filesystem>
 #include <system_error>
 
-#include "console_line.h"
 #include "exit_status.h"
 #include "index_analysis.h"
 #include "json_text.h"
@@ -58,13 +57,6 @@ Status check_output(const RepairOptions& options) {
   return Status("the folder of " + options.output + " does not exist");
 }
 
-int refuse(const RepairOptions& options, Terminal& terminal, const Status& status,
-           int exit_status) {
-  if (options.json) print_json_error(terminal.answers(), status.sentence(), exit_status);
-  ConsoleLine(terminal).message(status.sentence());
-  return exit_status;
-}
-
 }  // namespace
 
 CLI::App* add_repair_command(CLI::App& app, RepairOptions& options) {
@@ -89,13 +81,13 @@ CLI::App* add_repair_command(CLI::App& app, RepairOptions& options) {
 
 int run_repair(const RepairOptions& options, Terminal& terminal) {
   Status status = check_usage(options);
-  if (!status.ok()) return refuse(options, terminal, status, kExitUsage);
+  if (!status.ok()) return refuse(terminal, options.json, status, kExitUsage);
   IndexFacts facts;
   status = analyse_index(options.index, options.broken, facts);
   if (status.ok()) status = check_output(options);
   if (status.ok()) status = Status(why_hopeless(facts));
   if (status.ok()) status = quiet_libraries(options.log, terminal);
-  if (!status.ok()) return refuse(options, terminal, status, kExitFailure);
+  if (!status.ok()) return refuse(terminal, options.json, status, kExitFailure);
   terminal.catch_signals();
   RepairOutcome outcome =
       repair_movie({options.broken, options.index, local_path(options.output)}, facts, terminal);
