@@ -4,8 +4,8 @@ import pathlib
 import re
 import signal
 
-from support import Session
-from support import TOOL, Movie, ToolTest, judge, native_only
+from support import EMULATOR, Session
+from support import TOOL, Movie, ToolTest, judge
 
 PATTERN = ["--pattern", "--size", "160x96", "--fast"]
 
@@ -45,7 +45,6 @@ class RecoverTest(ToolTest):
         self.assertAlmostEqual(answer["recovered_seconds"], seconds, delta=0.1)
         self.assertLessEqual(expected.items(), answer.items())
 
-    @native_only
     def test_killed_recorder(self):
         session = self.session(*self.command(*PATTERN, "-o", "фильм.mp4"))
         session.wait_for(r"[1-9]\d\d\d frames")
@@ -122,7 +121,6 @@ class RecoverTest(ToolTest):
             name = arguments.split()[1]
             self.assertIn(f"zeva: {name} ", self.zeva(*arguments.split(), expect=1)[1])
 
-    @native_only
     def test_interrupt_leaves_a_shorter_movie(self):
         self.make_broken()
         lines = contents()["a.mp4.index"].split(b"\n")
@@ -131,7 +129,7 @@ class RecoverTest(ToolTest):
         lines[3:] = [b"".join(records[i:i + 40]) for i in range(0, len(records), 40)]
         edit("a.mp4.index", lambda _: b"\n".join(lines))
         os.truncate("a.mp4", 48 + 4000 * 1000000)
-        session = self.session(TOOL, "repair", "a.mp4", "a.mp4.index", "-o", "b.mp4")
+        session = self.session(*EMULATOR, TOOL, "repair", "a.mp4", "a.mp4.index", "-o", "b.mp4")
         session.wait_for(r"\d %")
         session.press(b"\x03")
         status, text = session.finish()

@@ -10,8 +10,8 @@ import unittest
 
 TOOL = os.environ["ZEVA_TOOL"]
 EMULATOR = os.environ.get("ZEVA_TOOL_EMULATOR", "").split()
-# Signals and terminals of this system do not reach a program under an emulator as they would there.
-native_only = unittest.skipIf(EMULATOR, "needs signals and terminals of this system")
+# Signals of this system do not reach a program under an emulator as they would there.
+native_only = unittest.skipIf(EMULATOR, "needs signals of this system")
 RUN_TIMEOUT_S = 120
 
 
