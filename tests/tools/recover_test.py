@@ -53,7 +53,7 @@ class RecoverTest(ToolTest):
         session.finish()
         left = contents()
         self.assertEqual(set(left), {"фильм.mp4", "фильм.mp4.index"})
-        self.assertIn("can be recovered", self.zeva("recover", "--list")[0])
+        self.assertIn("can be recovered", self.zeva("recover", "--list", os.getcwd())[0])
         held = self.zeva_json("inspect", "фильм.mp4.index", "фильм.mp4")
         lost = held["movie"]["unrecorded_bytes"] > 0
         answer = self.zeva_json("recover", expect=3 if lost else 0)["movies"][0]["repair"]

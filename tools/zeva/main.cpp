@@ -30,6 +30,7 @@ int run(int argc, char** argv) {
   CLI::App app{"Records pictures and sound with ZEVALib, and brings broken recordings back.",
                "zeva"};
   app.set_version_flag("--version", version_text(), "Print the version and exit");
+  app.allow_windows_style_options(false);  // "/videos" is a folder on every system
   app.require_subcommand(1);
   zeva_tool::RecordOptions record_options;
   zeva_tool::add_record_command(app, record_options);
