@@ -94,7 +94,7 @@ def record_and_kill(zeva, cameras, setup, instant, movie_file):
     keyboard, terminal = pty.openpty()
     spawned = time.monotonic()
     process = subprocess.Popen(
-        ["setsid", "--ctty", zeva, *how, "--input", cameras[camera], *outputs, "--index",
+        ["setsid", "--ctty", *zeva, *how, "--input", cameras[camera], *outputs, "--index",
          movie_file + ".index"],
         stdin=terminal, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
     os.close(terminal)
@@ -150,7 +150,7 @@ def judge(zeva, movie_file):
     if whole != packets:
         raise Broken(f"{len(packets) - len(whole)} records tell of bytes that are not in the movie")
     repaired = movie_file + ".repaired.mp4"
-    done = run(zeva, "repair", movie_file, movie_file + ".index", "-o", repaired, "--json")
+    done = run(*zeva, "repair", movie_file, movie_file + ".index", "-o", repaired, "--json")
     if done.returncode != (3 if whole else 1) and not (whole and done.returncode == 0):
         raise Broken(f"repair: status {done.returncode}, {done.stderr}")
     with open(movie_file, "rb") as file:
@@ -214,6 +214,7 @@ def report(results):
 def main():
     parser = argparse.ArgumentParser(description=__doc__.split("\n", maxsplit=1)[0])
     parser.add_argument("--zeva", required=True)
+    parser.add_argument("--emulator", default="", help="what runs a program of another system")
     parser.add_argument("--movie", required=True, help="the camera's movie, recorded in a loop")
     parser.add_argument("--kills", type=int, default=len(SETUPS))
     parser.add_argument("--setup", default="", help="only set-ups whose name contains this")
@@ -221,6 +222,7 @@ def main():
     parser.add_argument("--longest", type=float, default=6, help="seconds to the latest kill")
     parser.add_argument("--seed", default="1")
     options = parser.parse_args()
+    options.zeva = [*options.emulator.split(), options.zeva]
     options.setups = [name for name in SETUPS if options.setup in name]
     folder = tempfile.mkdtemp(prefix="zeva-crash-")
     options.cameras = {"camera": options.movie}
