@@ -2,6 +2,7 @@
 
 #include <cstring>
 #include <exception>
+#include <new>
 #include <utility>
 
 #include "av_error.h"
@@ -60,6 +61,9 @@ bool MvRepair::run(const Paths& paths) {
     parser.reset();  // 8
     broken.close();
     return done;
+  } catch (const std::bad_alloc&) {
+    ZEVA_LOG(kLogError, "repair failed: no memory");
+    report(parser.progress(), kOutputCode, av_error_text(AVERROR(ENOMEM)));
   } catch (const std::exception& e) {
     ZEVA_LOG(kLogError, "repair failed: %s", e.what());
   } catch (...) {
