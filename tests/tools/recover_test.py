@@ -75,6 +75,12 @@ class RecoverTest(ToolTest):
             self.assert_counted(answer, "b.mp4", result=result, exit_status=status,
                                 unrecorded_bytes=0 if cut else tail)
             self.assertEqual(answer["missing_packets"] > 0, cut > tail)
+        # A power failure may leave the size without the bytes.
+        left = contents()["b.mp4"]
+        edit("a.mp4", lambda data: data + bytes(30000))
+        self.assertEqual(answer, self.zeva_json("repair", "a.mp4", "a.mp4.index", "-o", "b.mp4",
+                                                "--force", expect=3))
+        self.assertEqual(contents()["b.mp4"], left)
         edit("a.mp4", lambda data: data[:60])
         self.zeva("repair", "a.mp4", "a.mp4.index", "-o", "c.mp4", expect=1)
         self.assertFalse(os.path.exists("c.mp4"))
@@ -124,11 +130,13 @@ class RecoverTest(ToolTest):
     def test_interrupt_leaves_a_shorter_movie(self):
         self.make_broken()
         lines = contents()["a.mp4.index"].split(b"\n")
-        # A movie of gigabytes without a byte in it; the repair does not look into packets.
+        # A movie of gigabytes, empty but for its end; the repair does not look into packets.
         records = [b",48,1000000,,,512,1;"] + [b",,1000000,512,,512,;"] * 3999
         lines[3:] = [b"".join(records[i:i + 40]) for i in range(0, len(records), 40)]
         edit("a.mp4.index", lambda _: b"\n".join(lines))
-        os.truncate("a.mp4", 48 + 4000 * 1000000)
+        os.truncate("a.mp4", 48 + 4000 * 1000000 - 1)
+        with open("a.mp4", "ab") as movie:  # else the zeros count as never written
+            movie.write(b"\1")
         session = self.session(*EMULATOR, TOOL, "repair", "a.mp4", "a.mp4.index", "-o", "b.mp4")
         session.wait_for(r"\d %")
         session.press(b"\x03")

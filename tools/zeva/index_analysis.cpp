@@ -116,7 +116,7 @@ class IndexAnalysis {
     if (facts.media_begin == 0) facts.media_begin = packet.position;
     facts.media_end = std::max(facts.media_end, end);
     // The movie is read from front to back: behind the first packet it has not, it has none.
-    held = held && facts.movie && end <= facts.movie->file_bytes;
+    held = held && facts.movie && end <= facts.movie->written_bytes;
     tallies[stream].add(packet, held);
     return {};
   }

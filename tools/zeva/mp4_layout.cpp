@@ -8,6 +8,7 @@
 #include <system_error>
 
 #include "file_check.h"
+#include "written_size.h"
 
 namespace fs = std::filesystem;
 
@@ -68,13 +69,19 @@ Status read_mp4_layout(const std::string& path, Mp4Layout& layout) {
   if (error) return Status(path + " cannot be read: " + error.message());
   std::ifstream file(name, std::ios::binary);
   if (!file) return Status(path + " cannot be opened");
+  layout.written_bytes =
+      zeva::written_size(layout.file_bytes, [&](int64_t position, char* bytes, size_t count) {
+        file.seekg(position);
+        return !!file.read(bytes, static_cast<std::streamsize>(count));
+      });
+  file.clear();
   Box box;
   for (int i = 0; i < kMaxBoxes && !layout.has_trailer; ++i) {
     if (!read_box(file, box.end, layout.file_bytes, box)) break;
     if (box.is("moov")) layout.has_trailer = box.end <= layout.file_bytes;
     if (box.is("mdat") && layout.media_begin == 0) {
       layout.media_begin = box.payload;
-      layout.media_end = std::min(box.end, layout.file_bytes);
+      layout.media_end = std::min(box.end, layout.written_bytes);
     }
   }
   return {};

@@ -10,8 +10,9 @@ namespace zeva_tool {
 
 struct Mp4Layout {
   int64_t file_bytes = 0;
-  bool has_trailer = false;  // a whole moov box is there: players can open the movie
-  // The bytes of the packets. The end is that of the file while the box has no size yet.
+  int64_t written_bytes = 0;  // without zeros at the end that nobody wrote
+  bool has_trailer = false;   // a whole moov box is there: players can open the movie
+  // The bytes of the packets. The end is that of what was written while the box has no size yet.
   int64_t media_begin = 0;
   int64_t media_end = 0;
 };

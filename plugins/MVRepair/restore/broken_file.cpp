@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "files.h"
+#include "written_size.h"
 
 namespace zeva {
 namespace {
@@ -17,6 +18,10 @@ bool BrokenFile::open(const std::string& path) {
   if (file == nullptr) return false;
   buffer.resize(static_cast<size_t>(std::min(kBufferBytes, size_bytes)));
   if (!buffer.empty()) setvbuf(file.get(), buffer.data(), _IOFBF, buffer.size());
+  size_bytes = written_size(size_bytes, [this](int64_t position, char* bytes, size_t count) {
+    return seek_file(file.get(), position) && fread(bytes, 1, count, file.get()) == count;
+  });
+  file_position = -1;
   return true;
 }
 

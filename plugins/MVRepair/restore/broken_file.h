@@ -38,7 +38,7 @@ class BrokenFile {
  private:
   std::vector<char> buffer;
   FilePtr file;
-  int64_t size_bytes = 0;
+  int64_t size_bytes = 0;     // zeros that nobody wrote left out
   int64_t file_position = 0;  // where the system stands; -1: unknown
   bool met_end = false;
 };
