@@ -18,8 +18,8 @@
 // ms and one packet are lost, half of that on average, whatever the bit rate: FFmpeg's I/O buffer
 // of 256 KiB, which alone would hold back 2 s of 1 Mbit/s, is emptied each time. Pictures still in
 // the encoder (up to 0.5 s with look-ahead) never became packets. All of this is about a crash of
-// the program; when the operating system or the power fails, what had not yet been written to the
-// disk is lost too.
+// the program; when the operating system or the power fails, about a second more is lost, since the
+// recorder has the disk keep both files once a second.
 //
 // Paths are UTF-8. Broken file and index must be regular files. The container follows from the
 // output's name (".mp4" as a rule). An existing output file is overwritten, but never the broken

@@ -1,5 +1,6 @@
 #include "snapshot.h"
 
+#include <cstring>
 #include <map>
 #include <mutex>
 #include <set>
@@ -33,6 +34,15 @@ struct Registry {
 Registry& registry() {
   static Immortal<Registry> instance;  // outlives every recording, also those of static objects
   return instance.value;
+}
+
+// Empty when the movie is no file.
+std::string movie_path(const AVFormatContext& oc) {
+  const char* path = oc.url != nullptr ? oc.url : "";
+  const char* protocol = avio_find_protocol_name(path);
+  if (protocol == nullptr || strcmp(protocol, "file") != 0) return {};
+  av_strstart(path, "file:", &path);  // FFmpeg's other spelling of a path
+  return path;
 }
 
 }  // namespace
@@ -111,14 +121,16 @@ Snapshot::~Snapshot() {
   if (index_file == nullptr) return;
   write_line_text();
   fclose(index_file);
+  disk.end();  // with the movie's trailer, which is written by now
 }
 
-bool Snapshot::open(const char* index_path) {
+bool Snapshot::open(const char* path) {
   if (index_file != nullptr) {
     ZEVA_LOG(kLogError, "already opened !");
     return false;
   }
-  index_file = open_file(index_path, "wt");
+  index_file = open_file(path, "wt");
+  index_path = path;
   return index_file != nullptr;
 }
 
@@ -170,6 +182,7 @@ void Snapshot::write_stream_lines(const AVFormatContext& oc) {
     fprintf(index_file, "%s\n", line.c_str());
     fflush(index_file);
   }
+  disk.start({movie_path(oc), index_path});
 }
 
 void Snapshot::record_previous(const AVFormatContext& oc, const AVPacket& current,
@@ -205,6 +218,7 @@ void Snapshot::hand_over(const AVFormatContext& oc) {
     line_written = 0;
   }
   fflush(index_file);
+  disk.request();
 }
 
 void Snapshot::remember(const AVPacket& packet, int64_t position) {

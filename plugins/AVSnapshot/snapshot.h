@@ -6,6 +6,7 @@
 #include <memory>
 #include <string>
 
+#include "disk_sync.h"
 #include "index_format.h"
 
 namespace zeva {
@@ -20,7 +21,8 @@ namespace zeva {
 // A packet's size is known when the next one comes, so records are one packet late and the last
 // packet of a movie has none. Records are handed to the operating system when their line is full,
 // and before that once kIndexHandOverMs have passed, each time behind the bytes of the movie they
-// tell of: few packets a second would else wait seconds for a full line.
+// tell of: few packets a second would else wait seconds for a full line. DiskSync takes both from
+// there to the disk.
 class Snapshot {
  public:
   Snapshot();
@@ -29,7 +31,7 @@ class Snapshot {
   Snapshot& operator=(const Snapshot&) = delete;
 
   // Creates or truncates the index at the UTF-8 path. False when that fails or when one is open.
-  bool open(const char* index_path);
+  bool open(const char* path);
 
   // Binds the object to `oc`, whose `opaque` then belongs to it. False, with a log line, when no
   // index is open, there is no context, or the muxer does its own I/O.
@@ -60,6 +62,8 @@ class Snapshot {
   bool is_audio(const AVPacket& packet) const { return packet.stream_index == audio_stream_index; }
 
   FILE* index_file = nullptr;
+  std::string index_path;
+  DiskSync disk;
   char line_buffer[kIndexLineBytes + kIndexRecordMaxBytes + 1] = {};
   int line_length = 0;
   int line_written = 0;        // bytes of line_buffer that the file has

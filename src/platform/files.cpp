@@ -3,8 +3,11 @@
 #include <filesystem>
 
 #ifdef _WIN32
+#include <io.h>
 #include <windows.h>
 #else
+#include <unistd.h>
+
 #include <codecvt>
 #include <locale>
 #endif
@@ -41,6 +44,8 @@ bool seek_file(FILE* file, int64_t offset_bytes) {
 
 int64_t tell_file(FILE* file) { return _ftelli64(file); }
 
+bool sync_file(FILE* file) { return _commit(_fileno(file)) == 0; }
+
 #else
 
 std::u16string to_wide(const char* s, bool /*utf8: every text is UTF-8 here*/) {
@@ -59,6 +64,8 @@ bool seek_file(FILE* file, int64_t offset_bytes) {
 }
 
 int64_t tell_file(FILE* file) { return ftello(file); }
+
+bool sync_file(FILE* file) { return fdatasync(fileno(file)) == 0; }
 
 #endif
 

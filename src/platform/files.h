@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <cstdio>
+#include <memory>
 #include <string>
 
 namespace zeva {
@@ -14,10 +15,19 @@ std::u16string to_wide(const char* s, bool utf8);
 // fopen for a UTF-8 path: the wide call first, the narrow one when that fails. Null on failure.
 FILE* open_file(const char* path, const char* mode);
 
+struct FileCloser {
+  void operator()(FILE* file) const { fclose(file); }
+};
+using FilePtr = std::unique_ptr<FILE, FileCloser>;
+
 // Moves to a byte offset, also beyond 2 GB. False when that fails or `offset` is negative.
 bool seek_file(FILE* file, int64_t offset_bytes);
 // The offset that is read or written next; -1 on failure.
 int64_t tell_file(FILE* file);
+
+// Has the disk keep all that the operating system was given of the file so far, through whichever
+// handle. Blocks as long as the disk takes. False when that fails.
+bool sync_file(FILE* file);
 
 // The size of the regular file that the path leads to, links followed; -1 when there is none.
 int64_t file_size(const std::string& path);

@@ -141,13 +141,14 @@ def rescale(time_stamp, ratio):
     return int(abs(exact) + fractions.Fraction(1, 2)) * (1 if exact >= 0 else -1)
 
 
-def judge(zeva, movie_file):
-    """Repairs; returns the packets that came back and the seconds they last."""
+def judge(zeva, movie_file, torn=False):
+    """Repairs; returns the packets that came back and the seconds they last. Only of `torn` files may
+    the index tell more than the movie has."""
     streams, packets = read_index(movie_file + ".index")
     with open(movie_file, "rb") as file:
         data = file.read()
     whole = [p for p in packets if p[1] + p[2] <= len(data)]
-    if whole != packets:
+    if whole != packets and not torn:
         raise Broken(f"{len(packets) - len(whole)} records tell of bytes that are not in the movie")
     repaired = movie_file + ".repaired.mp4"
     done = run(*zeva, "repair", movie_file, movie_file + ".index", "-o", repaired, "--json")

@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "moov_parser.h"
+#include "files.h"
 
 namespace zeva {
 

@@ -3,18 +3,12 @@
 
 #include <array>
 #include <cstdint>
-#include <cstdio>
-#include <memory>
 #include <string>
 
+#include "files.h"
 #include "index_reader.h"
 
 namespace zeva {
-
-struct FileCloser {
-  void operator()(FILE* file) const { fclose(file); }
-};
-using FilePtr = std::unique_ptr<FILE, FileCloser>;
 
 // Owns the index file while it is read, and one line buffer; a line is not copied. Used by one
 // thread at a time. Lines longer than the buffer come in pieces.

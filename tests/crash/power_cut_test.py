@@ -1,0 +1,91 @@
+#!/usr/bin/env python3
+"""Cuts the power under a recording, and judges what comes back.
+
+    power_cut_test.py --zeva build/linux/bin/zeva --movie camera.mp4 [--cuts 1] [--packets 300]
+
+The recording lies on a disk that is a file. What this file holds at an instant is what a disk would
+hold if the power failed then; what only the system's memory has is lost. Fails when less than half
+of the recorded packets come back, or when one of them is not exact. Ends with 77 without the right
+to mount a disk.
+"""
+import argparse
+import os
+import shutil
+import signal
+import subprocess
+import sys
+import tempfile
+
+from crash_test import judge, read_index, run, wait_until
+
+SKIPPED = 77
+DISK_BYTES = 256 << 20
+
+
+def mount(image, folder):
+    """Also after a cut, when the file system has to be put in order first."""
+    return run("mount", "-o", "loop", image, folder).returncode == 0
+
+
+def record_and_cut(options, disk, folder):
+    """Records until there are enough packets; returns how many, and leaves the disk's copy."""
+    movie_file = os.path.join(folder, "movie.mp4")
+    index = movie_file + ".index"
+    process = subprocess.Popen(
+        [options.zeva, "record", "--loop", "--input", options.movie, "-o", movie_file],
+        stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+    try:
+        wait_until(lambda: os.path.exists(index) and len(read_index(index)[1]) >= options.packets,
+                   process)
+        process.send_signal(signal.SIGSTOP)
+        shutil.copyfile(disk, disk + ".cut")
+        return len(read_index(index)[1])
+    finally:
+        process.kill()
+        process.wait()
+        run("umount", folder)
+
+
+def one_cut(options, work):
+    disk, folder = os.path.join(work, "disk"), os.path.join(work, "mounted")
+    os.makedirs(folder, exist_ok=True)
+    with open(disk, "wb") as image:
+        image.truncate(DISK_BYTES)
+    if run("mkfs.ext4", "-q", "-F", disk).returncode != 0 or not mount(disk, folder):
+        print("no right to mount a disk")
+        sys.exit(SKIPPED)
+    recorded = record_and_cut(options, disk, folder)
+    if not mount(disk + ".cut", folder):
+        sys.exit("the disk cannot be mounted after the cut")
+    for name in os.listdir(folder):
+        if name.startswith("movie"):
+            shutil.copy(os.path.join(folder, name), work)
+    run("umount", folder)
+    if not os.path.exists(os.path.join(work, "movie.mp4.index")):
+        sys.exit("nothing of the recording is there after the cut")
+    packets, seconds = judge([options.zeva], os.path.join(work, "movie.mp4"), torn=True)
+    print(f"{packets} of {recorded} packets came back, {seconds:.2f} s")
+    return packets * 2 >= recorded
+
+
+def main():
+    parser = argparse.ArgumentParser(description=__doc__.split("\n", maxsplit=1)[0])
+    parser.add_argument("--zeva", required=True)
+    parser.add_argument("--movie", required=True, help="the camera's movie, recorded in a loop")
+    parser.add_argument("--cuts", type=int, default=1)
+    parser.add_argument("--packets", type=int, default=300, help="recorded before the cut")
+    parser.add_argument("--alone", action="store_true", help=argparse.SUPPRESS)
+    options = parser.parse_args()
+    if not options.alone:  # where what is mounted goes away with us
+        if run("unshare", "--mount", "true").returncode != 0:
+            sys.exit(SKIPPED)
+        os.execvp("unshare", ["unshare", "--mount", sys.executable, "-B", *sys.argv, "--alone"])
+    whole = True
+    for _ in range(options.cuts):
+        with tempfile.TemporaryDirectory(prefix="zeva-power-") as work:
+            whole = one_cut(options, work) and whole
+    sys.exit(not whole)
+
+
+if __name__ == "__main__":
+    main()
