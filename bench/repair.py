@@ -3,9 +3,10 @@
 
     bench/repair.py --movie camera.mp4 --folder /dev/shm/zeva-bench [--gigabytes 1] [--runs 5]
 
-Of the repair there are two: the library's call, which is what copies; and `zeva repair`, which then reads the
-result back to count and check what came. The movie is 8 Mbit/s of pictures with sound, made long by repeating the camera's. Each round runs all;
-figures are medians, and the ratios are those of the rounds.
+Of the repair there are two: the library's call, which is what copies; and `zeva repair`, which then
+reads the result back to count and check what came. The movie is 8 Mbit/s of pictures with sound,
+made long by repeating the camera's. Each round runs all; figures are medians, and the ratios are
+those of the rounds.
 """
 import argparse
 import os

@@ -30,9 +30,8 @@
 // Damaged input gives a shorter movie or an error, never a crash. The index may have LF or CR LF.
 //   - A size that is negative or larger than what is left of the broken file, or a position outside
 //     of it: the recovery ends there and all later lines are ignored; nothing can be placed there.
-//   - 4096 zero bytes or more at the end of the broken file, which a power failure may leave
-//   instead
-//     of what was being written: they count as not there.
+//   - 4096 zero bytes or more at the end of the broken file, as a power failure may leave them in
+//     place of what was being written: they count as not there.
 //   - A stream index outside 0..4, or a packet that the output refuses (decreasing times, times or
 //     durations no recording can reach, an unknown stream): the rest of its line, about 55 packets,
 //     is lost. Their sizes and times still count, so that the next line starts where it should. The

@@ -1,6 +1,5 @@
 #include "snapshot.h"
 
-#include <cstring>
 #include <map>
 #include <mutex>
 #include <set>
@@ -10,6 +9,7 @@
 #include "files.h"
 #include "immortal.h"
 #include "logger.h"
+#include "output_url.h"
 #include "rw_lock.h"
 
 namespace zeva {
@@ -34,15 +34,6 @@ struct Registry {
 Registry& registry() {
   static Immortal<Registry> instance;  // outlives every recording, also those of static objects
   return instance.value;
-}
-
-// Empty when the movie is no file.
-std::string movie_path(const AVFormatContext& oc) {
-  const char* path = oc.url != nullptr ? oc.url : "";
-  const char* protocol = avio_find_protocol_name(path);
-  if (protocol == nullptr || strcmp(protocol, "file") != 0) return {};
-  av_strstart(path, "file:", &path);  // FFmpeg's other spelling of a path
-  return path;
 }
 
 }  // namespace
@@ -130,8 +121,9 @@ bool Snapshot::open(const char* path) {
     return false;
   }
   index_file = open_file(path, "wt");
+  if (index_file == nullptr) return false;
   index_path = path;
-  return index_file != nullptr;
+  return true;
 }
 
 bool Snapshot::attach(AVFormatContext* oc) {
@@ -182,7 +174,7 @@ void Snapshot::write_stream_lines(const AVFormatContext& oc) {
     fprintf(index_file, "%s\n", line.c_str());
     fflush(index_file);
   }
-  disk.start({movie_path(oc), index_path});
+  disk.start({file_path(oc.url != nullptr ? oc.url : ""), index_path});
 }
 
 void Snapshot::record_previous(const AVFormatContext& oc, const AVPacket& current,

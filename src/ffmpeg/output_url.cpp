@@ -14,6 +14,14 @@ bool is_network_url(const char* url) {
   return strstr(url, "://") != nullptr && av_strstart(url, "file://", nullptr) == 0;
 }
 
+std::string file_path(const std::string& url) {
+  const char* path = url.c_str();
+  const char* protocol = avio_find_protocol_name(path);
+  if (protocol == nullptr || strcmp(protocol, "file") != 0) return {};
+  av_strstart(path, "file:", &path);
+  return path;
+}
+
 bool ends_with_nocase(const char* text, const char* suffix) {
   const size_t length = strlen(text);
   const size_t suffix_length = strlen(suffix);

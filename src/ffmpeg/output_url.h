@@ -16,6 +16,9 @@ bool is_live_url(const char* url);  // one of these two
 // Whether a peer can make the output wait; files must never be interrupted.
 bool is_network_url(const char* url);
 
+// The path of a file's URL, which FFmpeg also spells "file:path"; empty when it is no file's.
+std::string file_path(const std::string& url);
+
 bool ends_with_nocase(const char* text, const char* suffix);
 
 // FLV for rtmp://, RTSP for rtsp://, else by the file name, MP4 for an unknown one. Null only when

@@ -8,6 +8,7 @@
 #include "av_error.h"
 #include "files.h"
 #include "logger.h"
+#include "output_url.h"
 
 namespace zeva {
 namespace {
@@ -116,8 +117,7 @@ bool MvRepair::repair(const Paths& paths) {
 }
 
 bool MvRepair::is_an_input(const Paths& paths) const {
-  const char* output = paths.output.c_str();
-  av_strstart(output, "file:", &output);  // FFmpeg's other spelling of a path
+  const std::string output = file_path(paths.output);
   return is_same_file(output, paths.broken) || is_same_file(output, paths.moov);
 }
 

@@ -6,6 +6,7 @@
 #include "av_error.h"
 #include "extradata.h"
 #include "logger.h"
+#include "output_url.h"
 
 extern "C" {
 #include <libavutil/timestamp.h>
@@ -81,8 +82,7 @@ int RepairOutput::create(const std::string& path) {
     return AVERROR_UNKNOWN;
   }
   // A file is never interrupted: what was recovered must be written.
-  const char* protocol = avio_find_protocol_name(url.c_str());
-  if (protocol == nullptr || strcmp(protocol, "file") != 0) {
+  if (file_path(url).empty()) {
     context->interrupt_callback = {give_up_when_stopped, const_cast<std::atomic<bool>*>(&stopped)};
   }
   return 0;
