@@ -13,7 +13,8 @@ namespace zeva {
 
 // The operating system keeps what it is given in memory, for half a minute and more; a power
 // failure takes that along. So a thread asks it, about once a second while there is something new,
-// to put the files on the disk. Writers never wait for it. One thread at a time calls the functions.
+// to put the files on the disk. Writers never wait for it. One thread at a time calls the
+// functions.
 class DiskSync {
  public:
   DiskSync() = default;
