@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cstring>
 #include <limits>
 
 #include "media.h"
@@ -43,6 +44,16 @@ TEST(IndexReader, TakesRecordsOffALine) {
       {3, ",,1,,,,1;", ""},
   };
   for (const auto& c : cases) EXPECT_EQ(read_back(c.line, c.version), c.records) << c.line;
+}
+
+TEST(IndexFormat, HasRoomForTheLongestRecord) {
+  constexpr int64_t kLow64 = std::numeric_limits<int64_t>::min();
+  constexpr int32_t kLow32 = std::numeric_limits<int32_t>::min();
+  std::string out(zeva::kIndexRecordMaxBytes, '#');
+  const IndexRecord longest{kLow32, kLow64, kLow32, kLow64, kLow64, kLow64, kLow32};
+  const int length = zeva::format_index_record(longest, out.data());
+  EXPECT_EQ(length, static_cast<int>(strlen(out.c_str())));
+  EXPECT_EQ(out.find('#'), std::string::npos) << "more room than is needed";
 }
 
 TEST(IndexReader, AddsUpByClass) {

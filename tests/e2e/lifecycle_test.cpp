@@ -5,7 +5,7 @@
 #include <thread>
 
 extern "C" {
-#include <libavutil/frame.h>
+#include <libavutil/rational.h>
 }
 
 #ifdef _WIN32
@@ -70,30 +70,6 @@ TEST(Handles, NeedNoCallbackAndStopTwice) {
   handle = ZEVA_start(info, nullptr, nullptr, nullptr, false);
   EXPECT_FALSE(ZEVA_get_mInfo(handle, &info));
   ZEVA_stop(&handle);
-}
-
-// The library's own pictures and tone, and the encoder's own frame, as ready frames.
-TEST(Handles, RecordReadyFrames) {
-  const fs::path file = work_file("signals.mp4");
-  Recording recording(settings(file));
-  const AVRational microseconds{1, 1000000};
-  for (int i = 0; i < kFps; ++i) {
-    AVFrame* picture = ZEVA_generate_testing_vFrame(recording.handle, microseconds);
-    AVFrame* sound = ZEVA_generate_testing_aFrame(recording.handle, microseconds);
-    ASSERT_TRUE(picture != nullptr && sound != nullptr);
-    EXPECT_TRUE(ZEVA_write_video_frame(recording.handle, picture, microseconds));
-    ZEVA_write_audio_frame(recording.handle, sound, microseconds);
-  }
-  ASSERT_NE(ZEVA_audio_dst_frame(recording.handle), nullptr);
-  AVFrame* own = ZEVA_video_dst_frame(recording.handle);
-  ASSERT_NE(own, nullptr);
-  EXPECT_EQ(own->width, kWidth);
-  EXPECT_EQ(own->format, AV_PIX_FMT_YUV420P);
-  own->pts = 1000000;
-  EXPECT_TRUE(ZEVA_write_video_frame(recording.handle, own, microseconds));
-  recording.stop();
-  EXPECT_EQ(number(streams(file)[0], "nb_read_frames"), kFps + 1);
-  EXPECT_NE(decode(file, "-f s16le").find_first_not_of('\0'), std::string::npos);
 }
 
 int open_handles() {

@@ -215,23 +215,4 @@ TEST(EffectiveSettings, AreThoseOfTheFile) {
   }
 }
 
-TEST(EffectiveSettings, SayWhetherHardwareEncodes) {
-  const fs::path file = work_file("hardware.mp4");
-  MovieInfo info = settings(file);
-  info.hardware = true;
-  info.video_bitrate = 0;
-  info.rc_mode = 2;
-  info.disable_audio = true;
-  Recording recording(info);
-  ASSERT_TRUE(recording.open());
-  recording.feed(0, 5);
-  recording.stop();
-  // The software encoder leaves its name in the first picture.
-  const bool software = read_file(file).find("x264") != std::string::npos;
-  EXPECT_EQ(recording.effective.hardware, !software);
-  EXPECT_EQ(recording.effective.rc_mode, software ? 2 : 3);
-  EXPECT_EQ(recording.effective.pix_fmt, software ? AV_PIX_FMT_YUV420P : AV_PIX_FMT_NV12);
-  EXPECT_EQ(decode_faults(file), "");
-}
-
 }  // namespace
