@@ -1,11 +1,14 @@
 #include "files.h"
 
+#include <cerrno>
 #include <filesystem>
 
 #ifdef _WIN32
+#include <fcntl.h>
 #include <io.h>
 #include <windows.h>
 #else
+#include <fcntl.h>
 #include <unistd.h>
 
 #include <codecvt>
@@ -46,6 +49,31 @@ int64_t tell_file(FILE* file) { return _ftelli64(file); }
 
 bool sync_file(FILE* file) { return _commit(_fileno(file)) == 0; }
 
+bool sync_folder_of(const std::string& /*path: NTFS keeps its journal by itself*/) { return true; }
+
+int truncate_file(FILE* file, int64_t size_bytes) {
+  if (fflush(file) != 0) return errno;
+  return _chsize_s(_fileno(file), size_bytes);
+}
+
+int reserve_space(FILE* file, int64_t end_bytes) {
+  const auto handle = reinterpret_cast<HANDLE>(_get_osfhandle(_fileno(file)));
+  FILE_ALLOCATION_INFO wanted{};
+  wanted.AllocationSize.QuadPart = end_bytes;
+  if (SetFileInformationByHandle(handle, FileAllocationInfo, &wanted, sizeof wanted) != 0) return 0;
+  return GetLastError() == ERROR_DISK_FULL ? ENOSPC : ENOTSUP;
+}
+
+void occupy_standard_descriptors() {
+  // Programs without a console have these numbers taken by nothing, and none is given out anew.
+  for (int number = _open("NUL", _O_RDWR); number >= 0; number = _open("NUL", _O_RDWR)) {
+    if (number > 2) {
+      _close(number);
+      return;
+    }
+  }
+}
+
 #else
 
 std::u16string to_wide(const char* s, bool /*utf8: every text is UTF-8 here*/) {
@@ -67,6 +95,40 @@ int64_t tell_file(FILE* file) { return ftello(file); }
 
 bool sync_file(FILE* file) { return fdatasync(fileno(file)) == 0; }
 
+bool sync_folder_of(const std::string& path) {
+  const size_t slash = path.rfind('/');
+  std::string folder = slash == std::string::npos ? "." : path.substr(0, slash + 1);
+  const int number = ::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  if (number < 0) return false;
+  const bool kept = fsync(number) == 0;
+  ::close(number);
+  return kept;
+}
+
+int truncate_file(FILE* file, int64_t size_bytes) {
+  if (fflush(file) != 0) return errno;
+  return ftruncate(fileno(file), size_bytes) == 0 ? 0 : errno;
+}
+
+int reserve_space(FILE* file, int64_t end_bytes) {
+  int result = 0;
+  do {
+    result = fallocate(fileno(file), FALLOC_FL_KEEP_SIZE, 0, end_bytes) == 0 ? 0 : errno;
+  } while (result == EINTR);
+  if (result == EDQUOT) return ENOSPC;
+  return result == 0 || result == ENOSPC ? result : ENOTSUP;
+}
+
+void occupy_standard_descriptors() {
+  for (int number = ::open("/dev/null", O_RDWR); number >= 0;
+       number = ::open("/dev/null", O_RDWR)) {
+    if (number > 2) {
+      ::close(number);
+      return;
+    }
+  }
+}
+
 #endif
 
 namespace fs = std::filesystem;
@@ -84,6 +146,14 @@ Answer answer_or(Answer otherwise, Question ask) {
 }
 
 }  // namespace
+
+bool file_exists(const std::string& path) {
+  return answer_or(false, [&] { return fs::exists(fs::u8path(path)); });
+}
+
+bool remove_file(const std::string& path) {
+  return answer_or(false, [&] { return fs::remove(fs::u8path(path)); });
+}
 
 int64_t file_size(const std::string& path) {
   return answer_or(int64_t{-1}, [&] {

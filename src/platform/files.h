@@ -29,6 +29,27 @@ int64_t tell_file(FILE* file);
 // handle. Blocks as long as the disk takes. False when that fails.
 bool sync_file(FILE* file);
 
+// Has the disk keep the entries of the folder that the file at `path` lies in, so that a file just
+// made is still there after a power failure. True where the system needs no such request.
+bool sync_folder_of(const std::string& path);
+
+// Makes the file `size_bytes` long. 0 or an errno value.
+int truncate_file(FILE* file, int64_t size_bytes);
+
+// Sets disk space aside for the file up to `end_bytes` without making it longer; what is not used
+// is given back when the file is truncated or closed. 0; ENOSPC; ENOTSUP where the system or the
+// file system cannot.
+int reserve_space(FILE* file, int64_t end_bytes);
+
+// Whether the path leads to anything, links followed.
+bool file_exists(const std::string& path);
+// False when there is no such file or it cannot be removed.
+bool remove_file(const std::string& path);
+
+// Puts the null device in the place of standard descriptors (0 to 2) that are closed. The next file
+// or socket would get such a number, and whatever the process prints would go into it.
+void occupy_standard_descriptors();
+
 // The size of the regular file that the path leads to, links followed; -1 when there is none.
 int64_t file_size(const std::string& path);
 // Whether both paths lead to one existing file, by whatever spelling or link.

@@ -1,4 +1,4 @@
-// How opening something of the packet API went.
+// The outcome of whatever can fail in the library.
 #pragma once
 
 #include <cstdint>
@@ -7,8 +7,8 @@
 
 namespace zeva {
 
-// `code` is 0, an FFmpeg error code, or one of the negative values that hosts are told; `message`
-// is the text that goes with it.
+// `code` is 0, an FFmpeg error code, or one of the values that a host is told; `message` is the
+// text that goes with it, in the words a host reads.
 struct [[nodiscard]] Status {
   bool ok = true;
   int32_t code = 0;

@@ -1,0 +1,25 @@
+// Reports that do not end a recording: codes of both interfaces' status callbacks beside the ones
+// that the callbacks' own headers list. All are 100 or more; the text that comes with one names the
+// file or output. Each is reported once for every change of state, never for every packet.
+#pragma once
+
+#include <stdint.h>
+
+enum {
+  // The crash-safe index could not be created. The movie is recorded, but a crash loses it.
+  kZevaStatusIndexMissing = 120,
+  // The index could not be written, for example on a full disk. What a crash would lose grows until
+  // kZevaStatusIndexBack.
+  kZevaStatusIndexFailing = 121,
+  // The index is written again. The packets in between have no record; `zeva inspect` and the
+  // repair name the hole.
+  kZevaStatusIndexBack = 122,
+  // The disk refused to keep what it was given. What was written since the sync before may be lost
+  // in a power failure, and the promise about power failures no longer holds for this recording.
+  kZevaStatusSyncFailing = 123,
+
+  // The encoder refused a picture or sound, for example for lack of memory. The write call that
+  // met it returned false.
+  kZevaStatusPictureRefused = 130,
+  kZevaStatusSoundRefused = 131,
+};
