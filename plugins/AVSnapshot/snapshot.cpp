@@ -99,7 +99,7 @@ struct Unhook {
 
 }  // namespace
 
-Snapshot::Snapshot() {
+Snapshot::Snapshot(Report) {
   const std::unique_lock<RwLock> guard(registry().lock);
   registry().live.insert(this);
 }

@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <cstdio>
+#include <functional>
 #include <memory>
 #include <string>
 
@@ -25,7 +26,9 @@ namespace zeva {
 // there to the disk.
 class Snapshot {
  public:
-  Snapshot();
+  using Report = std::function<void(int32_t code, const std::string& text)>;
+  explicit Snapshot(Report report = {});
+  int commit() { return 0; }
   virtual ~Snapshot();
   Snapshot(const Snapshot&) = delete;
   Snapshot& operator=(const Snapshot&) = delete;

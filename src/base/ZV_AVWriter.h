@@ -1,70 +1,79 @@
-// One output of a recording: its queue, its thread, its place in the chain of outputs.
+// The outputs of a classic recording, each with its queue and its thread.
 #pragma once
 
-#include <array>
-#include <atomic>
 #include <cstdint>
 #include <memory>
+#include <mutex>
 #include <string>
-#include <thread>
+#include <vector>
 
-#include "av_handles.h"
-#include "packetqueue.h"
-#include "snapshot.h"
-#include "writer_base.h"
+#include "ffmpeg.h"
+#include "open_files.h"
+#include "status.h"
+
+namespace zeva {
+class MovieOutput;
+using StatusCallback = void (*)(int code, const char* message, void* user);
+}  // namespace zeva
 
 namespace ZV {
 
-// Puts packets into the stream's time base, drops those whose time does not grow, queues them and
-// writes them on a thread of its own; forwards every packet to the next output. The first writer of
-// a chain writes into the muxer's context, which it borrows; further ones own theirs. An ".mp4"
-// output gets a crash-safe index.
+class WriterOutput;
+
+// Hands every packet to all outputs: the main one, whose streams the muxer makes, and further ones
+// with the same streams. Owns the outputs. The first output that needs one gets the crash-safe
+// index. An output that fails takes none of the others with it.
 //
-// The recording's owner calls create_other_writers, open, start, write_packet (the one producer)
-// and stop, in that order and one at a time; request_exit may be called from any thread.
-class ZV_AVWriter : public zeva::BaseWriter {
+// The recording's owner calls create_other_writers, open, start and stop, in that order and one at
+// a time. Packets of one stream come from one thread at a time, those of different streams from
+// any. request_exit may be called from any thread at any time.
+class ZV_AVWriter {
  public:
   ZV_AVWriter(uint32_t max_packets, uint32_t interleave_allowance, const char* url);
-  ~ZV_AVWriter() override;
+  ~ZV_AVWriter();
+  ZV_AVWriter(const ZV_AVWriter&) = delete;
+  ZV_AVWriter& operator=(const ZV_AVWriter&) = delete;
 
-  void create_other_writers(const char* const* urls) override;
-  bool start() override;
-  // Finishes every output of the chain: tailers queued, threads joined, further outputs and indexes
-  // closed. Safe to call again.
-  void stop() override;
-  zeva::WriterResult open(AVFormatContext* main_context, const char* meta_info,
-                          const char* index_path) override;
-  // 0 queued or dropped; negative when the queue was aborted by a write error, or without context.
-  // Blocks while the queue is full.
-  int write_packet(AVRational time_base, AVPacket* packet, bool interleave) override;
-  int write_trailer() override;
+  // The main output, for the owner to create and to give its streams before `open`.
+  zeva::MovieOutput& main_output();
+
+  // Makes further outputs for `urls`, which ends at the first null entry.
+  void create_other_writers(const char* const* urls);
+  // Bounds every network operation; 0 or less for the default.
+  void set_timeout(int timeout_sec);
+
+  // Opens every output and writes its header. `meta_info` is "key:value;...".
+  zeva::Status open(const char* meta_info, const char* index_path);
+  // Starts a thread for each output.
+  zeva::Status start();
+
+  // Queues a packet, whose times are in `time_base`, for every output. A packet whose time does not
+  // grow in an output's own units is left out there. Blocks while a queue is full. 0, or negative
+  // when no output takes packets any more.
+  int write_packet(AVRational time_base, const AVPacket* packet, bool interleave);
+
+  // Ends all, gives up the network, joins each, closes each. Safe to call again.
+  void stop();
+  // The recording ends: openings fail, network calls give up. Cannot be undone.
+  void request_exit();
+
+  // Installed before start; called with a failing output's code and text, and with reports that do
+  // not end an output.
+  zeva::StatusCallback error_callback = nullptr;
+  void* error_user = nullptr;
 
  private:
-  ZV_AVWriter* next_writer() const { return static_cast<ZV_AVWriter*>(next.get()); }
-  bool is_main() const { return previous == nullptr; }
-  bool exited() const { return io.exited(); }
+  zeva::Status open_output(WriterOutput& writer, const char* meta_info, const char* index_path);
+  zeva::Status start_index(WriterOutput& writer, const char* index_path);
 
-  zeva::WriterResult make_own_context(const AVFormatContext* main_context);
-  void start_index(const char* index_path);
-  bool grows(const AVStream& stream, const AVPacket& packet);
-  int enqueue(const AVPacket& packet, bool interleave);
-
-  void write_loop();
-  int write_queued(int64_t* written);
-  void report_write_error(int code);
-  void close_own_context();
-
-  // Fixed after construction.
-  const uint32_t maxNpkt;
+  const uint32_t max_packets;
   const uint32_t interleave_allowance;
-  const std::string url;
-
-  zeva::PacketQueue queue;
-  zeva::FormatContextPtr own_context;  // further writers only
-  std::unique_ptr<zeva::Snapshot> snapshot;
-  std::array<int64_t, 8> last_times;  // producer only, one a stream
-  std::atomic<bool> trailer_written{false};
-  std::thread thread;
+  bool exited = false;       // guarded by outputs_mutex
+  std::mutex outputs_mutex;  // held while the list grows, or another thread runs along it
+  std::vector<std::unique_ptr<WriterOutput>> outputs;
+  zeva::OpenFiles files;
+  std::vector<AVRational> stream_time_bases;  // of the encoders
+  bool index_given = false;
 };
 
 }  // namespace ZV

@@ -2,7 +2,7 @@
 #pragma once
 
 #include "av_handles.h"
-#include "writer_base.h"
+#include "ZV_AVWriter.h"
 #include "zeva/movie_info.h"
 
 namespace zeva {
@@ -21,7 +21,7 @@ struct OutputStream {
 // a time.
 class EncBase {
  public:
-  explicit EncBase(BaseWriter* writer) : writer(writer) {}
+  explicit EncBase(ZV::ZV_AVWriter* writer) : writer(writer) {}
   virtual ~EncBase() = default;
   EncBase(const EncBase&) = delete;
   EncBase& operator=(const EncBase&) = delete;
@@ -35,7 +35,7 @@ class EncBase {
   bool write(OutputStream& ost, const char* kind);
 
   MovieInfo info{};
-  BaseWriter* writer;     // outlives the encoder
+  ZV::ZV_AVWriter* writer;     // outlives the encoder
   bool refusing = false;  // the writer refused the last packet; told once, not for every packet
 };
 

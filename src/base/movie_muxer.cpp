@@ -5,6 +5,7 @@
 
 #include "av_error.h"
 #include "logger.h"
+#include "movie_output.h"
 #include "output_opening.h"
 #include "output_url.h"
 #include "settings_check.h"
@@ -24,9 +25,6 @@ bool any_url(const MovieInfo& info, Test test) {
 }
 
 }  // namespace
-
-MovieBase::MovieBase(std::unique_ptr<BaseWriter> given)
-    : writer(given ? std::move(given) : std::make_unique<BaseWriter>()) {}
 
 MovieMuxer::~MovieMuxer() {
   stop();
@@ -67,6 +65,7 @@ void MovieMuxer::run_start() {
   try {
     open(record->info);
   } catch (const ZVException& e) {
+    writer->stop();  // a host may keep the handle of a failed start for long
     ZEVA_LOG(kLogError, " ---- catch error --- : %s", e.what());
     if (record->exited) {
       ZEVA_LOG(kLogError, "=#= catch exception: already exited, ignore ...");
@@ -87,13 +86,7 @@ void MovieMuxer::open(MovieInfo& info) {
   if (!fault.empty()) {
     throw ZVException(AVERROR(EINVAL), av_error_text(AVERROR(EINVAL)) + (": " + fault));
   }
-  oc = create_output_context(info.url);
-  if (!oc) {
-    if (record->callback != nullptr) {
-      record->callback(kNoContextCode, "output context is NULL", record->user);
-    }
-    return;
-  }
+  open_main(info);
   open_encoders(info);
   open_url(info);
   open_writer(info);
@@ -101,28 +94,40 @@ void MovieMuxer::open(MovieInfo& info) {
   if (record->callback != nullptr) record->callback(kOpenedCode, "start OK", record->user);
 }
 
+void MovieMuxer::open_main(const MovieInfo& info) {
+  AVOutputFormat* const format = guess_output_format(info.url);
+  if (format == nullptr) throw ZVException(kNoFormatCode, "@ av_guess_format(...) is NULL");
+  if (writer->main_output().create(format) < 0) {
+    throw ZVException(kNoContextCode, "@ alloc context failed ...");
+  }
+  oc = writer->main_output().context();
+  if (is_live_url(info.url)) {
+    writer->main_output().set_server_timeout(int64_t{info.timeout_sec} * 1000000);
+  }
+}
+
 void MovieMuxer::open_encoders(MovieInfo& info) {
-  const CodecChoice codecs = choose_codecs(oc.get(), info);
+  const CodecChoice codecs = choose_codecs(*oc->oformat, info);
   writer->create_other_writers(info.other_urls);
   writer->set_timeout(info.timeout_sec);
   try {
     const AVCodec* video_codec = nullptr;
     const AVCodec* audio_codec = nullptr;
     if (codecs.video != AV_CODEC_ID_NONE) {
-      video_codec = add_stream(oc.get(), codecs.video, video, info);
+      video_codec = add_stream(oc, codecs.video, video, info);
       has_video = video_codec != nullptr;
     }
     if (codecs.audio != AV_CODEC_ID_NONE) {
-      audio_codec = add_stream(oc.get(), codecs.audio, audio, info);
+      audio_codec = add_stream(oc, codecs.audio, audio, info);
       has_audio = audio_codec != nullptr;
     }
     if (has_video) {
       video_enc = std::make_unique<VideoEnc>(writer.get());
-      video_enc->open(oc.get(), video_codec, video, codec_options, info);
+      video_enc->open(oc, video_codec, video, codec_options, info);
     }
     if (has_audio) {
       audio_enc = std::make_unique<AudioEnc>(writer.get());
-      audio_enc->open(oc.get(), audio_codec, audio, codec_options, info);
+      audio_enc->open(oc, audio_codec, audio, codec_options, info);
     }
   } catch (const std::string& text) {
     info.hardware = false;
@@ -133,15 +138,7 @@ void MovieMuxer::open_encoders(MovieInfo& info) {
 }
 
 void MovieMuxer::open_url(const MovieInfo& info) {
-  av_dump_format(oc.get(), 0, info.url, 1);
-  // A file is never interrupted: what was recorded must be written.
-  const AVIOInterruptCB interrupt = writer->io.callback();
-  const bool network = is_network_url(info.url);
-  if (network) oc->interrupt_callback = interrupt;
-  writer->io.begin_operation();
-  if ((oc->oformat->flags & AVFMT_NOFILE) != 0) return;
-  const int result =
-      avio_open2(&oc->pb, info.url, AVIO_FLAG_WRITE, network ? &interrupt : nullptr, nullptr);
+  const int result = writer->main_output().open_io();
   if (result < 0) {
     ZEVA_LOG(kLogError, "Could not open '%s': %s", info.url, av_error_text(result));
     throw ZVException(kNoUrlCode, "Could not open url");
@@ -150,23 +147,24 @@ void MovieMuxer::open_url(const MovieInfo& info) {
 
 void MovieMuxer::open_writer(const MovieInfo& info) {
   ZEVA_LOG(kLogError, "@@-- moov: %s", info.moov_url);
-  const WriterResult result = writer->open(oc.get(), info.meta_info, info.moov_url);
-  if (result.failed) {
-    ZEVA_LOG(kLogError, "(%d) %s", static_cast<int>(result.value), result.message.c_str());
-    throw ZVException(kOpeningFailedCode, result.message);
+  const Status opened = writer->open(info.meta_info, info.moov_url);
+  if (!opened.ok) {
+    ZEVA_LOG(kLogError, "(%d) %s", opened.code, opened.message.c_str());
+    throw ZVException(kOpeningFailedCode, opened.message);
   }
   {
     const std::lock_guard<std::mutex> lock(settings_mutex);
     effective = info;
   }
-  if (!writer->start()) throw ZVException(kOpeningFailedCode, "start failed ...");
+  const Status started = writer->start();
+  if (!started.ok) throw ZVException(kOpeningFailedCode, started.message);
 }
 
 // ---- frames
 
 int MovieMuxer::write_video(AVFrame* frame, const AVRational* tb) {
   if (not_running || !video_enc) return 0;
-  if (frame == nullptr) return video_enc->encode(oc.get(), video, nullptr);
+  if (frame == nullptr) return video_enc->encode(oc, video, nullptr);
   const AVRational codec_tb = video.enc->time_base;
   if (tb != nullptr) frame->pts = av_rescale_q(frame->pts, *tb, codec_tb);
   if (frame->pts <= last_video_time) {
@@ -176,16 +174,16 @@ int MovieMuxer::write_video(AVFrame* frame, const AVRational* tb) {
   }
   last_video_time = frame->pts;
   last_video_pts = av_rescale_q(frame->pts, codec_tb, kMicroseconds);
-  return video_enc->encode(oc.get(), video, frame);
+  return video_enc->encode(oc, video, frame);
 }
 
 int MovieMuxer::write_audio(AVFrame* frame, const AVRational* tb) {
   if (not_running || !audio_enc) return 0;
-  if (frame == nullptr) return audio_enc->encode(oc.get(), audio, nullptr);
+  if (frame == nullptr) return audio_enc->encode(oc, audio, nullptr);
   const AVRational codec_tb = audio.enc->time_base;
   if (tb != nullptr) frame->pts = av_rescale_q(frame->pts, *tb, codec_tb);
   last_audio_pts = av_rescale_q(frame->pts, codec_tb, kMicroseconds);
-  return audio_enc->encode(oc.get(), audio, frame);
+  return audio_enc->encode(oc, audio, frame);
 }
 
 AVFrame* MovieMuxer::generate_test_video(AVRational tb) {
@@ -218,35 +216,25 @@ bool MovieMuxer::stop() {
   if (not_running) writer->request_exit();
   if (record->thread.joinable()) record->thread.join();
 
-  FormatContextPtr context = std::move(oc);
-  if (!context) return true;
+  if (oc == nullptr) return true;
   if (not_running) {
     ZEVA_LOG(kLogInfo, "end begin... ======  maybe start rtmp thread blocking ..");
   }
   not_running = true;
-  if (audio_enc) audio_enc->encode(context.get(), audio, nullptr);
-  if (video_enc) video_enc->encode(context.get(), video, nullptr);
+  if (audio_enc) audio_enc->encode(oc, audio, nullptr);
+  if (video_enc) video_enc->encode(oc, video, nullptr);
 
   ZEVA_LOG(kLogInfo, "before write stop ...");
   writer->stop();
   ZEVA_LOG(kLogInfo, "write stop ok");
   if (has_video) close_stream(video, "--- close video OK.");
   if (has_audio) close_stream(audio, "--- close audio OK.");
-  close_output(std::move(context), record->info);
-  return true;
-}
-
-void MovieMuxer::close_output(FormatContextPtr context, const MovieInfo& info) {
-  if ((context->oformat->flags & AVFMT_NOFILE) == 0) {
-    avio_closep(&context->pb);
-    ZEVA_LOG(kLogInfo, "--- close io OK.");
-  }
-  if (any_url(info, is_live_url)) {
+  oc = nullptr;
+  if (any_url(record->info, is_live_url)) {
     ZEVA_LOG(kLogInfo, "--- has rtmp .");
     avformat_network_deinit();
   }
-  context.reset();
-  ZEVA_LOG(kLogInfo, "--- free ctx OK.");
+  return true;
 }
 
 void MovieMuxer::close_stream(OutputStream& ost, const char* closed_message) {

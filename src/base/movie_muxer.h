@@ -10,31 +10,21 @@
 #include "audio_enc.h"
 #include "av_handles.h"
 #include "video_enc.h"
-#include "writer_base.h"
+#include "ZV_AVWriter.h"
 #include "zeva/movie_info.h"
 
 namespace zeva {
-
-// Owns the output writer.
-class MovieBase {
- public:
-  explicit MovieBase(std::unique_ptr<BaseWriter> writer);
-  virtual ~MovieBase() = default;
-  MovieBase(const MovieBase&) = delete;
-  MovieBase& operator=(const MovieBase&) = delete;
-
- protected:
-  const std::unique_ptr<BaseWriter> writer;
-};
 
 // Opens the main output with its streams and encoders, feeds the encoders, and closes everything in
 // order. Owns the output context, the streams and the encoders. start, write_* and stop are called
 // by one thread at a time; the opening may run on a thread of its own, and then nothing but
 // not_running, the effective settings and the last times is shared with it.
-class MovieMuxer : public MovieBase {
+class MovieMuxer {
  public:
-  explicit MovieMuxer(std::unique_ptr<BaseWriter> writer) : MovieBase(std::move(writer)) {}
-  ~MovieMuxer() override;
+  explicit MovieMuxer(std::unique_ptr<ZV::ZV_AVWriter> writer) : writer(std::move(writer)) {}
+  virtual ~MovieMuxer();
+  MovieMuxer(const MovieMuxer&) = delete;
+  MovieMuxer& operator=(const MovieMuxer&) = delete;
 
   // Opens the output, on a thread of its own when `async`; the outcome reaches `cb`. Call once.
   int start(const MovieInfo& info, StatusCallback cb, void* user, bool async);
@@ -62,6 +52,9 @@ class MovieMuxer : public MovieBase {
   AVFrame* generate_test_video(AVRational tb);
   AVFrame* generate_test_audio(AVRational tb);
 
+ protected:
+  const std::unique_ptr<ZV::ZV_AVWriter> writer;
+
  private:
   struct StartRecord {
     std::atomic<bool> exited{false};
@@ -79,13 +72,13 @@ class MovieMuxer : public MovieBase {
   void open_writer(const MovieInfo& info);
 
   static void close_stream(OutputStream& ost, const char* closed_message);
-  static void close_output(FormatContextPtr context, const MovieInfo& info);
+  void open_main(const MovieInfo& info);
 
   std::unique_ptr<StartRecord> record;
   std::atomic<bool> not_running{true};
 
   // Written by the opening, read by others once not_running is cleared or the opening has ended.
-  FormatContextPtr oc;
+  AVFormatContext* oc = nullptr;  // the writer's
   OutputStream video;
   OutputStream audio;
   bool has_video = false;

@@ -4,7 +4,7 @@
 #include <exception>
 #include <string>
 
-#include "av_handles.h"
+#include "ffmpeg.h"
 #include "zeva/movie_info.h"
 
 namespace zeva {
@@ -35,12 +35,7 @@ struct CodecChoice {
   AVCodecID audio = AV_CODEC_ID_NONE;
 };
 
-// The output context for `url`, which decides on the container. Null when FFmpeg gave none. Throws
-// ZVException.
-FormatContextPtr create_output_context(const char* url);
-
-// The codecs for the container or stream, without those that are disabled; sets the transport
-// options of live streams.
-CodecChoice choose_codecs(AVFormatContext* oc, const MovieInfo& info);
+// The codecs for the container or stream, without those that are disabled.
+CodecChoice choose_codecs(const AVOutputFormat& format, const MovieInfo& info);
 
 }  // namespace zeva

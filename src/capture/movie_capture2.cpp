@@ -9,7 +9,7 @@ using zeva::kLogError;
 using zeva::kLogInfo;
 using zeva::kMicroseconds;
 
-MovieCapture2::MovieCapture2(std::unique_ptr<zeva::BaseWriter> writer)
+MovieCapture2::MovieCapture2(std::unique_ptr<ZV::ZV_AVWriter> writer)
     : MovieMuxer(std::move(writer)) {}
 
 MovieCapture2::~MovieCapture2() {

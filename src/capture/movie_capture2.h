@@ -13,7 +13,7 @@
 // start, write_*, pause, resume and stop are called by one thread at a time; the rest by any.
 class MovieCapture2 : public zeva::MovieMuxer {
  public:
-  explicit MovieCapture2(std::unique_ptr<zeva::BaseWriter> writer);
+  explicit MovieCapture2(std::unique_ptr<ZV::ZV_AVWriter> writer);
   ~MovieCapture2() override;
 
   void start(const MovieInfo* info, zeva::StatusCallback cb, void* user, bool async);

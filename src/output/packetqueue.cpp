@@ -1,5 +1,7 @@
 #include "packetqueue.h"
 
+#include <exception>
+
 #include "logger.h"
 
 namespace zeva {
@@ -27,65 +29,32 @@ void PacketQueue::safe_free(AVPacket* packet) {
   av_packet_unref(packet);
 }
 
-PacketQueue::PacketQueue() { tailer(); }
-
 PacketQueue::~PacketQueue() {
-  const std::lock_guard<std::mutex> lock(mutex);
-  while (first != nullptr) {
-    PacketNode* node = first;
-    first = node->next;
-    drop_node(node);
-  }
-}
-
-PacketQueue::PacketNode* PacketQueue::make_node(AVPacket* packet) {
-  auto* node = static_cast<PacketNode*>(av_mallocz(sizeof(PacketNode)));
-  if (node == nullptr) return nullptr;
-  if (packet == tailer()) {
-    node->packet = *packet;
-  } else if (av_packet_ref(&node->packet, packet) < 0) {
-    av_free(node);
-    return nullptr;
-  }
-  return node;
-}
-
-void PacketQueue::drop_node(PacketNode* node) {
-  safe_free(&node->packet);
-  av_free(node);
+  for (AVPacket& packet : packets) safe_free(&packet);
 }
 
 int PacketQueue::put(AVPacket* packet) {
-  PacketNode* node = make_node(packet);
-  if (node == nullptr) return -1;
   const std::lock_guard<std::mutex> lock(mutex);
-  append_locked(node);
-  return 0;
+  return append_locked(packet);
 }
 
 int PacketQueue::put_bounded(AVPacket* packet, uint32_t max_packets, bool block) {
-  PacketNode* node = make_node(packet);
-  if (node == nullptr) {
-    safe_free(packet);
-    return -1;
+  int result = 0;
+  {
+    std::unique_lock<std::mutex> lock(mutex);
+    result = wait_for_place(lock, max_packets, block);
+    if (result == 0) result = append_locked(packet);
   }
-  std::unique_lock<std::mutex> lock(mutex);
-  const int result = wait_for_place(lock, max_packets, block);
-  if (result == 0) {
-    append_locked(node);
-    return 0;
-  }
-  lock.unlock();
-  safe_free(packet);
-  drop_node(node);
+  if (result < 0) safe_free(packet);
   return result;
 }
 
 int PacketQueue::wait_for_place(std::unique_lock<std::mutex>& lock, uint32_t max_packets,
                                 bool block) {
   if (abort_request) return -1;
-  while (static_cast<uint32_t>(packets) >= max_packets) {
-    ZEVA_LOG(kLogDebug, "write full: maxNpkt=%d, have=%d", static_cast<int>(max_packets), packets);
+  while (packets.size() >= max_packets) {
+    ZEVA_LOG(kLogDebug, "write full: maxNpkt=%d, have=%d", static_cast<int>(max_packets),
+             static_cast<int>(packets.size()));
     if (!block) return -2;
     not_full.wait(lock);
     if (abort_request) return -1;
@@ -93,29 +62,30 @@ int PacketQueue::wait_for_place(std::unique_lock<std::mutex>& lock, uint32_t max
   return 0;
 }
 
-void PacketQueue::append_locked(PacketNode* node) {
-  (last != nullptr ? last->next : first) = node;
-  last = node;
-  ++packets;
-  size_bytes += node->packet.size + static_cast<int32_t>(sizeof(PacketNode));
+int PacketQueue::append_locked(AVPacket* packet) try {
+  AVPacket& place = packets.emplace_back();
+  if (is_tailer(*packet)) {
+    place = *packet;
+  } else if (av_packet_ref(&place, packet) < 0) {
+    packets.pop_back();
+    return -1;
+  }
   not_empty.notify_one();
+  return 0;
+} catch (const std::exception&) {
+  return -1;
 }
 
 int PacketQueue::get(AVPacket* packet, bool block) {
   std::unique_lock<std::mutex> lock(mutex);
   if (abort_request) return -1;
-  while (first == nullptr) {
+  while (packets.empty()) {
     if (!block) return 0;
     not_empty.wait(lock);
     if (abort_request) return -1;
   }
-  PacketNode* node = first;
-  first = node->next;
-  if (first == nullptr) last = nullptr;
-  --packets;
-  size_bytes -= node->packet.size + static_cast<int32_t>(sizeof(PacketNode));
-  *packet = node->packet;
-  av_free(node);
+  *packet = packets.front();
+  packets.pop_front();
   not_full.notify_one();
   return 1;
 }
@@ -130,7 +100,7 @@ void PacketQueue::abort() {
 
 int PacketQueue::nb_packets() const {
   const std::lock_guard<std::mutex> lock(mutex);
-  return packets;
+  return static_cast<int>(packets.size());
 }
 
 }  // namespace zeva

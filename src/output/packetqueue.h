@@ -1,20 +1,21 @@
-// Bounded queue of encoded packets between the encoding thread and one output's writer thread.
+// Bounded queue of encoded packets between the threads that make them and one output's writer.
 #pragma once
 
 #include <condition_variable>
 #include <cstdint>
+#include <deque>
 #include <mutex>
 
 #include "ffmpeg.h"
 
 namespace zeva {
 
-// First in, first out; packets share their payloads, nothing is copied. Owns the packets in it.
-// One producer puts (the encoding thread; the stopping thread puts the tailer), one consumer gets;
-// any thread may abort. Put bounded and get wait on conditions, never on time.
+// First in, first out; packets share their payloads, nothing is copied. Owns the packets in it. Any
+// thread puts (the stopping thread puts the tailer) or aborts, one consumer gets. Put bounded and
+// get wait on conditions, never on time.
 class PacketQueue {
  public:
-  PacketQueue();
+  PacketQueue() { tailer(); }
   ~PacketQueue();
   PacketQueue(const PacketQueue&) = delete;
   PacketQueue& operator=(const PacketQueue&) = delete;
@@ -45,21 +46,11 @@ class PacketQueue {
   static void safe_free(AVPacket* packet);
 
  private:
-  struct PacketNode {
-    AVPacket packet;
-    PacketNode* next;
-  };
-
-  static PacketNode* make_node(AVPacket* packet);
-  static void drop_node(PacketNode* node);
   int wait_for_place(std::unique_lock<std::mutex>& lock, uint32_t max_packets, bool block);
-  void append_locked(PacketNode* node);
+  int append_locked(AVPacket* packet);
 
   // Guarded by mutex.
-  PacketNode* first = nullptr;
-  PacketNode* last = nullptr;
-  int32_t packets = 0;
-  int32_t size_bytes = 0;  // payloads and nodes; kept for diagnosis, no limit is placed on it
+  std::deque<AVPacket> packets;
   bool abort_request = false;
 
   mutable std::mutex mutex;

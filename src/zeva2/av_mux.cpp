@@ -38,6 +38,7 @@ AVMux::AVMux(const MovieInfo2& info, ZEVA2_status_callback status_cb, void* user
 
 AVMux::~AVMux() {
   ZEVA_LOG(kLogInfo, "~ AVMux()");
+  end_worker();  // also when stop was cut short
   clear();
 }
 
@@ -72,8 +73,17 @@ bool AVMux::refuse(int code, const char* text) {
 void AVMux::stop() {
   ZEVA_LOG(kLogInfo, "Muxer Stop() ing... (%p);  total_video_npkt=%lld, total_audio_npkt=%lld",
            static_cast<void*>(this), printable(total_video_npkt), printable(total_audio_npkt));
-  flush_inputs();
+  try {
+    flush_inputs();
+  } catch (const std::exception& e) {
+    ZEVA_LOG(kLogError, "packets that were held back are lost: %s", e.what());
+  }
+  end_worker();
+}
+
+void AVMux::end_worker() {
   aborted = true;
+  if (!worker.joinable()) return;
   ZEVA_LOG(kLogInfo, "abort pkt queues ...");
   input.que_abort();
   {
@@ -85,7 +95,7 @@ void AVMux::stop() {
     if (phase != Phase::kRecording) give_up_outputs_soon_locked();
   }
   ZEVA_LOG(kLogInfo, "release muxer later ing... (%p)", static_cast<void*>(this));
-  if (worker.joinable()) worker.join();
+  worker.join();
 }
 
 void AVMux::flush_inputs() {
@@ -152,31 +162,38 @@ void AVMux::record() {
 }
 
 Status AVMux::open_outputs() {
+  OpenFiles files;
   bool index_given = settings.moov.empty();
   const auto open_next = [&](const std::string& url) {
     if (url.empty()) return Status::success();
-    const bool indexed = !index_given && ends_with_nocase(url.c_str(), ".mp4");
+    const AVOutputFormat* format = guess_output_format(url.c_str());
+    const bool indexed = !index_given && format != nullptr && needs_index(*format);
     index_given = index_given || indexed;
-    return open_output(url, indexed ? settings.moov : "");
+    return open_output(url, indexed ? settings.moov : "", files);
   };
   Status status = open_next(settings.url);
   for (const std::string& url : settings.others) {
     if (status.ok) status = open_next(url);
   }
   if (status.ok && outputs.empty()) return Status::failure(kNoOutput, "no valid output url");
+  // None is written before all are open: a start that fails leaves no beginning of a movie behind.
+  for (const auto& output : outputs) {
+    if (status.ok) status = output->start();
+  }
   return status;
 }
 
-Status AVMux::open_output(const std::string& url, const std::string& index_path) {
+Status AVMux::open_output(const std::string& url, const std::string& index_path, OpenFiles& files) {
   OutputContext* output = nullptr;
   {
     const std::lock_guard<std::mutex> lock(outputs_mutex);
-    outputs.push_back(std::make_unique<OutputContext>());
+    outputs.push_back(std::make_unique<OutputContext>(
+        url, [this](int32_t code, const std::string& text) { report(code, text); }));
     output = outputs.back().get();
     if (stopping) output->give_up_soon();
   }
   Status status =
-      output->open(input.video_stream(), input.audio_stream(), url, index_path, settings.meta);
+      output->open(input.video_stream(), input.audio_stream(), index_path, settings.meta, files);
   if (status.ok) return status;
   const std::lock_guard<std::mutex> lock(outputs_mutex);
   outputs.pop_back();
@@ -194,6 +211,11 @@ bool AVMux::close_outputs() {
     pop_status(output->failure());
   }
   return cut;
+}
+
+// What does not end the recording; from any of the library's threads.
+void AVMux::report(int32_t code, const std::string& text) {
+  if (status_cb != nullptr) status_cb(code, text.c_str(), user);
 }
 
 void AVMux::pop_status(const Status& status) {

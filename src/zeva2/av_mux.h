@@ -11,6 +11,7 @@
 #include "aac_encoder.h"
 #include "annexb_filter.h"
 #include "mux_settings.h"
+#include "open_files.h"
 #include "status.h"
 #include "zeva/packet.h"
 #include "zv2_input_context.h"
@@ -69,19 +70,21 @@ class AVMux {
   int64_t rebase(StreamClock* clock, int64_t usec);
 
   void pop_status(const Status& status);
+  void report(int32_t code, const std::string& text);
   bool refuse(int code, const char* text);
 
   // Worker thread.
   void work();
   void record();
   Status open_outputs();
-  Status open_output(const std::string& url, const std::string& index_path);
+  Status open_output(const std::string& url, const std::string& index_path, OpenFiles& files);
   bool close_outputs();
 
   enum class Phase { kOpening, kRecording, kEnding };
   void enter(Phase next);
   void give_up_outputs_soon_locked();
   void flush_inputs();
+  void end_worker();
   void clear();
 
   std::atomic<int64_t> pause_start{0};  // microseconds of the clock; above 0 while paused

@@ -1,5 +1,6 @@
 #include "zv2_input_context.h"
 
+#include <new>
 #include <string>
 
 #include "av_error.h"
@@ -127,8 +128,13 @@ int InputContext::run_demux(DeliverPacket deliver, void* user) {
 
 void InputContext::que_abort() {
   ZEVA_LOG(kLogInfo, "que abort");
-  (void)audio.push(nullptr, qel::kUnbounded, false, 0);
-  (void)video.push(nullptr, qel::kUnbounded, false, 0);
+  for (InputQueue* queue : {&audio, &video}) {
+    try {
+      (void)queue->push(nullptr, qel::kUnbounded, false, 0);
+    } catch (const std::bad_alloc&) {
+      queue->abort();  // loses what is queued, but nobody waits for ever
+    }
+  }
 }
 
 void InputContext::clear() {

@@ -4,40 +4,37 @@
 #include <cstdint>
 #include <memory>
 #include <string>
-#include <thread>
 #include <vector>
 
-#include "av_handles.h"
-#include "blocking_queue.h"
-#include "io_interrupt.h"
-#include "snapshot.h"
+#include "open_files.h"
+#include "output_thread.h"
 #include "status.h"
 #include "zv2_aac_to_opus.h"
 
 namespace zeva {
 
-// Owns the muxer's context, a queue of packets, the thread that writes them, the transcoder of an
-// RTSP output and the index of a movie. One worker thread calls open, enqueue, flush and close, in
-// that order; `give_up_soon` may be called from any thread at any time.
-class OutputContext {
+// Routes packets of the two inputs into one output, an RTSP output's sound through a transcoder.
+// Owns the output with its queue and thread, and the transcoder. One worker thread calls open,
+// start, enqueue, finish and close, in that order; `give_up_soon` may be called from any thread at
+// any time.
+class OutputContext : private OutputListener {
  public:
-  OutputContext();
-  ~OutputContext();
+  OutputContext(const std::string& url, MovieOutput::Report report);
+  ~OutputContext() { close(); }
   OutputContext(const OutputContext&) = delete;
   OutputContext& operator=(const OutputContext&) = delete;
 
-  // Opens the output, writes its header and starts its thread. A stream may be null; both are only
-  // read. Blocks while a network output connects, at most 5 s for each step. After a failure the
-  // object is only good to be destroyed.
-  Status open(const AVStream* video_stream, const AVStream* audio_stream, const std::string& url,
-              const std::string& snapshot_path, const std::string& meta);
+  // Opens the output and writes its header; `files` are those of the outputs before it. A stream
+  // may be null; both are only read. Blocks while a network output connects, at most 5 s for each
+  // step. After a failure the object is only good to be destroyed.
+  Status open(const AVStream* video_stream, const AVStream* audio_stream,
+              const std::string& snapshot_path, const std::string& meta, OpenFiles& files);
+  // Starts the thread that writes.
+  Status start() { return thread.start(); }
 
-  // Queues a reference to `packet`, whose times are in `time_base`; a null one ends the output
-  // after what is queued. A packet of a stream that the output does not have is left out. False
-  // when the output has failed.
-  bool enqueue(const AVPacket* packet, AVRational time_base, int stream_index);
-
-  // Queues a packet of one of the two inputs, the sound through the transcoder where there is one.
+  // Queues a packet of one of the two inputs, whose times are in `time_base`; a null one gives out
+  // what the transcoder still holds. A packet of a stream that the output does not have is left
+  // out. False when the output has failed.
   bool enqueue_video(const AVPacket* packet, AVRational time_base);
   bool enqueue_audio(const AVPacket* packet, AVRational time_base);
 
@@ -51,38 +48,36 @@ class OutputContext {
   // The first thing that went wrong after the opening; complete once `close` has returned.
   const Status& failure() const { return first_failure; }
 
+  const std::string& url() const { return thread.output.url(); }
   // Packets that wait to be written, and whether writing has failed; any thread.
-  int32_t queued() { return packets.size(); }
-  bool failed() const { return packets.is_aborted(); }
+  int32_t queued() const { return thread.queued(); }
+  bool failed() const { return thread.has_failed(); }
 
   // The recording is to end: a network output has 1.5 s from the first call. Files are not touched.
-  void give_up_soon() { io.exit(); }
+  void give_up_soon() { thread.output.io.exit(); }
 
  private:
-  Status open_snapshot(const std::string& path);
   Status make_context();
-  void set_metadata(const std::string& meta);
-  Status set_rtsp_options(const AVStream* audio_stream);
+  Status make_transcoder(const AVStream* audio_stream);
   Status add_streams(const AVStream* video_stream, const AVStream* audio_stream);
   Status add_stream(const AVStream& source);
   Status open_io();
-  void attach_snapshot(const std::string& path);
+  Status start_index(const std::string& path);
   Status write_header();
-  bool owns_io() const { return (oc->oformat->flags & AVFMT_NOFILE) == 0; }
+  bool enqueue(const AVPacket* packet, AVRational time_base, int stream_index);
 
-  void write_loop();
-  bool write(PacketPtr packet);
+  // On the writer thread.
+  void on_end_of_packets(int64_t written) override;
+  void on_trailer(int64_t written) override;
+  void on_write_error(int code) override;
+  void on_trailer_error(int code) override;
+  void on_finished() override;
   void fail(const char* what, int result);
 
-  std::string url;
-  FormatContextPtr oc;
+  OutputThread thread;
   int32_t video_index = -1;
   int32_t audio_index = -1;
   std::unique_ptr<AacToOpus> transcoder;
-  std::thread thread;
-  qel::BlockingQueue<AVPacket*> packets;  // null ends the output
-  std::unique_ptr<Snapshot> snapshot;
-  IoInterrupt io;
   Status first_failure;  // the writer thread's until it has ended
 };
 

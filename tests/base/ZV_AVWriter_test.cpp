@@ -4,6 +4,7 @@
 
 #include "log_capture.h"
 #include "media.h"
+#include "movie_output.h"
 #include "temp_dir.h"
 
 namespace {
@@ -13,22 +14,24 @@ TEST(Writer, FullQueueBlocksUntilTheOutputTakesMore) {
   for (const bool interleave : {false, true}) {
     const TempDir dir;
     const std::string path = dir.path("a.mp4");
-    const zeva::FormatContextPtr oc = make_output(path);
-    ASSERT_TRUE(oc);
     ZV::ZV_AVWriter writer(3, 2, path.c_str());
+    zeva::MovieOutput& output = writer.main_output();
+    ASSERT_EQ(output.create(nullptr), 0);
+    add_picture_stream(output.context());
+    add_sound_stream(output.context());
+    ASSERT_EQ(output.open_io(), 0);
     bool started = false;
     const LogCapture log([&](const std::string& message) {
       if (started || message.rfind("write full", 0) != 0) return;
       started = true;
-      writer.start();
+      EXPECT_TRUE(writer.start().ok);
     });
-    ASSERT_FALSE(writer.open(oc.get(), "", "").failed);
+    ASSERT_TRUE(writer.open("", "").ok);
     for (int64_t n = 0; n < 2000; ++n) {
       const auto packet = make_packet(0, n, n, 1, 100, true);
       ASSERT_EQ(writer.write_packet({1, 25}, packet.get(), interleave), 0);
     }
     writer.stop();
-    avio_closep(&oc->pb);
     EXPECT_GE(
         log.count(interleave ? "write full: maxNpkt=5, have=5" : "write full: maxNpkt=3, have=3"),
         1);

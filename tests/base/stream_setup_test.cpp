@@ -5,6 +5,7 @@
 #include "enc_base.h"
 #include "media.h"
 #include "output_opening.h"
+#include "output_url.h"
 
 namespace {
 
@@ -50,7 +51,7 @@ TEST(StreamSetup, RateControl) {
     info.video_bitrate = c.kbit;
     info.crf = c.crf;
     info.qp = c.qp;
-    const zeva::FormatContextPtr oc = zeva::create_output_context(info.url);
+    const zeva::FormatContextPtr oc = make_output(info.url, false);
     zeva::OutputStream stream;
     ASSERT_NE(zeva::add_stream(oc.get(), c.codec, stream, info), nullptr);
     EXPECT_EQ(rate_control(*stream.enc), c.told);
@@ -60,9 +61,9 @@ TEST(StreamSetup, RateControl) {
 TEST(OutputOpening, LiveStreamsHaveContainersAndCodecsOfTheirOwn) {
   for (const bool rtsp : {false, true}) {
     const char* url = rtsp ? "rtsp://h/a" : "rtmp://h/a.mp4";
-    const zeva::FormatContextPtr oc = zeva::create_output_context(url);
-    EXPECT_STREQ(oc->oformat->name, rtsp ? "rtsp" : "flv");
-    const zeva::CodecChoice chosen = zeva::choose_codecs(oc.get(), small_movie(url));
+    const AVOutputFormat* format = zeva::guess_output_format(url);
+    EXPECT_STREQ(format->name, rtsp ? "rtsp" : "flv");
+    const zeva::CodecChoice chosen = zeva::choose_codecs(*format, small_movie(url));
     EXPECT_EQ(chosen.video, AV_CODEC_ID_H264);
     EXPECT_EQ(chosen.audio, rtsp ? AV_CODEC_ID_OPUS : AV_CODEC_ID_AAC);
   }

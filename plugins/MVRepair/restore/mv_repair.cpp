@@ -123,8 +123,8 @@ bool MvRepair::is_an_input(const Paths& paths) const {
 
 // Nothing of the output is opened before its description is complete.
 int MvRepair::rebuild(const std::string& output_path) {
-  RepairOutput output(stopped);
-  int result = output.create(output_path);
+  RepairOutput output(output_path, stopped);
+  int result = output.create();
   if (result >= 0) result = output.add_streams(parser.streams());
   if (result >= 0) result = output.open();
   if (result >= 0) result = output.write_header();

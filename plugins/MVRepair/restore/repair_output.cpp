@@ -59,8 +59,23 @@ int unusable(const char* what) {
   return AVERROR_INVALIDDATA;
 }
 
-AVStream* new_stream(AVFormatContext* context, AVMediaType type, AVRational time_base) {
-  AVStream* stream = avformat_new_stream(context, nullptr);
+}  // namespace
+
+int RepairOutput::create() {
+  if (output.create(nullptr) < 0) {
+    err_print(stderr, "Could not create output context\n");
+    return AVERROR_UNKNOWN;
+  }
+  // A file is never interrupted: what was recovered must be written.
+  if (file_path(output.url()).empty()) {
+    output.context()->interrupt_callback = {give_up_when_stopped,
+                                            const_cast<std::atomic<bool>*>(&stopped)};
+  }
+  return 0;
+}
+
+AVStream* RepairOutput::new_stream(AVMediaType type, AVRational time_base) {
+  AVStream* stream = output.add_stream();
   if (stream == nullptr) {
     err_print(stderr, "Failed allocating output stream\n");
     return nullptr;
@@ -68,24 +83,6 @@ AVStream* new_stream(AVFormatContext* context, AVMediaType type, AVRational time
   stream->codecpar->codec_type = type;
   stream->time_base = time_base;  // a wish; where the muxer grants it no time stamp is rounded
   return stream;
-}
-
-}  // namespace
-
-int RepairOutput::create(const std::string& path) {
-  url = path;
-  AVFormatContext* made = nullptr;
-  avformat_alloc_output_context2(&made, nullptr, nullptr, url.c_str());
-  context.reset(made);
-  if (context == nullptr) {
-    err_print(stderr, "Could not create output context\n");
-    return AVERROR_UNKNOWN;
-  }
-  // A file is never interrupted: what was recovered must be written.
-  if (file_path(url).empty()) {
-    context->interrupt_callback = {give_up_when_stopped, const_cast<std::atomic<bool>*>(&stopped)};
-  }
-  return 0;
 }
 
 int RepairOutput::add_streams(const IndexStreams& streams) {
@@ -104,7 +101,7 @@ int RepairOutput::add_audio_stream(const AudioDescription& audio) {
   const bool usable = is_valid(audio.time_base) && audio.sample_rate > 0 && audio.channels > 0 &&
                       audio.channels <= kMaxChannels && audio.frame_size >= 0;
   if (!usable) return unusable("audio");
-  AVStream* stream = new_stream(context.get(), AVMEDIA_TYPE_AUDIO, audio.time_base);
+  AVStream* stream = new_stream(AVMEDIA_TYPE_AUDIO, audio.time_base);
   if (stream == nullptr) return AVERROR_UNKNOWN;
   AVCodecParameters& par = *stream->codecpar;
   par.channels = audio.channels;
@@ -124,7 +121,7 @@ int RepairOutput::add_video_stream(const VideoDescription& video) {
   if (!is_valid(video.time_base) || av_image_check_size(width, height, 0, nullptr) < 0) {
     return unusable("video");
   }
-  AVStream* stream = new_stream(context.get(), AVMEDIA_TYPE_VIDEO, video.time_base);
+  AVStream* stream = new_stream(AVMEDIA_TYPE_VIDEO, video.time_base);
   if (stream == nullptr) return AVERROR_UNKNOWN;
   AVCodecParameters& par = *stream->codecpar;
   par.width = video.width;
@@ -137,19 +134,16 @@ int RepairOutput::add_video_stream(const VideoDescription& video) {
 }
 
 int RepairOutput::open() {
-  av_dump_format(context.get(), 0, url.c_str(), 1);
-  if (!has_file()) return 0;
-  const char* protocol = avio_find_protocol_name(url.c_str());
+  const char* url = output.url().c_str();
+  const char* protocol = avio_find_protocol_name(url);
   const bool refused = protocol != nullptr && av_match_list(protocol, kRefusedProtocols, ',') != 0;
-  const int result = refused ? AVERROR(EINVAL)
-                             : avio_open2(&context->pb, url.c_str(), AVIO_FLAG_WRITE,
-                                          &context->interrupt_callback, nullptr);
-  if (result < 0) err_print(stderr, "Could not open output file '%s'\n", url.c_str());
+  const int result = refused ? AVERROR(EINVAL) : output.open_io();
+  if (result < 0) err_print(stderr, "Could not open output file '%s'\n", url);
   return result;
 }
 
 int RepairOutput::write_header() {
-  const int result = avformat_write_header(context.get(), nullptr);
+  const int result = output.write_header();
   if (result < 0) err_print(stderr, "Error occurred when opening output file\n");
   return result;
 }
@@ -162,14 +156,14 @@ int RepairOutput::write(const IndexedPacket& indexed, uint8_t* data) {
   packet.stream_index = indexed.stream_index;
   packet.flags = indexed.key ? AV_PKT_FLAG_KEY : 0;
   packet.pos = -1;
-  if (static_cast<unsigned>(indexed.stream_index) >= context->nb_streams) {
+  if (static_cast<unsigned>(indexed.stream_index) >= output.context()->nb_streams) {
     packet.pts = indexed.pts;
     packet.dts = indexed.dts;
     packet.duration = indexed.duration;
     print_refused(packet, video_time_base);
     return AVERROR(EINVAL);
   }
-  const AVStream& stream = *context->streams[indexed.stream_index];
+  const AVStream& stream = *output.context()->streams[indexed.stream_index];
   const bool audio = stream.codecpar->codec_type == AVMEDIA_TYPE_AUDIO;
   const AVRational source = audio ? audio_time_base : video_time_base;
   const auto rounding = static_cast<AVRounding>(AV_ROUND_NEAR_INF | AV_ROUND_PASS_MINMAX);
@@ -178,7 +172,7 @@ int RepairOutput::write(const IndexedPacket& indexed, uint8_t* data) {
   packet.duration = av_rescale_q(indexed.duration, source, stream.time_base);
   const bool possible = is_possible(packet.pts) && is_possible(packet.dts) &&
                         packet.duration >= 0 && packet.duration <= std::numeric_limits<int>::max();
-  const int result = possible ? av_write_frame(context.get(), &packet) : AVERROR(EINVAL);
+  const int result = possible ? output.write_in_order(&packet) : AVERROR(EINVAL);
   if (result < 0) print_refused(packet, stream.time_base);
   return result;
 }
@@ -196,17 +190,15 @@ void RepairOutput::print_refused(const AVPacket& packet, AVRational time_base) c
 }
 
 int RepairOutput::write_trailer() {
-  const int result = av_write_trailer(context.get());
-  if (result < 0 || context->pb == nullptr) return result;
-  avio_flush(context->pb);
-  return context->pb->error;  // a full disk is no success, whatever the muxer says
+  // A movie of which nothing came back is finished all the same.
+  int result = output.commit();
+  if (result >= 0) result = output.write_trailer();
+  // Finished with what fitted, but that is not all.
+  return result >= 0 && output.can_be_finished() ? AVERROR(ENOSPC) : result;
 }
 
 int RepairOutput::close() {
-  if (context == nullptr) return 0;
-  const int result = has_file() ? avio_closep(&context->pb) : 0;
-  context.reset();
-  return result < 0 ? AVERROR(EIO) : 0;  // the system's close gives no FFmpeg code
+  return output.close() < 0 ? AVERROR(EIO) : 0;  // the system's close gives no FFmpeg code
 }
 
 }  // namespace zeva

@@ -5,23 +5,22 @@
 #include <cstdint>
 #include <string>
 
-#include "av_handles.h"
 #include "index_reader.h"
+#include "movie_output.h"
 
 namespace zeva {
 
-// A thin layer over FFmpeg's muxer: streams out of an index's descriptions, packets with time
-// stamps in the index's time bases. Owns context and I/O. Used by one thread; calls in the order of
-// the methods. Results are FFmpeg codes.
+// Streams out of an index's descriptions, packets with time stamps in the index's time bases. Owns
+// the output. Used by one thread; calls in the order of the methods. Results are FFmpeg codes.
 class RepairOutput {
  public:
   // `stopped` must outlive the object: while it is set, a network output gives up.
-  explicit RepairOutput(const std::atomic<bool>& stopped) : stopped(stopped) {}
-  ~RepairOutput() { (void)close(); }
+  RepairOutput(const std::string& path, const std::atomic<bool>& stopped)
+      : stopped(stopped), output(path) {}
   RepairOutput(const RepairOutput&) = delete;
   RepairOutput& operator=(const RepairOutput&) = delete;
 
-  [[nodiscard]] int create(const std::string& path);
+  [[nodiscard]] int create();
   [[nodiscard]] int add_streams(const IndexStreams& streams);
   [[nodiscard]] int open();
   [[nodiscard]] int write_header();
@@ -29,18 +28,18 @@ class RepairOutput {
   [[nodiscard]] int write(const IndexedPacket& indexed, uint8_t* data);
   [[nodiscard]] int write_trailer();
   // Whether the output took no more bytes; it never will again.
-  bool broken() const { return context->pb != nullptr && context->pb->error < 0; }
+  bool broken() const { return output.is_broken() || output.can_be_finished(); }
   [[nodiscard]] int close();
 
  private:
   int add_audio_stream(const AudioDescription& audio);
   int add_video_stream(const VideoDescription& video);
   void print_refused(const AVPacket& packet, AVRational time_base) const;
-  bool has_file() const { return (context->oformat->flags & AVFMT_NOFILE) == 0; }
+
+  AVStream* new_stream(AVMediaType type, AVRational time_base);
 
   const std::atomic<bool>& stopped;
-  std::string url;
-  FormatContextPtr context;
+  MovieOutput output;
   AVRational audio_time_base{0, 1};  // of the index
   AVRational video_time_base{0, 1};  // of the index, for whatever is not audio
 };

@@ -1,0 +1,158 @@
+#include "writer_output.h"
+
+#include <algorithm>
+
+#include "av_error.h"
+#include "logger.h"
+#include "output_url.h"
+
+namespace ZV {
+namespace {
+
+using zeva::av_error_text;
+using zeva::kLogError;
+using zeva::MovieOutput;
+using zeva::Status;
+
+constexpr int64_t kNoTime = -999999;
+
+enum UrlKind { kMp4 = 0, kHls = 1, kRtmp = 2, kRtsp = 3, kOtherUrl = 100 };
+
+UrlKind classify(const char* url) {
+  if (zeva::ends_with_nocase(url, ".mp4")) return kMp4;
+  if (zeva::ends_with_nocase(url, ".m3u8")) return kHls;
+  if (av_stristart(url, "rtmp://", nullptr) != 0) return kRtmp;
+  if (av_stristart(url, "rtsp://", nullptr) != 0) return kRtsp;
+  return kOtherUrl;
+}
+
+// The container goes by the URL. A name that says nothing gets the main output's container when
+// that has such a name, too.
+AVOutputFormat* further_format(const MovieOutput& main, const char* url) {
+  const UrlKind kind = classify(url);
+  const bool same_kind = kind == classify(main.url().c_str());
+  AVOutputFormat* const of_main = main.context()->oformat;
+  if (kind != kOtherUrl && same_kind) return of_main;
+  if (kind == kRtmp) return av_guess_format("flv", nullptr, nullptr);
+  if (kind == kRtsp) return av_guess_format("rtsp", nullptr, nullptr);
+  AVOutputFormat* const guessed = av_guess_format(nullptr, url, nullptr);
+  return guessed == nullptr && same_kind ? of_main : guessed;
+}
+
+// Where the codec reorders pictures, presentation times go back and forth by nature, and only the
+// decoding times tell a packet that is out of order.
+int64_t order_time(const AVStream& stream, const AVPacket& packet) {
+  return stream.codecpar->video_delay > 0 ? packet.dts : packet.pts;
+}
+
+}  // namespace
+
+WriterOutput::WriterOutput(const ZV_AVWriter& owner, const char* name, const char* url,
+                           uint32_t max_packets, uint32_t interleave_allowance)
+    : thread(url != nullptr ? url : "", {}, *this,
+             [&owner](int32_t code, const std::string& text) {
+               if (owner.error_callback != nullptr) {
+                 owner.error_callback(code, text.c_str(), owner.error_user);
+               }
+             }),
+      owner(owner),
+      name(name),
+      max_packets(max_packets),
+      interleave_allowance(interleave_allowance) {
+  last_times.fill(kNoTime);
+}
+
+Status WriterOutput::clone(const MovieOutput& main,
+                           const std::vector<AVRational>& time_bases) {
+  const std::string& url = thread.output.url();
+  if (url.empty()) return Status::failure(-1, "clone: invalid paramters");
+  const auto failure = [](int code, int result, const std::string& text) {
+    if (result < 0) ZEVA_LOG(kLogError, "Error ###: res=%d, %s\n", result, av_error_text(result));
+    return Status::failure(code, text);
+  };
+  AVOutputFormat* const format = further_format(main, url.c_str());
+  if (format == nullptr) return failure(-3, 0, "guss format is null");
+  int result = thread.output.create(format);
+  if (result < 0) {
+    return format == main.context()->oformat
+               ? failure(-2, result, "Could not create output context: " + url)
+               : failure(
+                     -4, result,
+                     std::string("create context failed: ") + av_error_text(result) + ", " + url);
+  }
+  for (size_t i = 0; i < time_bases.size(); ++i) {
+    AVStream* const stream = thread.output.add_stream();
+    result = stream == nullptr
+                 ? AVERROR(ENOMEM)
+                 : avcodec_parameters_copy(stream->codecpar, main.context()->streams[i]->codecpar);
+    if (result < 0) return failure(-5, result, "failed create output stream: " + url);
+    stream->time_base = time_bases[i];
+    stream->codecpar->codec_tag = 0;
+  }
+  result = thread.output.open_io();
+  if (result >= 0) return Status::success();
+  return failure(-6, result, std::string("io open failed: ") + av_error_text(result) + ", " + url);
+}
+
+int WriterOutput::write(AVRational time_base, const AVPacket& packet, bool interleave) {
+  const AVFormatContext* const context = thread.output.context();
+  const auto index = static_cast<size_t>(packet.stream_index);
+  if (context == nullptr || packet.stream_index < 0 || index >= last_times.size() ||
+      index >= context->nb_streams) {
+    return -1;
+  }
+  const zeva::PacketPtr own(av_packet_clone(&packet));
+  if (own == nullptr) return -1;
+  const AVStream& stream = *context->streams[index];
+  av_packet_rescale_ts(own.get(), time_base, stream.time_base);
+  if (!grows(stream, *own)) return 0;
+  return thread.put(*own, max_packets + (interleave ? interleave_allowance : 0));
+}
+
+bool WriterOutput::grows(const AVStream& stream, const AVPacket& packet) {
+  int64_t& last = last_times[static_cast<size_t>(packet.stream_index)];
+  const int64_t time = order_time(stream, packet);
+  if (time <= last) {
+    ZEVA_LOG(kLogError, "*** ERROR:[streamIdx=%d] pkt->pts=%lld < last_pts(%lld), drop current",
+             packet.stream_index, static_cast<long long>(time), static_cast<long long>(last));
+    return false;
+  }
+  last = time;
+  return true;
+}
+
+void WriterOutput::close() {
+  thread.join();
+  const bool told = thread.has_failed();
+  const int result = thread.output.close();
+  if (result < 0 && !told) on_write_error(result);
+}
+
+// ---- the writer thread
+
+void WriterOutput::on_end_of_packets(int64_t written) {
+  ZEVA_LOG(kLogError, "[writer](%s): n=%d (---tailer-pkt---)", name, static_cast<int>(written));
+}
+
+void WriterOutput::on_trailer(int64_t written) {
+  // The end marker counts as one.
+  const int counted = static_cast<int>(written) + (thread.has_failed() ? 0 : 1);
+  ZEVA_LOG(kLogError, "[writer](%s): n=%d (---write-tailer---)", name, counted);
+}
+
+void WriterOutput::on_trailer_error(int code) {
+  ZEVA_LOG(kLogError, "*** write tailer pkt failed...");
+  on_write_error(code);
+}
+
+void WriterOutput::on_write_error(int code) {
+  char text[512] = "";
+  av_strerror(code, text, sizeof text);
+  ZEVA_LOG(kLogError, "[Write Pkt Err] (cache=%d, max=%d), err=%d, errmsg=%s", thread.queued(),
+           static_cast<int>(max_packets), code, text);
+  const MovieOutput& output = thread.output;
+  const std::string told = text + (", writing to '" + output.url() + "'") + output.fate();
+  if (owner.error_callback != nullptr) owner.error_callback(code, told.c_str(), owner.error_user);
+}
+
+}  // namespace ZV

@@ -1,0 +1,48 @@
+// One output of a classic recording.
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <string>
+
+#include "ZV_AVWriter.h"
+#include "output_thread.h"
+#include "status.h"
+
+namespace ZV {
+
+// An output with the classic interface's texts and rules. Owns its queue and thread.
+class WriterOutput : private zeva::OutputListener {
+ public:
+  // `max_packets` may wait in the queue, `interleave_allowance` more of those to be interleaved.
+  WriterOutput(const ZV_AVWriter& owner, const char* name, const char* url, uint32_t max_packets,
+               uint32_t interleave_allowance);
+
+  // Makes the context of a further output, with the streams of the main one.
+  zeva::Status clone(const zeva::MovieOutput& main, const std::vector<AVRational>& time_bases);
+
+  // Rescales a copy of the packet and queues it, unless its time does not grow. 0, or negative when
+  // the output has failed.
+  int write(AVRational time_base, const AVPacket& packet, bool interleave);
+
+  void close();
+
+  zeva::OutputThread thread;
+
+ private:
+  bool grows(const AVStream& stream, const AVPacket& packet);
+
+  // On the writer thread.
+  void on_end_of_packets(int64_t written) override;
+  void on_trailer(int64_t written) override;
+  void on_write_error(int code) override;
+  void on_trailer_error(int code) override;
+
+  const ZV_AVWriter& owner;
+  const char* const name;  // in the log
+  const uint32_t max_packets;
+  const uint32_t interleave_allowance;
+  std::array<int64_t, 8> last_times;  // one a stream, each its producer's only
+};
+
+}  // namespace ZV

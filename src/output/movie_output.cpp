@@ -1,0 +1,182 @@
+#include "movie_output.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "av_error.h"
+#include "files.h"
+#include "logger.h"
+#include "output_url.h"
+
+namespace zeva {
+namespace {
+
+// An upper bound of what a trailer needs: for each packet its entries in the tables of sizes,
+// chunks, offsets, times and key pictures (ISO/IEC 14496-12, 8.6 and 8.7), and the rest.
+constexpr int64_t kTrailerBytesPerPacket = 48;
+constexpr int64_t kTrailerBytes = 128 * 1024;
+constexpr int64_t kRtspInterleaveUs = 1000000;
+
+}  // namespace
+
+bool needs_index(const AVOutputFormat& format) {
+  return av_match_name(format.name, "mp4,mov,ipod,3gp,3g2,psp,f4v") != 0;
+}
+
+MovieOutput::MovieOutput(std::string url, Report report)
+    : output_url(std::move(url)), report(std::move(report)) {}
+
+bool MovieOutput::is_network() const { return is_network_url(output_url.c_str()); }
+
+// ---- opening
+
+int MovieOutput::create(AVOutputFormat* format) {
+  AVFormatContext* made = nullptr;
+  const int result = avformat_alloc_output_context2(&made, format, nullptr, output_url.c_str());
+  oc.reset(made);
+  if (result < 0) return result;
+  if (oc == nullptr) return AVERROR_UNKNOWN;
+  // A file is never interrupted: what was recorded must be written.
+  if (is_network()) oc->interrupt_callback = io.callback();
+  if (is_rtsp_url(output_url.c_str())) {
+    av_opt_set(oc->priv_data, "rtsp_transport", "tcp", 0);
+    oc->max_interleave_delta = kRtspInterleaveUs;
+  }
+  return 0;
+}
+
+void MovieOutput::set_server_timeout(int64_t timeout_us) {
+  if (timeout_us > 0) av_opt_set_int(oc->priv_data, "stimeout", timeout_us, 0);
+}
+
+void MovieOutput::set_metadata(const char* text) {
+  if (text == nullptr || text[0] == '\0') return;
+  err_print(stderr, "== MetaInfo: %s\n\n", text);
+  for (const auto& [key, value] : parse_metadata(text)) {
+    err_print(stderr, "%s ---> %s\n", key.c_str(), value.c_str());
+    av_dict_set(&oc->metadata, key.c_str(), value.c_str(), 0);
+  }
+}
+
+AVStream* MovieOutput::add_stream() { return avformat_new_stream(oc.get(), nullptr); }
+
+int MovieOutput::open_io() {
+  av_dump_format(oc.get(), 0, output_url.c_str(), 1);
+  io.begin_operation();
+  if (muxer_does_io()) return 0;
+  const std::string path = file_path(output_url);
+  // Pipes and devices hold nothing that could be lost.
+  const bool regular = !path.empty() && (!file_exists(path) || file_size(path) >= 0);
+  if (!regular) {
+    return avio_open2(&oc->pb, output_url.c_str(), AVIO_FLAG_WRITE, &oc->interrupt_callback,
+                      nullptr);
+  }
+  file = std::make_unique<FileIo>();
+  const int result = file->open(path);
+  if (result >= 0) oc->pb = file->context();
+  return result;
+}
+
+MovieOutput::IndexStart MovieOutput::start_index(const std::string& path) {
+  auto started = std::make_unique<Snapshot>(report);
+  if (!started->open(path.c_str())) return IndexStart::kNotOpened;
+  const bool attached = started->attach(oc.get());
+  snapshot = std::move(started);
+  index_path = path;
+  return attached ? IndexStart::kStarted : IndexStart::kNotAttached;
+}
+
+int MovieOutput::write_header() {
+  io.begin_operation();
+  // The metadata serves as the options too; what the muxer does not know as one stays metadata.
+  const int result = avformat_write_header(oc.get(), &oc->metadata);
+  header_written = result >= 0;
+  return result;
+}
+
+// ---- packets
+
+int MovieOutput::commit() {
+  // The index first: an older one must never stand beside the bytes of this movie.
+  const int result = snapshot != nullptr ? snapshot->commit() : 0;
+  if (result < 0) ZEVA_LOG(kLogError, "index of '%s': %s", url().c_str(), av_error_text(result));
+  return file != nullptr ? file->commit() : 0;
+}
+
+int MovieOutput::begin_packet(const AVPacket& packet) {
+  io.begin_operation();
+  if (packets == 0) {
+    const int result = commit();
+    if (result < 0) return result;
+  }
+  if (!has_room_for(packet)) return AVERROR(ENOSPC);
+  ++packets;
+  payload_bytes += packet.size;
+  return 0;
+}
+
+// Everything that the muxer was given must fit, and the trailer behind it.
+bool MovieOutput::has_room_for(const AVPacket& packet) {
+  if (file == nullptr) return true;
+  const int64_t trailer = kTrailerBytes + (packets + 1) * kTrailerBytesPerPacket;
+  const int64_t media = std::max(avio_tell(oc->pb), payload_bytes) + packet.size;
+  full = full || !file->ensure_room(media + trailer);
+  return !full;
+}
+
+int MovieOutput::write(AVPacket* packet) {
+  int result = packet != nullptr ? begin_packet(*packet) : 0;
+  if (packet == nullptr) io.begin_operation();
+  const bool refused = result < 0;
+  if (!refused) result = io.result_of_operation(av_interleaved_write_frame(oc.get(), packet));
+  if (result < 0 && packet != nullptr) av_packet_unref(packet);
+  return result;
+}
+
+int MovieOutput::write_in_order(AVPacket* packet) {
+  const int result = begin_packet(*packet);
+  return result < 0 ? result : io.result_of_operation(av_write_frame(oc.get(), packet));
+}
+
+int MovieOutput::write_trailer() {
+  if (!header_written || trailer_tried) return 0;
+  trailer_tried = true;
+  if (file != nullptr && !file->is_committed()) return 0;
+  io.begin_operation();
+  const int result = io.result_of_operation(av_write_trailer(oc.get()));
+  if (result < 0 || oc->pb == nullptr) return result;
+  avio_flush(oc->pb);
+  return oc->pb->error;  // a full disk is no success, although the muxer may say so
+}
+
+// ---- the end
+
+std::string MovieOutput::fate() const {
+  if (full) return "; it is finished with what fitted";
+  if (snapshot != nullptr) return "; its index '" + index_path + "' can bring it back";
+  return {};
+}
+
+int MovieOutput::close() {
+  if (oc == nullptr) return 0;
+  // Only its trailer ends the session of a muxer that does its own I/O.
+  if (muxer_does_io()) (void)write_trailer();
+  const int result = close_io();
+  oc.reset();
+  if (snapshot != nullptr) {
+    snapshot.reset();
+    ZEVA_LOG(kLogInfo, "delete moov OK");
+  }
+  return result;
+}
+
+int MovieOutput::close_io() {
+  io.begin_operation();
+  if (file == nullptr) return muxer_does_io() ? 0 : avio_closep(&oc->pb);
+  oc->pb = nullptr;
+  const int result = file->close();
+  file.reset();
+  return result;
+}
+
+}  // namespace zeva

@@ -1,0 +1,107 @@
+// One output of a recording or a repair: a file or a live stream, from its context to its close.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <string>
+
+#include "av_handles.h"
+#include "file_io.h"
+#include "io_interrupt.h"
+#include "snapshot.h"
+
+namespace zeva {
+
+// The only place that opens, writes and closes an output. Owns the muxer's context, its I/O, the
+// deadline of a network output and the crash-safe index of a movie. Results are FFmpeg codes; the
+// caller knows which step it asked for, and words it for its host.
+//
+// A file that was there before keeps its bytes until `commit`, which the first packet implies; an
+// output that is closed without one leaves nothing behind. Every path closes everything: an RTSP
+// session is torn down also after an error.
+//
+// The steps are called by one thread at a time, in the order below; `io`'s functions may be called
+// from any thread.
+class MovieOutput {
+ public:
+  // Gets reports that do not end the output (zeva/status.h), on the thread that writes or on the
+  // disk thread; never after `close`.
+  using Report = Snapshot::Report;
+
+  explicit MovieOutput(std::string url, Report report = {});
+  ~MovieOutput() { (void)close(); }
+  MovieOutput(const MovieOutput&) = delete;
+  MovieOutput& operator=(const MovieOutput&) = delete;
+
+  // ---- opening
+
+  // Makes the muxer's context. RTSP goes over TCP.
+  [[nodiscard]] int create(AVOutputFormat* format);
+  // `timeout_us` above 0 bounds the muxer's own waits for a live server.
+  void set_server_timeout(int64_t timeout_us);
+  // "key:value;key:value"; pairs that name an option of the muxer act as one.
+  void set_metadata(const char* text);
+  // Null without memory. The stream belongs to the output.
+  AVStream* add_stream();
+  // Opens the file or connects. Prints the layout to FFmpeg's log.
+  [[nodiscard]] int open_io();
+  enum class IndexStart { kNotOpened, kNotAttached, kStarted };
+  [[nodiscard]] IndexStart start_index(const std::string& path);
+  [[nodiscard]] int write_header();
+
+  // ---- packets
+
+  // Lets the output take the place of an older file.
+  [[nodiscard]] int commit();
+  // Writes a packet with interleaving and takes over its reference, also on failure; null writes
+  // what is held back for interleaving. AVERROR(ENOSPC) before the disk is so full that the trailer
+  // would not fit: the movie can be finished then.
+  [[nodiscard]] int write(AVPacket* packet);
+  // The same without interleaving; the packet's data stays the caller's.
+  [[nodiscard]] int write_in_order(AVPacket* packet);
+  // Finishes the movie. An output that got no packet has nothing to be finished.
+  [[nodiscard]] int write_trailer();
+
+  // ---- the end
+
+  // Closes everything that is open; safe to call again. The code of the first thing that could not
+  // be written.
+  int close();
+
+  const std::string& url() const { return output_url; }
+  AVFormatContext* context() const { return oc.get(); }
+  bool is_network() const;
+  // Whether a write error left room for the trailer.
+  bool can_be_finished() const { return full; }
+  // What becomes of the movie after a write error, as the end of a sentence that reports it.
+  std::string fate() const;
+  // Whether the system took no more bytes; it never will again.
+  bool is_broken() const { return oc != nullptr && oc->pb != nullptr && oc->pb->error < 0; }
+
+  IoInterrupt io;
+
+ private:
+  bool muxer_does_io() const { return (oc->oformat->flags & AVFMT_NOFILE) != 0; }
+  [[nodiscard]] int begin_packet(const AVPacket& packet);
+  bool has_room_for(const AVPacket& packet);
+  int close_io();
+
+  const std::string output_url;
+  const Report report;
+  FormatContextPtr oc;
+  std::unique_ptr<FileIo> file;  // of a regular file
+  std::unique_ptr<Snapshot> snapshot;
+  std::string index_path;
+  bool header_written = false;
+  bool trailer_tried = false;
+  bool full = false;
+  int64_t packets = 0;
+  int64_t payload_bytes = 0;
+};
+
+// Whether the muxer writes MP4 or one of its relatives (MOV, M4A, 3GP): such a file cannot be
+// played without its trailer, and is what the crash-safe index is for.
+bool needs_index(const AVOutputFormat& format);
+
+}  // namespace zeva
