@@ -48,17 +48,27 @@ bool FFResample::follow(const AVFrame& frame) {
 }
 
 bool FFResample::push(const AVFrame* frame) {
-  if (frame == nullptr) ended = true;
-  if (ended || !follow(*frame)) return false;
+  if (ended) return false;
+  ended = frame == nullptr;
+  if (ended) {
+    (void)convert(nullptr, 0);  // what the rate conversion holds back
+    return false;
+  }
+  return follow(*frame) &&
+         convert(const_cast<const uint8_t**>(frame->extended_data), frame->nb_samples);
+}
+
+bool FFResample::convert(const uint8_t** planes, int nb_samples) {
+  if (!swr) return false;
   const int64_t held = swr_get_delay(swr.get(), in.sample_rate);
   const int64_t most =
-      av_rescale_rnd(held + frame->nb_samples, out.sample_rate, in.sample_rate, AV_ROUND_UP);
+      av_rescale_rnd(held + nb_samples, out.sample_rate, in.sample_rate, AV_ROUND_UP);
   if (most < 0 || most > INT_MAX) return false;
+  if (most == 0) return true;
   const AVFrame* converted = get_frame(static_cast<int>(most));
   if (converted == nullptr) return false;
-  const int count =
-      swr_convert(swr.get(), converted->extended_data, converted->nb_samples,
-                  const_cast<const uint8_t**>(frame->extended_data), frame->nb_samples);
+  const int count = swr_convert(swr.get(), converted->extended_data, converted->nb_samples, planes,
+                                nb_samples);
   if (count < 0) return false;
   auto* data = reinterpret_cast<void**>(converted->extended_data);
   return av_audio_fifo_write(fifo.get(), data, count) == count;

@@ -38,6 +38,7 @@ class FFResample {
   static bool is_valid(const Sound& sound);
   bool make_resampler();
   bool follow(const AVFrame& frame);
+  bool convert(const uint8_t** planes, int nb_samples);
   AVFrame* get_frame(int nb_samples);
 
   SwrPtr swr;

@@ -78,13 +78,27 @@ Status AacToOpus::open_encoder() {
 
 bool AacToOpus::transcode(const AVPacket* packet, AVRational /*time_base*/, EmitPacket emit,
                           void* user) {
+  if (ended) return packet == nullptr;
+  ended = packet == nullptr;
   const int result = avcodec_send_packet(decoder.get(), packet);
   if (result < 0) {
     ZEVA_LOG(kLogError, "send 'aac-dec' packet failed: (%d) %s", result, av_error_text(result));
     return false;
   }
   buffer_decoded();
-  return encode_buffered(emit, user);
+  if (!encode_buffered(emit, user)) return false;
+  return packet != nullptr || flush_encoder(emit, user);
+}
+
+// The last frame is shorter than the others; the encoder knows what to do with it.
+bool AacToOpus::flush_encoder(EmitPacket emit, void* user) {
+  (void)resample.push(nullptr);
+  if (!encode_buffered(emit, user)) return false;
+  const int rest = resample.buffered_samples();
+  AVFrame* frame = rest > 0 ? resample.read(rest) : nullptr;
+  bool sent = rest == 0 || (frame != nullptr && send_frame(frame));
+  sent = avcodec_send_frame(encoder.get(), nullptr) >= 0 && sent;
+  return emit_encoded(emit, user) && sent;
 }
 
 void AacToOpus::buffer_decoded() {

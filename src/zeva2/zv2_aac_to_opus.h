@@ -23,7 +23,7 @@ class AacToOpus {
   // `par` describes the AAC; call once.
   Status init(const AVCodecParameters* par);
 
-  // A null packet gives out what the decoder still holds. False when a packet cannot be decoded or
+  // A null packet ends the sound: all that is still held comes out. False when a packet cannot be decoded or
   // encoded, or `emit` refused; later calls work again. Opus time counts samples from 0; the AAC's
   // own time stamps are not carried over.
   bool transcode(const AVPacket* packet, AVRational time_base, EmitPacket emit, void* user);
@@ -38,6 +38,7 @@ class AacToOpus {
   Status open_encoder();
   void buffer_decoded();
   bool encode_buffered(EmitPacket emit, void* user);
+  bool flush_encoder(EmitPacket emit, void* user);
   bool send_frame(AVFrame* frame);
   bool emit_encoded(EmitPacket emit, void* user);
 
@@ -47,6 +48,7 @@ class AacToOpus {
   FramePtr decoded;
   PacketPtr encoded;
   int64_t samples_sent = 0;
+  bool ended = false;
 };
 
 }  // namespace zeva

@@ -2,6 +2,10 @@
 
 #include <gtest/gtest.h>
 
+#ifdef _WIN32
+#include <windows.h>
+#endif
+
 #include <cmath>
 #include <fstream>
 #include <iterator>
@@ -16,6 +20,19 @@ std::string utf8(const fs::path& path) { return path.u8string(); }
 std::string read_file(const fs::path& path) {
   std::ifstream file(path, std::ios::binary);
   return {std::istreambuf_iterator<char>(file), {}};
+}
+
+int open_handles() {
+#ifdef _WIN32
+  DWORD count = 0;
+  GetProcessHandleCount(GetCurrentProcess(), &count);
+  return static_cast<int>(count);
+#else
+  int count = 0;
+  for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd"))
+    count += entry.exists() ? 1 : 0;
+  return count;
+#endif
 }
 
 fs::path work_file(const std::string& name) {

@@ -21,6 +21,9 @@ constexpr int64_t kStartUs = 5000000;  // host time of the first frame
 std::string utf8(const std::filesystem::path& path);
 std::string read_file(const std::filesystem::path& path);
 
+// Files, sockets and the like that the process has open.
+int open_handles();
+
 // A path in an empty folder of the running test.
 std::filesystem::path work_file(const std::string& name);
 

@@ -105,4 +105,37 @@ TEST(Sound, SurvivesEncodingAndTranscoding) {
   }
 }
 
+// Every sample that went in comes out, at any rate: the end of a recording is not cut off.
+TEST(Transcoder, GivesOutAllSoundWhenItEnds) {
+  for (const int rate : {48000, 44100}) {
+    const auto encoder = AACEncoder::create({rate, 2, "s16", 128}, AACEncoder::kGlobalHeader);
+    AVCodecParameters par{};
+    par.codec_type = AVMEDIA_TYPE_AUDIO;
+    par.codec_id = AV_CODEC_ID_AAC;
+    par.sample_rate = rate;
+    par.channels = 2;
+    AacToOpus transcoder;
+    ASSERT_TRUE(transcoder.init(&par).ok);
+    int64_t opus_samples = 0, aac_samples = 0;
+    const auto count = [](AVPacket* opus, AVRational, void* samples) {
+      *static_cast<int64_t*>(samples) += opus->duration;
+      return true;
+    };
+    const std::vector<int16_t> silence(size_t{2} * 1024);
+    const auto* plane = reinterpret_cast<const uint8_t*>(silence.data());
+    for (int i = 0; i < 33; ++i) {
+      EXPECT_TRUE(encoder->encode(&plane, 1024, 0, [&](const uint8_t* data, int nbytes, int64_t) {
+        AVPacket packet{};
+        packet.data = const_cast<uint8_t*>(data);
+        packet.size = nbytes;
+        aac_samples += 1024;
+        EXPECT_TRUE(transcoder.transcode(&packet, {1, 1000000}, count, &opus_samples));
+      }));
+    }
+    EXPECT_TRUE(transcoder.transcode(nullptr, {1, 1000000}, count, &opus_samples));
+    EXPECT_TRUE(transcoder.transcode(nullptr, {1, 1000000}, count, &opus_samples));
+    EXPECT_GE(opus_samples, av_rescale_rnd(aac_samples, 48000, rate, AV_ROUND_UP)) << rate;
+  }
+}
+
 }  // namespace
