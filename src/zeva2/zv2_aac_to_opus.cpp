@@ -95,9 +95,11 @@ bool AacToOpus::flush_encoder(EmitPacket emit, void* user) {
   (void)resample.push(nullptr);
   if (!encode_buffered(emit, user)) return false;
   const int rest = resample.buffered_samples();
-  AVFrame* frame = rest > 0 ? resample.read(rest) : nullptr;
-  bool sent = rest == 0 || (frame != nullptr && send_frame(frame));
-  sent = avcodec_send_frame(encoder.get(), nullptr) >= 0 && sent;
+  if (rest > 0) {
+    AVFrame* frame = resample.read(rest);
+    if (frame == nullptr || !send_frame(frame) || !emit_encoded(emit, user)) return false;
+  }
+  const bool sent = avcodec_send_frame(encoder.get(), nullptr) >= 0;
   return emit_encoded(emit, user) && sent;
 }
 

@@ -195,7 +195,7 @@ TEST(Index, StandsBesideEveryKindOfMp4) {
 
 TEST(Index, GoesToTheFirstMovieOnly) {
   const fs::path file = work_file("a.mp4");
-  const std::string index = utf8(file) + ".index", copy = utf8(file.parent_path() / "b.mp4");
+  const std::string index = utf8(file) + ".index", copy = utf8(file.parent_path() / "b.mov");
   for (const bool packets : {false, true}) {
     Take take{packets, utf8(file), index, {copy}, {}};
     take.record();
