@@ -63,6 +63,8 @@ AVStream* MovieOutput::add_stream() { return avformat_new_stream(oc.get(), nullp
 int MovieOutput::open_io() {
   av_dump_format(oc.get(), 0, output_url.c_str(), 1);
   io.begin_operation();
+  // Or the process would print its log lines into the movie.
+  occupy_standard_descriptors();
   if (muxer_does_io()) return 0;
   const std::string path = file_path(output_url);
   // Pipes and devices hold nothing that could be lost.

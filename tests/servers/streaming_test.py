@@ -1,10 +1,11 @@
 """Streams arrive whole at servers that are not ours, and a bad server costs its own output only."""
 import os
+import subprocess
 import time
 from types import SimpleNamespace
 
 from servers import Recording, RtmpServer, RtspServer, wait_until
-from support import EMULATOR, Movie, ToolTest, ffmpeg, make_camera_movie, native_only, run
+from support import EMULATOR, RUN_TIMEOUT_S, Movie, ToolTest, ffmpeg, make_camera_movie, native_only, run
 
 COMMANDS = ["record", "mux"]
 KINDS = [RtmpServer, RtspServer]
@@ -107,6 +108,26 @@ class ServersTest(StreamingTest):
         for stream in streams:
             self.assert_failed(stream, "Immediate exit")
         self.assertLess(time.monotonic() - start, 45)
+
+    def test_stop_gives_up_a_server_that_does_not_read(self):
+        """The headers promise a grace of 1.5 s."""
+        make_camera_movie("in.mp4", *NOISE, "-ar", "48000", "-t", "6")
+        ffmpeg("-i", "in.mp4", "-c", "copy", "in.ts")
+        hosts = []
+        for source in ("4", "in.ts"):
+            for kind in KINDS:
+                server = self.server(kind, kind.scheme + source)
+                hosts.append((server, subprocess.Popen(
+                    [*EMULATOR, os.environ["ZEVA_STREAM_HOST"], "1", source, server.url],
+                    stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, encoding="utf-8")))
+        for server, _ in hosts:
+            server.wait_for_data()
+            server.freeze()
+        for server, host in hosts:
+            told, _ = host.communicate(timeout=RUN_TIMEOUT_S)
+            with self.subTest(server=server.url):
+                self.assertRegex(told, r"stop [0-9.]+ ms")
+                self.assertLess(float(told.split("stop ")[1].split(" ms")[0]), 3 * 1500)
 
     def test_what_cannot_be_opened(self):
         make_camera_movie("in.mp4", *NOISE)
