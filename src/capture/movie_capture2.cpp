@@ -20,19 +20,10 @@ MovieCapture2::~MovieCapture2() {
 }
 
 int64_t MovieCapture2::sys_usec() {
-  struct Base {
-    int64_t frequency;
-    int64_t seconds;  // calendar seconds at counter 0
-  };
-  static const Base base = [] {
-    const int64_t frequency = zeva::performance_frequency();
-    const int64_t ticks_per_second = frequency != 0 ? frequency : 1;
-    const int64_t up = (zeva::performance_counter() / ticks_per_second) & 0x7FFFFFFF;
-    return Base{ticks_per_second, zeva::calendar_seconds() - up};
-  }();
-  const int64_t counter = zeva::performance_counter();
-  return (counter / base.frequency + base.seconds) * 1000000 +
-         (counter % base.frequency) * 1000000000 / base.frequency / 1000;
+  // Calendar seconds when the steady clock was 0, less what 31 bits of its seconds do not hold.
+  static const int64_t base_seconds =
+      zeva::calendar_seconds() - ((zeva::steady_us() / 1000000) & 0x7FFFFFFF);
+  return base_seconds * 1000000 + zeva::steady_us();
 }
 
 // ---- start, stop and status

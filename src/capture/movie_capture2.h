@@ -33,7 +33,7 @@ class MovieCapture2 : public zeva::MovieMuxer {
   // The settings in use; `started` (may be null) tells whether the output is open.
   MovieInfo get_mInfo(bool* started) const;
 
-  // Calendar microseconds that advance with the performance counter.
+  // Calendar microseconds that advance with the steady clock.
   static int64_t sys_usec();
 
  private:
