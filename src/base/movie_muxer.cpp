@@ -1,7 +1,6 @@
 #include "movie_muxer.h"
 
 #include <iterator>
-#include <string>
 
 #include "av_error.h"
 #include "logger.h"
@@ -41,8 +40,10 @@ MovieMuxer::~MovieMuxer() {
 // ---- start
 
 int MovieMuxer::start(const MovieInfo& info, StatusCallback cb, void* user, bool async) {
-  not_running = true;
+  phase = Phase::kOpening;
   if (any_url(info, is_live_url)) avformat_network_init();
+  disable_video = info.disable_video;
+  disable_audio = info.disable_audio;
   record = std::make_unique<StartRecord>();
   record->info = info;
   record->callback = cb;
@@ -74,8 +75,8 @@ void MovieMuxer::run_start() {
     }
     if (e.code == kAlreadyExitedCode) {
       ZEVA_LOG(kLogError, "== catch exception: already exited, ignore ...");
-    } else if (record->callback != nullptr) {
-      record->callback(e.code, e.what(), record->user);
+    } else {
+      tell(e.code, e.what());
     }
   } catch (...) {
     ZEVA_LOG(kLogError, " ---- catch error --- : Unknow\n");
@@ -89,47 +90,53 @@ void MovieMuxer::open(MovieInfo& info) {
   }
   oc = create_output_context(info.url);
   if (!oc) {
-    if (record->callback != nullptr) {
-      record->callback(kNoContextCode, "output context is NULL", record->user);
-    }
+    tell(kNoContextCode, "output context is NULL");
     return;
   }
   open_encoders(info);
   open_url(info);
   open_writer(info);
-  not_running = false;
-  if (record->callback != nullptr) record->callback(kOpenedCode, "start OK", record->user);
+  phase = Phase::kRunning;
+  tell(kOpenedCode, "start OK");
+}
+
+void MovieMuxer::tell(int code, const std::string& text) const {
+  if (record->callback != nullptr) record->callback(code, text.c_str(), record->user);
 }
 
 void MovieMuxer::open_encoders(MovieInfo& info) {
   const CodecChoice codecs = choose_codecs(oc.get(), info);
   writer->create_other_writers(info.other_urls);
   writer->set_timeout(info.timeout_sec);
-  try {
-    const AVCodec* video_codec = nullptr;
-    const AVCodec* audio_codec = nullptr;
-    if (codecs.video != AV_CODEC_ID_NONE) {
-      video_codec = add_stream(oc.get(), codecs.video, video, info);
-      has_video = video_codec != nullptr;
-    }
-    if (codecs.audio != AV_CODEC_ID_NONE) {
-      audio_codec = add_stream(oc.get(), codecs.audio, audio, info);
-      has_audio = audio_codec != nullptr;
-    }
-    if (has_video) {
-      video_enc = std::make_unique<VideoEnc>(writer.get());
-      video_enc->open(oc.get(), video_codec, video, codec_options, info);
-    }
-    if (has_audio) {
-      audio_enc = std::make_unique<AudioEnc>(writer.get());
-      audio_enc->open(oc.get(), audio_codec, audio, codec_options, info);
-    }
-  } catch (const std::string& text) {
-    info.hardware = false;
-    audio_enc.reset();
-    video_enc.reset();
-    throw ZVException(kOpeningFailedCode, text);
-  }
+  // Pictures come first: their stream has index 0.
+  Status opened = open_video(codecs.video, info);
+  if (opened.ok) opened = open_audio(codecs.audio, info);
+  if (opened.ok) return;
+  info.hardware = false;
+  audio_enc.reset();
+  video_enc.reset();
+  throw ZVException(kOpeningFailedCode, opened.message);
+}
+
+Status MovieMuxer::open_video(AVCodecID codec, MovieInfo& info) {
+  NewStream added;
+  if (codec != AV_CODEC_ID_NONE) added = add_stream(oc.get(), codec, info);
+  info.hardware = info.hardware && added.encoder != nullptr;
+  if (!added.encoder) return Status::success();
+  video_enc =
+      std::make_unique<VideoEnc>(std::move(added), writer.get(),
+                                 [this](int code, const std::string& text) { tell(code, text); });
+  return video_enc->open(info);
+}
+
+Status MovieMuxer::open_audio(AVCodecID codec, MovieInfo& info) {
+  NewStream added;
+  if (codec != AV_CODEC_ID_NONE) added = add_stream(oc.get(), codec, info);
+  if (!added.encoder) return Status::success();
+  audio_enc =
+      std::make_unique<AudioEnc>(std::move(added), writer.get(),
+                                 [this](int code, const std::string& text) { tell(code, text); });
+  return audio_enc->open(info);
 }
 
 void MovieMuxer::open_url(const MovieInfo& info) {
@@ -164,38 +171,30 @@ void MovieMuxer::open_writer(const MovieInfo& info) {
 
 // ---- frames
 
-int MovieMuxer::write_video(AVFrame* frame, const AVRational* tb) {
-  if (not_running || !video_enc) return 0;
-  if (frame == nullptr) return video_enc->encode(oc.get(), video, nullptr);
-  const AVRational codec_tb = video.enc->time_base;
-  if (tb != nullptr) frame->pts = av_rescale_q(frame->pts, *tb, codec_tb);
+bool MovieMuxer::write_video(AVFrame* frame, AVRational tb) {
+  VideoEnc* enc = video_encoder();
+  if (enc == nullptr) return false;
+  frame->pts = av_rescale_q(frame->pts, tb, enc->time_base());
   if (frame->pts <= last_video_time) {
     ZEVA_LOG(kLogDebug, "@@@ V pts: %lld  (frame->pts <= g_last_v_pts %lld)",
              static_cast<long long>(frame->pts), static_cast<long long>(last_video_time));
-    return 0;
+    return false;
   }
   last_video_time = frame->pts;
-  last_video_pts = av_rescale_q(frame->pts, codec_tb, kMicroseconds);
-  return video_enc->encode(oc.get(), video, frame);
+  last_video_pts = av_rescale_q(frame->pts, enc->time_base(), kMicroseconds);
+  return enc->encode(frame) >= 0;
 }
 
-int MovieMuxer::write_audio(AVFrame* frame, const AVRational* tb) {
-  if (not_running || !audio_enc) return 0;
-  if (frame == nullptr) return audio_enc->encode(oc.get(), audio, nullptr);
-  const AVRational codec_tb = audio.enc->time_base;
-  if (tb != nullptr) frame->pts = av_rescale_q(frame->pts, *tb, codec_tb);
-  last_audio_pts = av_rescale_q(frame->pts, codec_tb, kMicroseconds);
-  return audio_enc->encode(oc.get(), audio, frame);
-}
-
-AVFrame* MovieMuxer::generate_test_video(AVRational tb) {
-  VideoEnc* enc = video_encoder();
-  return enc != nullptr ? enc->generate_test_frame(video, tb) : nullptr;
-}
-
-AVFrame* MovieMuxer::generate_test_audio(AVRational tb) {
+bool MovieMuxer::write_audio(AVFrame* frame, AVRational tb) {
   AudioEnc* enc = audio_encoder();
-  return enc != nullptr ? enc->generate_test_frame(audio, tb) : nullptr;
+  if (enc == nullptr) return false;
+  frame->pts = av_rescale_q(frame->pts, tb, enc->time_base());
+  last_audio_pts = av_rescale_q(frame->pts, enc->time_base(), kMicroseconds);
+  // Sound whose time does not grow is encoded all the same, as the next frame overlaps with it; the
+  // outputs drop its packet.
+  const bool grows = frame->pts > newest_audio_time;
+  if (grows) newest_audio_time = frame->pts;
+  return enc->encode(frame) >= 0 && grows;
 }
 
 MovieInfo MovieMuxer::settings() const {
@@ -215,23 +214,22 @@ bool MovieMuxer::stop() {
   if (!record) return true;
   // An opening under way gives up: its network calls are interrupted, its next step fails.
   record->exited = true;
-  if (not_running) writer->request_exit();
+  if (!running()) writer->request_exit();
   if (record->thread.joinable()) record->thread.join();
 
   FormatContextPtr context = std::move(oc);
   if (!context) return true;
-  if (not_running) {
+  if (!running()) {
     ZEVA_LOG(kLogInfo, "end begin... ======  maybe start rtmp thread blocking ..");
   }
-  not_running = true;
-  if (audio_enc) audio_enc->encode(context.get(), audio, nullptr);
-  if (video_enc) video_enc->encode(context.get(), video, nullptr);
+  phase = Phase::kStopping;
+  if (audio_enc) audio_enc->encode(nullptr);
+  if (video_enc) video_enc->encode(nullptr);
 
   ZEVA_LOG(kLogInfo, "before write stop ...");
   writer->stop();
   ZEVA_LOG(kLogInfo, "write stop ok");
-  if (has_video) close_stream(video, "--- close video OK.");
-  if (has_audio) close_stream(audio, "--- close audio OK.");
+  close_encoders();
   close_output(std::move(context), record->info);
   return true;
 }
@@ -249,13 +247,15 @@ void MovieMuxer::close_output(FormatContextPtr context, const MovieInfo& info) {
   ZEVA_LOG(kLogInfo, "--- free ctx OK.");
 }
 
-void MovieMuxer::close_stream(OutputStream& ost, const char* closed_message) {
-  avcodec_close(ost.enc.get());
-  ost.frame.reset();
-  ost.tmp_frame.reset();
-  ost.pkt.reset();
-  ost.enc.reset();
-  ZEVA_LOG(kLogInfo, "%s", closed_message);
+void MovieMuxer::close_encoders() {
+  if (video_enc) {
+    video_enc->close();
+    ZEVA_LOG(kLogInfo, "--- close video OK.");
+  }
+  if (audio_enc) {
+    audio_enc->close();
+    ZEVA_LOG(kLogInfo, "--- close audio OK.");
+  }
 }
 
 }  // namespace zeva
