@@ -28,6 +28,11 @@ Result with_capture(void* handle, Result neutral, Call call) noexcept {
   return neutral;
 }
 
+template <typename Encoder>
+AVFrame* test_frame(Encoder* encoder, AVRational tb) {
+  return encoder != nullptr ? encoder->generate_test_frame(tb) : nullptr;
+}
+
 }  // namespace
 
 extern "C" {
@@ -51,6 +56,10 @@ void* ZEVA_start(const MovieInfo& info, ZEVA_status_callback cb, void* user, Mov
 void ZEVA_stop(void** handle) {
   ZEVA_LOG(zeva::kLogInfo, "--- before stop");
   if (handle == nullptr || *handle == nullptr) return;
+  if (static_cast<MovieCapture2*>(*handle)->in_status_callback()) {
+    ZEVA_LOG(zeva::kLogError, "stop refused: called by the status callback");
+    return;
+  }
   std::unique_ptr<MovieCapture2> capture(static_cast<MovieCapture2*>(*handle));
   *handle = nullptr;
   with_capture(capture.get(), false, [](MovieCapture2& c) {
@@ -85,7 +94,7 @@ int64_t ZEVA_current_sys_usec() { return MovieCapture2::sys_usec(); }
 
 bool ZEVA_write_video_bgra(void* h, void* data, int size, int64_t pts_us, int stride) {
   return with_capture(h, false, [&](MovieCapture2& c) {
-    if (c.get_mInfo(nullptr).disable_video) {
+    if (c.video_disabled()) {
       zeva::err_print(stderr, "--- disable video, ignore bgra frame\n");
       return false;
     }
@@ -95,7 +104,7 @@ bool ZEVA_write_video_bgra(void* h, void* data, int size, int64_t pts_us, int st
 
 bool ZEVA_write_audio_pcm(void* h, void* data, int bytes, int64_t pts_us) {
   return with_capture(h, false, [&](MovieCapture2& c) {
-    if (c.get_mInfo(nullptr).disable_audio) {
+    if (c.audio_disabled()) {
       zeva::err_print(stderr, "--- disable audio, ignore pcm frame\n");
       return false;
     }
@@ -138,13 +147,13 @@ bool ZEVA_add_audio_filter(void* h, FilterBase* f) {
 }
 
 AVFrame* ZEVA_generate_testing_vFrame(void* h, const AVRational& tb) {
-  return with_capture<AVFrame*>(h, nullptr,
-                                [&](MovieCapture2& c) { return c.generate_test_video(tb); });
+  return with_capture<AVFrame*>(
+      h, nullptr, [&](MovieCapture2& c) { return test_frame(c.video_encoder(), tb); });
 }
 
 AVFrame* ZEVA_generate_testing_aFrame(void* h, const AVRational& tb) {
-  return with_capture<AVFrame*>(h, nullptr,
-                                [&](MovieCapture2& c) { return c.generate_test_audio(tb); });
+  return with_capture<AVFrame*>(
+      h, nullptr, [&](MovieCapture2& c) { return test_frame(c.audio_encoder(), tb); });
 }
 
 bool ZEVA_get_mInfo(void* h, MovieInfo* out) {

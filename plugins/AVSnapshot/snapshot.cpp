@@ -198,9 +198,9 @@ void Snapshot::record_previous(const AVFormatContext& oc, const AVPacket& curren
 
 void Snapshot::hand_over(const AVFormatContext& oc) {
   const bool line_full = line_length > kIndexLineBytes;
-  const int64_t now = performance_counter();
+  const int64_t now = steady_us();
   if (!line_full && now < next_hand_over) return;
-  next_hand_over = now + performance_frequency() * kIndexHandOverMs / 1000;
+  next_hand_over = now + kIndexHandOverMs * 1000;
   // The movie's bytes go first: a record must not tell of bytes that died in FFmpeg's buffer.
   avio_flush(oc.pb);
   write_line_text();

@@ -70,7 +70,7 @@ class Snapshot {
   char line_buffer[kIndexLineBytes + kIndexRecordMaxBytes + 1] = {};
   int line_length = 0;
   int line_written = 0;        // bytes of line_buffer that the file has
-  int64_t next_hand_over = 0;  // on the performance counter
+  int64_t next_hand_over = 0;  // steady_us
   int32_t packets_seen = 0;
   PreviousPacket previous;
   LastTimes last_audio;

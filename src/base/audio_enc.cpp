@@ -1,9 +1,10 @@
 #include "audio_enc.h"
 
 #include <cstdlib>
+#include <utility>
 
-#include "av_error.h"
 #include "logger.h"
+#include "zeva/status.h"
 
 namespace zeva {
 namespace {
@@ -29,66 +30,52 @@ FramePtr alloc_sound(int sample_fmt, uint64_t layout, int sample_rate, int nb_sa
 
 }  // namespace
 
-void AudioEnc::open(AVFormatContext* /*oc*/, const AVCodec* codec, OutputStream& ost,
-                    AVDictionary* options, const MovieInfo& settings) {
+AudioEnc::AudioEnc(NewStream stream, ZV::ZV_AVWriter* writer, Tell tell)
+    : EncBase({"audio", "sound", kZevaStatusSoundRefused}, std::move(stream), writer,
+              std::move(tell)) {}
+
+Status AudioEnc::open(const MovieInfo& settings) {
   info = settings;
-  AVCodecContext* enc = ost.enc.get();
-  AVDictionary* local = nullptr;
-  av_dict_copy(&local, options, 0);
-  const int result = avcodec_open2(enc, codec, &local);
-  av_dict_free(&local);
-  if (result < 0) {
-    const char* text = av_error_text(result);
-    ZEVA_LOG(kLogError, "Could not open audio codec: %s", text);
-    throw std::string("Could not open audio codec: ") + text;
-  }
-  avcodec_parameters_from_context(ost.st->codecpar, enc);
+  Status opened = open_codec();
+  if (!opened.ok) return opened;
   tone.restart(enc->sample_rate);
-  ost.tmp_frame.reset();
-  const bool variable = (codec->capabilities & AV_CODEC_CAP_VARIABLE_FRAME_SIZE) != 0;
-  ost.frame = alloc_sound(enc->sample_fmt, enc->channel_layout, enc->sample_rate,
-                          variable ? 10000 : enc->frame_size);
+  const bool variable = (enc->codec->capabilities & AV_CODEC_CAP_VARIABLE_FRAME_SIZE) != 0;
+  frame = alloc_sound(enc->sample_fmt, enc->channel_layout, enc->sample_rate,
+                      variable ? 10000 : enc->frame_size);
+  return opened;
 }
 
-int AudioEnc::encode(AVFormatContext* oc, OutputStream& ost, AVFrame* frame) {
-  if (oc == nullptr) return -1;
-  av_packet_unref(ost.pkt.get());
-  const int sent = avcodec_send_frame(ost.enc.get(), frame);
-  if (sent < 0) {
-    ZEVA_LOG(kLogError, "[audio] enc frame failed: %s", av_error_text(sent));
-    return -2;
-  }
-  return drain(ost, "audio", [this](AVPacket* packet) {
-    if (filter != nullptr) filter->filter(packet);
-  });
+int AudioEnc::encode(AVFrame* sound) { return encode_prepared(sound); }
+
+void AudioEnc::edit(AVPacket* packet) {
+  if (FilterBase* hook = filter) hook->filter(packet);
 }
 
-AVFrame* AudioEnc::generate_test_frame(OutputStream& ost, AVRational tb) {
-  if (!ost.tmp_frame) {
+AVFrame* AudioEnc::generate_test_frame(AVRational tb) {
+  if (!tmp_frame) {
     const auto nb_samples = static_cast<int>(
-        av_rescale_rnd(ost.frame->nb_samples, info.src_sample_rate, info.sample_rate, AV_ROUND_UP));
-    ost.tmp_frame = alloc_sound(info.sample_fmt,
-                                static_cast<uint64_t>(av_get_default_channel_layout(info.channels)),
-                                info.src_sample_rate, nb_samples);
+        av_rescale_rnd(frame->nb_samples, info.src_sample_rate, info.sample_rate, AV_ROUND_UP));
+    tmp_frame = alloc_sound(info.sample_fmt,
+                            static_cast<uint64_t>(av_get_default_channel_layout(info.channels)),
+                            info.src_sample_rate, nb_samples);
   }
-  AVFrame* frame = ost.tmp_frame.get();
+  AVFrame* out = tmp_frame.get();
   const int64_t room =
-      av_samples_get_buffer_size(nullptr, frame->channels, frame->nb_samples,
-                                 static_cast<AVSampleFormat>(frame->format), 1) /
-      (av_sample_fmt_is_planar(static_cast<AVSampleFormat>(frame->format)) != 0 ? frame->channels
-                                                                                : 1);
-  if (room < int64_t{2} * frame->channels * frame->nb_samples) {
+      av_samples_get_buffer_size(nullptr, out->channels, out->nb_samples,
+                                 static_cast<AVSampleFormat>(out->format), 1) /
+      (av_sample_fmt_is_planar(static_cast<AVSampleFormat>(out->format)) != 0 ? out->channels : 1);
+  if (room < int64_t{2} * out->channels * out->nb_samples) {
     err_print(stderr, "Could not allocate temporary audio samples\n");
     return nullptr;
   }
-  if (av_compare_ts(ost.next_pts, ost.enc->time_base, tone_period_sec, {1, 1}) >= 0) {
+  if (av_compare_ts(next_pts, enc->time_base, tone_period_sec, {1, 1}) >= 0) {
     tone_period_sec += 10;
-    tone.restart(ost.enc->sample_rate);
+    tone.restart(enc->sample_rate);
   }
-  tone.fill(frame, frame->channels);
-  frame->pts = av_rescale_q(ost.next_pts, {1, info.src_sample_rate}, tb);
-  ost.next_pts += frame->nb_samples;
-  return frame;
+  tone.fill(out, out->channels);
+  out->pts = av_rescale_q(next_pts, {1, info.src_sample_rate}, tb);
+  next_pts += out->nb_samples;
+  return out;
 }
 
 }  // namespace zeva

@@ -1,7 +1,7 @@
 // Sound to packets.
 #pragma once
 
-#include <string>
+#include <atomic>
 
 #include "enc_base.h"
 #include "test_signal.h"
@@ -10,26 +10,26 @@
 namespace zeva {
 
 // Encodes sound frames of the codec's format and frame size and hands every packet to the writer.
-// Does not own its filter. One thread at a time.
+// Does not own its filter. One thread at a time, but for `filter`.
 class AudioEnc : public EncBase {
  public:
-  using EncBase::EncBase;
+  AudioEnc(NewStream stream, ZV::ZV_AVWriter* writer, Tell tell);
 
-  // Opens the codec and allocates the stream's frame. Throws std::string with the reason.
-  void open(AVFormatContext* oc, const AVCodec* codec, OutputStream& ost, AVDictionary* options,
-            const MovieInfo& settings);
+  // Opens the codec and allocates its frame.
+  Status open(const MovieInfo& settings);
 
-  // A null frame flushes. The number of packets handed on; -1 without an output context, -2 when
-  // the codec refused the frame, -3 when the writer refused a packet.
-  int encode(AVFormatContext* oc, OutputStream& ost, AVFrame* frame);
+  // A null frame flushes. The number of packets handed on, or an EncodeResult.
+  int encode(AVFrame* sound);
 
-  // The next piece of the rising tone, stamped in `tb`; the stream's tmp_frame. Null when the
-  // host's sample format cannot hold the tone's interleaved 16-bit samples.
-  AVFrame* generate_test_frame(OutputStream& ost, AVRational tb);
+  // The next piece of the rising tone, stamped in `tb`. Null when the host's sample format cannot
+  // hold the tone's interleaved 16-bit samples.
+  AVFrame* generate_test_frame(AVRational tb);
 
-  FilterBase* filter = nullptr;  // the host's
+  std::atomic<FilterBase*> filter{nullptr};  // the host's; set by any thread
 
  private:
+  void edit(AVPacket* packet) override;
+
   RisingTone tone;
   int64_t tone_period_sec = 10;
 };

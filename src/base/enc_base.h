@@ -1,58 +1,83 @@
 // What the two encoders share.
 #pragma once
 
-#include "av_handles.h"
+#include <functional>
+#include <string>
+
 #include "ZV_AVWriter.h"
+#include "av_handles.h"
+#include "status.h"
 #include "zeva/movie_info.h"
 
 namespace zeva {
 
-// One stream of the output with its encoder.
-struct OutputStream {
-  CodecContextPtr enc;
-  AVStream* st = nullptr;  // belongs to the output context
-  int64_t next_pts = 0;    // test signals only: frames or samples generated
-  FramePtr frame;          // the encoder's own frame, in its format and size
-  FramePtr tmp_frame;      // the test signals' frame
-  PacketPtr pkt;           // for every packet received
+// A stream of the output and its encoder, configured but not yet open.
+struct NewStream {
+  AVStream* stream = nullptr;  // belongs to the output context
+  CodecContextPtr encoder;     // null: no stream could be made
 };
 
-// Owns nothing but its copy of the settings; the OutputStream is the muxer's. Used by one thread at
-// a time.
+// Results of encoding that are no number of packets.
+enum EncodeResult {
+  kNotOpen = -1,
+  kRefusedByCodec = -2,
+  kRefusedByWriter = -3,
+  kLeftOut = -4,  // the host's filter dropped the frame, or it cannot be converted
+};
+
+// Owns the codec, its frames and its packet. Used by one thread at a time; two encoders share
+// nothing but the writer.
 class EncBase {
  public:
-  explicit EncBase(ZV::ZV_AVWriter* writer) : writer(writer) {}
+  // Gets what the host must know, with its status code, on the thread that encodes.
+  using Tell = std::function<void(int code, const std::string& text)>;
+
   virtual ~EncBase() = default;
   EncBase(const EncBase&) = delete;
   EncBase& operator=(const EncBase&) = delete;
 
+  // Frees codec, frames and packet. Safe to call again.
+  void close();
+
+  AVRational time_base() const { return enc->time_base; }
+  // In the codec's format and size; its buffers are shared with the converters.
+  AVFrame* dst_frame() { return frame.get(); }
+
  protected:
-  // Takes every packet the codec has ready, lets `edit` see it, and hands it to the writer. The
-  // number of packets, or -3 when the writer refused one; the others are handed on all the same,
-  // since a further output may still take them.
-  template <typename Edit>
-  int drain(OutputStream& ost, const char* kind, Edit edit);
-  bool write(OutputStream& ost, const char* kind);
+  // Words of the messages, and the status code for what the codec refuses.
+  struct Kind {
+    const char* stream;
+    const char* frame;
+    int refused_code;
+  };
+
+  EncBase(const Kind& kind, NewStream stream, ZV::ZV_AVWriter* writer, Tell tell);
+
+  Status open_codec();
+  // Feeds the codec (null: flushes it) and hands every packet to the writer; those behind one that
+  // the writer refused as well, since a further output may still take them. The number of packets,
+  // or an EncodeResult.
+  int encode_prepared(const AVFrame* prepared);
+  virtual void edit(AVPacket* packet) = 0;
+  void report_refusal(int error, bool flushing);
 
   MovieInfo info{};
-  ZV::ZV_AVWriter* writer;     // outlives the encoder
-  bool refusing = false;  // the writer refused the last packet; told once, not for every packet
-};
+  CodecContextPtr enc;
+  FramePtr frame;        // the encoder's own frame, in its format and size
+  FramePtr tmp_frame;    // the test signals' frame
+  int64_t next_pts = 0;  // test signals only: frames or samples generated
 
-template <typename Edit>
-int EncBase::drain(OutputStream& ost, const char* kind, Edit edit) {
-  int count = 0;
-  bool refused = false;
-  while (true) {
-    const int received = avcodec_receive_packet(ost.enc.get(), ost.pkt.get());
-    if (received == AVERROR(EAGAIN) || received == AVERROR_EOF) break;
-    if (received < 0) break;  // nothing was received; the codec reported why when it was fed
-    ++count;
-    edit(ost.pkt.get());
-    if (!write(ost, kind)) refused = true;
-    av_packet_unref(ost.pkt.get());
-  }
-  return refused ? -3 : count;
-}
+ private:
+  int drain(int* count);
+  void write();
+
+  const Kind kind;
+  AVStream* const stream;
+  ZV::ZV_AVWriter* const writer;  // outlives the encoder
+  const Tell tell;
+  PacketPtr pkt;
+  bool codec_refuses = false;   // what came last; told once, not for every frame
+  bool writer_refuses = false;  // the same for packets
+};
 
 }  // namespace zeva

@@ -1,7 +1,7 @@
 #include "movie_muxer.h"
 
+#include <exception>
 #include <iterator>
-#include <string>
 
 #include "av_error.h"
 #include "logger.h"
@@ -24,6 +24,13 @@ bool any_url(const MovieInfo& info, Test test) {
   return false;
 }
 
+// A movie without its pictures or its sound is not what the host asked for.
+Status no_encoder(AVCodecID codec) {
+  return Status::failure(kOpeningFailedCode,
+                         std::string("Could not find encoder for '") + avcodec_get_name(codec) +
+                             "'; disable the stream or choose another kind of file");
+}
+
 }  // namespace
 
 MovieMuxer::~MovieMuxer() {
@@ -39,8 +46,10 @@ MovieMuxer::~MovieMuxer() {
 // ---- start
 
 int MovieMuxer::start(const MovieInfo& info, StatusCallback cb, void* user, bool async) {
-  not_running = true;
+  phase = Phase::kOpening;
   if (any_url(info, is_live_url)) avformat_network_init();
+  disable_video = info.disable_video;
+  disable_audio = info.disable_audio;
   record = std::make_unique<StartRecord>();
   record->info = info;
   record->callback = cb;
@@ -62,138 +71,137 @@ void MovieMuxer::run_start() {
     ZEVA_LOG(kLogError, "=^= running begin: already exited,  exit thread");
     return;
   }
+  Status opened;
   try {
-    open(record->info);
-  } catch (const ZVException& e) {
-    writer->stop();  // a host may keep the handle of a failed start for long
-    ZEVA_LOG(kLogError, " ---- catch error --- : %s", e.what());
-    if (record->exited) {
-      ZEVA_LOG(kLogError, "=#= catch exception: already exited, ignore ...");
-      return;
-    }
-    if (e.code == kAlreadyExitedCode) {
-      ZEVA_LOG(kLogError, "== catch exception: already exited, ignore ...");
-    } else if (record->callback != nullptr) {
-      record->callback(e.code, e.what(), record->user);
-    }
-  } catch (...) {
-    ZEVA_LOG(kLogError, " ---- catch error --- : Unknow\n");
+    opened = open(record->info);
+  } catch (const std::exception& e) {
+    opened = Status::failure(kOpeningFailedCode, e.what());
   }
+  if (opened.ok) return;
+  ZEVA_LOG(kLogError, " ---- catch error --- : %s", opened.message.c_str());
+  writer->stop();  // a host may keep the handle of a failed start for long
+  if (record->exited) {
+    ZEVA_LOG(kLogError, "=#= catch exception: already exited, ignore ...");
+    return;
+  }
+  tell(opened.code, opened.message);
 }
 
-void MovieMuxer::open(MovieInfo& info) {
+Status MovieMuxer::open(MovieInfo& info) {
   const std::string fault = settings_fault(info);
-  if (!fault.empty()) {
-    throw ZVException(AVERROR(EINVAL), av_error_text(AVERROR(EINVAL)) + (": " + fault));
-  }
-  open_main(info);
-  open_encoders(info);
-  open_url(info);
-  open_writer(info);
-  not_running = false;
-  if (record->callback != nullptr) record->callback(kOpenedCode, "start OK", record->user);
+  Status status = fault.empty() ? open_main(info)
+                                : Status::failure(AVERROR(EINVAL),
+                                                  av_error_text(AVERROR(EINVAL)) + (": " + fault));
+  if (status.ok) status = open_encoders(info);
+  if (status.ok) status = open_url(info);
+  if (status.ok) status = open_writer(info);
+  if (!status.ok) return status;
+  phase = Phase::kRunning;
+  tell(kOpenedCode, "start OK");
+  return status;
 }
 
-void MovieMuxer::open_main(const MovieInfo& info) {
+void MovieMuxer::tell(int code, const std::string& text) const {
+  if (record->callback != nullptr) record->callback(code, text.c_str(), record->user);
+}
+
+Status MovieMuxer::open_main(const MovieInfo& info) {
   AVOutputFormat* const format = guess_output_format(info.url);
-  if (format == nullptr) throw ZVException(kNoFormatCode, "@ av_guess_format(...) is NULL");
-  if (writer->main_output().create(format) < 0) {
-    throw ZVException(kNoContextCode, "@ alloc context failed ...");
+  if (format == nullptr) return Status::failure(kNoFormatCode, "@ av_guess_format(...) is NULL");
+  MovieOutput& output = writer->main_output();
+  if (output.create(format) < 0) {
+    return Status::failure(kNoContextCode, "@ alloc context failed ...");
   }
-  oc = writer->main_output().context();
-  if (is_live_url(info.url)) {
-    writer->main_output().set_server_timeout(int64_t{info.timeout_sec} * 1000000);
-  }
+  if (is_live_url(info.url)) output.set_server_timeout(int64_t{info.timeout_sec} * 1000000);
+  return Status::success();
 }
 
-void MovieMuxer::open_encoders(MovieInfo& info) {
-  const CodecChoice codecs = choose_codecs(*oc->oformat, info);
+Status MovieMuxer::open_encoders(MovieInfo& info) {
+  const CodecChoice codecs = choose_codecs(*writer->main_output().context()->oformat, info);
   writer->create_other_writers(info.other_urls);
   writer->set_timeout(info.timeout_sec);
-  try {
-    const AVCodec* video_codec = nullptr;
-    const AVCodec* audio_codec = nullptr;
-    if (codecs.video != AV_CODEC_ID_NONE) {
-      video_codec = add_stream(oc, codecs.video, video, info);
-      has_video = video_codec != nullptr;
-    }
-    if (codecs.audio != AV_CODEC_ID_NONE) {
-      audio_codec = add_stream(oc, codecs.audio, audio, info);
-      has_audio = audio_codec != nullptr;
-    }
-    if (has_video) {
-      video_enc = std::make_unique<VideoEnc>(writer.get());
-      video_enc->open(oc, video_codec, video, codec_options, info);
-    }
-    if (has_audio) {
-      audio_enc = std::make_unique<AudioEnc>(writer.get());
-      audio_enc->open(oc, audio_codec, audio, codec_options, info);
-    }
-  } catch (const std::string& text) {
+  // Pictures come first: their stream has index 0.
+  Status opened = open_video(codecs.video, info);
+  if (opened.ok) opened = open_audio(codecs.audio, info);
+  if (opened.ok) return opened;
+  info.hardware = false;
+  audio_enc.reset();
+  video_enc.reset();
+  return Status::failure(kOpeningFailedCode, opened.message);
+}
+
+Status MovieMuxer::open_video(AVCodecID codec, MovieInfo& info) {
+  if (codec == AV_CODEC_ID_NONE) {
     info.hardware = false;
-    audio_enc.reset();
-    video_enc.reset();
-    throw ZVException(kOpeningFailedCode, text);
+    return Status::success();
   }
+  NewStream added = add_stream(writer->main_output().context(), codec, info);
+  info.hardware = info.hardware && added.encoder != nullptr;
+  if (!added.encoder) return no_encoder(codec);
+  video_enc =
+      std::make_unique<VideoEnc>(std::move(added), writer.get(),
+                                 [this](int code, const std::string& text) { tell(code, text); });
+  return video_enc->open(info);
 }
 
-void MovieMuxer::open_url(const MovieInfo& info) {
+Status MovieMuxer::open_audio(AVCodecID codec, MovieInfo& info) {
+  if (codec == AV_CODEC_ID_NONE) return Status::success();
+  NewStream added = add_stream(writer->main_output().context(), codec, info);
+  if (!added.encoder) return no_encoder(codec);
+  audio_enc =
+      std::make_unique<AudioEnc>(std::move(added), writer.get(),
+                                 [this](int code, const std::string& text) { tell(code, text); });
+  return audio_enc->open(info);
+}
+
+Status MovieMuxer::open_url(const MovieInfo& info) {
   const int result = writer->main_output().open_io();
-  if (result < 0) {
-    ZEVA_LOG(kLogError, "Could not open '%s': %s", info.url, av_error_text(result));
-    throw ZVException(kNoUrlCode, "Could not open url");
-  }
+  if (result >= 0) return Status::success();
+  ZEVA_LOG(kLogError, "Could not open '%s': %s", info.url, av_error_text(result));
+  return Status::failure(kNoUrlCode, "Could not open url");
 }
 
-void MovieMuxer::open_writer(const MovieInfo& info) {
+Status MovieMuxer::open_writer(const MovieInfo& info) {
   ZEVA_LOG(kLogError, "@@-- moov: %s", info.moov_url);
   const Status opened = writer->open(info.meta_info, info.moov_url);
   if (!opened.ok) {
     ZEVA_LOG(kLogError, "(%d) %s", opened.code, opened.message.c_str());
-    throw ZVException(kOpeningFailedCode, opened.message);
+    return Status::failure(kOpeningFailedCode, opened.message);
   }
   {
     const std::lock_guard<std::mutex> lock(settings_mutex);
     effective = info;
   }
   const Status started = writer->start();
-  if (!started.ok) throw ZVException(kOpeningFailedCode, started.message);
+  return started.ok ? started : Status::failure(kOpeningFailedCode, started.message);
 }
 
 // ---- frames
 
-int MovieMuxer::write_video(AVFrame* frame, const AVRational* tb) {
-  if (not_running || !video_enc) return 0;
-  if (frame == nullptr) return video_enc->encode(oc, video, nullptr);
-  const AVRational codec_tb = video.enc->time_base;
-  if (tb != nullptr) frame->pts = av_rescale_q(frame->pts, *tb, codec_tb);
+bool MovieMuxer::write_video(AVFrame* frame, AVRational tb) {
+  VideoEnc* enc = video_encoder();
+  if (enc == nullptr) return false;
+  frame->pts = av_rescale_q(frame->pts, tb, enc->time_base());
   if (frame->pts <= last_video_time) {
     ZEVA_LOG(kLogDebug, "@@@ V pts: %lld  (frame->pts <= g_last_v_pts %lld)",
              static_cast<long long>(frame->pts), static_cast<long long>(last_video_time));
-    return 0;
+    return false;
   }
   last_video_time = frame->pts;
-  last_video_pts = av_rescale_q(frame->pts, codec_tb, kMicroseconds);
-  return video_enc->encode(oc, video, frame);
+  last_video_pts = av_rescale_q(frame->pts, enc->time_base(), kMicroseconds);
+  return enc->encode(frame) >= 0;
 }
 
-int MovieMuxer::write_audio(AVFrame* frame, const AVRational* tb) {
-  if (not_running || !audio_enc) return 0;
-  if (frame == nullptr) return audio_enc->encode(oc, audio, nullptr);
-  const AVRational codec_tb = audio.enc->time_base;
-  if (tb != nullptr) frame->pts = av_rescale_q(frame->pts, *tb, codec_tb);
-  last_audio_pts = av_rescale_q(frame->pts, codec_tb, kMicroseconds);
-  return audio_enc->encode(oc, audio, frame);
-}
-
-AVFrame* MovieMuxer::generate_test_video(AVRational tb) {
-  VideoEnc* enc = video_encoder();
-  return enc != nullptr ? enc->generate_test_frame(video, tb) : nullptr;
-}
-
-AVFrame* MovieMuxer::generate_test_audio(AVRational tb) {
+bool MovieMuxer::write_audio(AVFrame* frame, AVRational tb) {
   AudioEnc* enc = audio_encoder();
-  return enc != nullptr ? enc->generate_test_frame(audio, tb) : nullptr;
+  if (enc == nullptr) return false;
+  frame->pts = av_rescale_q(frame->pts, tb, enc->time_base());
+  last_audio_pts = av_rescale_q(frame->pts, enc->time_base(), kMicroseconds);
+  // Sound whose time does not grow is encoded all the same, as the next frame overlaps with it; the
+  // outputs drop its packet.
+  const bool grows = frame->pts > newest_audio_time;
+  if (grows) newest_audio_time = frame->pts;
+  return enc->encode(frame) >= 0 && grows;
 }
 
 MovieInfo MovieMuxer::settings() const {
@@ -213,23 +221,21 @@ bool MovieMuxer::stop() {
   if (!record) return true;
   // An opening under way gives up: its network calls are interrupted, its next step fails.
   record->exited = true;
-  if (not_running) writer->request_exit();
+  if (!running()) writer->request_exit();
   if (record->thread.joinable()) record->thread.join();
 
-  if (oc == nullptr) return true;
-  if (not_running) {
+  if (phase == Phase::kStopping) return true;
+  if (!running()) {
     ZEVA_LOG(kLogInfo, "end begin... ======  maybe start rtmp thread blocking ..");
   }
-  not_running = true;
-  if (audio_enc) audio_enc->encode(oc, audio, nullptr);
-  if (video_enc) video_enc->encode(oc, video, nullptr);
+  phase = Phase::kStopping;
+  if (audio_enc) audio_enc->encode(nullptr);
+  if (video_enc) video_enc->encode(nullptr);
 
   ZEVA_LOG(kLogInfo, "before write stop ...");
   writer->stop();
   ZEVA_LOG(kLogInfo, "write stop ok");
-  if (has_video) close_stream(video, "--- close video OK.");
-  if (has_audio) close_stream(audio, "--- close audio OK.");
-  oc = nullptr;
+  close_encoders();
   if (any_url(record->info, is_live_url)) {
     ZEVA_LOG(kLogInfo, "--- has rtmp .");
     avformat_network_deinit();
@@ -237,13 +243,15 @@ bool MovieMuxer::stop() {
   return true;
 }
 
-void MovieMuxer::close_stream(OutputStream& ost, const char* closed_message) {
-  avcodec_close(ost.enc.get());
-  ost.frame.reset();
-  ost.tmp_frame.reset();
-  ost.pkt.reset();
-  ost.enc.reset();
-  ZEVA_LOG(kLogInfo, "%s", closed_message);
+void MovieMuxer::close_encoders() {
+  if (video_enc) {
+    video_enc->close();
+    ZEVA_LOG(kLogInfo, "--- close video OK.");
+  }
+  if (audio_enc) {
+    audio_enc->close();
+    ZEVA_LOG(kLogInfo, "--- close audio OK.");
+  }
 }
 
 }  // namespace zeva

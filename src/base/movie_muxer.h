@@ -5,20 +5,21 @@
 #include <cstdint>
 #include <memory>
 #include <mutex>
+#include <string>
 #include <thread>
 
-#include "audio_enc.h"
-#include "av_handles.h"
-#include "video_enc.h"
 #include "ZV_AVWriter.h"
+#include "audio_enc.h"
+#include "status.h"
+#include "video_enc.h"
 #include "zeva/movie_info.h"
 
 namespace zeva {
 
 // Opens the main output with its streams and encoders, feeds the encoders, and closes everything in
-// order. Owns the output context, the streams and the encoders. start, write_* and stop are called
-// by one thread at a time; the opening may run on a thread of its own, and then nothing but
-// not_running, the effective settings and the last times is shared with it.
+// order. Owns the writer with the outputs, and the encoders. The opening may run on a thread of its
+// own. write_video is called by one thread at a time, write_audio by one, start first, stop last
+// and alone; the rest by any thread.
 class MovieMuxer {
  public:
   explicit MovieMuxer(std::unique_ptr<ZV::ZV_AVWriter> writer) : writer(std::move(writer)) {}
@@ -29,33 +30,36 @@ class MovieMuxer {
   // Opens the output, on a thread of its own when `async`; the outcome reaches `cb`. Call once.
   int start(const MovieInfo& info, StatusCallback cb, void* user, bool async);
 
-  // Encodes a frame in the encoder's format; null flushes. `tb` is the unit of the frame's pts,
-  // null for the codec's own. The encoder's result, or 0 when the frame was ignored or refused.
-  int write_video(AVFrame* frame, const AVRational* tb);
-  int write_audio(AVFrame* frame, const AVRational* tb);
+  // Encodes a frame in the encoder's format, whose pts is in `tb`. True when the frame will be in
+  // the movie.
+  bool write_video(AVFrame* frame, AVRational tb);
+  bool write_audio(AVFrame* frame, AVRational tb);
 
   // Flushes, stops the writer, closes everything. Makes an opening under way give up and waits for
   // it. Safe to call again.
   bool stop();
 
-  bool running() const { return !not_running; }
-  // The settings given to start; the ones really used once the output is open. Any thread.
+  bool running() const { return phase == Phase::kRunning; }
+  // As given to start.
+  bool video_disabled() const { return disable_video; }
+  bool audio_disabled() const { return disable_audio; }
+  // The settings given to start; the ones really used once the output is open.
   MovieInfo settings() const;
   // Time in microseconds of the last frame given to the audio (else video) encoder; -1 for none.
   int64_t last_usec_pts() const;
 
   // Null while not running and for a stream that is absent.
-  AVFrame* video_dst_frame() { return running() ? video.frame.get() : nullptr; }
-  AVFrame* audio_dst_frame() { return running() ? audio.frame.get() : nullptr; }
+  AVFrame* video_dst_frame() { return video_encoder() ? video_enc->dst_frame() : nullptr; }
+  AVFrame* audio_dst_frame() { return audio_encoder() ? audio_enc->dst_frame() : nullptr; }
   VideoEnc* video_encoder() { return running() ? video_enc.get() : nullptr; }
   AudioEnc* audio_encoder() { return running() ? audio_enc.get() : nullptr; }
-  AVFrame* generate_test_video(AVRational tb);
-  AVFrame* generate_test_audio(AVRational tb);
 
  protected:
   const std::unique_ptr<ZV::ZV_AVWriter> writer;
 
  private:
+  enum class Phase { kIdle, kOpening, kRunning, kStopping };  // a failed opening stays one
+
   struct StartRecord {
     std::atomic<bool> exited{false};
     MovieInfo info;
@@ -66,24 +70,25 @@ class MovieMuxer {
 
   // The opening, one function a step.
   void run_start();
-  void open(MovieInfo& info);
-  void open_encoders(MovieInfo& info);
-  void open_url(const MovieInfo& info);
-  void open_writer(const MovieInfo& info);
+  Status open(MovieInfo& info);
+  Status open_main(const MovieInfo& info);
+  Status open_encoders(MovieInfo& info);
+  Status open_video(AVCodecID codec, MovieInfo& info);
+  Status open_audio(AVCodecID codec, MovieInfo& info);
+  Status open_url(const MovieInfo& info);
+  Status open_writer(const MovieInfo& info);
 
-  static void close_stream(OutputStream& ost, const char* closed_message);
-  void open_main(const MovieInfo& info);
+  void tell(int code, const std::string& text) const;
+  void close_encoders();
 
+  std::atomic<Phase> phase{Phase::kIdle};
+
+  // Fixed after start.
   std::unique_ptr<StartRecord> record;
-  std::atomic<bool> not_running{true};
+  bool disable_video = false;
+  bool disable_audio = false;
 
-  // Written by the opening, read by others once not_running is cleared or the opening has ended.
-  AVFormatContext* oc = nullptr;  // the writer's
-  OutputStream video;
-  OutputStream audio;
-  bool has_video = false;
-  bool has_audio = false;
-  AVDictionary* codec_options = nullptr;  // always empty: options go to the codecs directly
+  // Written by the opening, read by others while running or once the opening has ended.
   std::unique_ptr<AudioEnc> audio_enc;
   std::unique_ptr<VideoEnc> video_enc;
 
@@ -92,7 +97,8 @@ class MovieMuxer {
 
   std::atomic<int64_t> last_video_pts{-1};  // microseconds
   std::atomic<int64_t> last_audio_pts{-1};  // microseconds
-  int64_t last_video_time = -1;             // codec time base
+  int64_t last_video_time = -1;             // codec time base; write_video only
+  int64_t newest_audio_time = INT64_MIN;    // codec time base; write_audio only
 };
 
 }  // namespace zeva

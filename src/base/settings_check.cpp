@@ -22,6 +22,11 @@ std::string number_fault(const char* field, int value) {
   return std::string(field) + " " + std::to_string(value) + " is out of range";
 }
 
+std::string pixel_format_fault(int format) {
+  if (av_pix_fmt_desc_get(static_cast<AVPixelFormat>(format)) != nullptr) return {};
+  return "pixel format " + std::to_string(format) + " is unknown";
+}
+
 std::string outputs_fault(const MovieInfo& info) {
   if (!terminated(info.url)) return "url is longer than 511 bytes";
   if (!terminated(info.moov_url)) return "moov_url is longer than 511 bytes";
@@ -46,12 +51,9 @@ std::string video_fault(const MovieInfo& info) {
   for (const auto& r : ranges) {
     if (!in_range(r.value, r.low, r.high)) return number_fault(r.field, r.value);
   }
-  for (const int format : {info.pix_fmt, info.src_pix_fmt}) {
-    if (av_pix_fmt_desc_get(static_cast<AVPixelFormat>(format)) == nullptr) {
-      return "pixel format " + std::to_string(format) + " is unknown";
-    }
-  }
-  return {};
+  // The encoder's first format stands for none.
+  std::string fault = info.pix_fmt == AV_PIX_FMT_NONE ? "" : pixel_format_fault(info.pix_fmt);
+  return fault.empty() ? pixel_format_fault(info.src_pix_fmt) : fault;
 }
 
 std::string audio_fault(const MovieInfo& info) {

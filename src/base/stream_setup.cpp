@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstring>
 #include <string>
+#include <utility>
 
 #include "encoder_presets.h"
 #include "hardware_enc.h"
@@ -44,7 +45,11 @@ const AVCodec* hardware_encoder(MovieInfo& info) {
 
 const AVCodec* choose_encoder(AVCodecID codec_id, MovieInfo& info) {
   const AVCodec* codec = nullptr;
-  if (codec_id == AV_CODEC_ID_H264 && info.hardware) codec = hardware_encoder(info);
+  if (codec_id == AV_CODEC_ID_H264 && info.hardware) {
+    codec = hardware_encoder(info);
+  } else if (avcodec_get_type(codec_id) == AVMEDIA_TYPE_VIDEO) {
+    info.hardware = false;
+  }
   if (codec_id == AV_CODEC_ID_MP3) {
     codec = avcodec_find_encoder_by_name("libmp3lame");
     ZEVA_LOG(kLogError, "win,mp3, find codec: 'libmp3lame': %s",
@@ -199,28 +204,25 @@ void set_up_audio(AVCodecContext* enc, const AVCodec& codec, AVStream* st, Movie
 
 }  // namespace
 
-const AVCodec* add_stream(AVFormatContext* oc, AVCodecID codec_id, OutputStream& ost,
-                          MovieInfo& info) {
+NewStream add_stream(AVFormatContext* oc, AVCodecID codec_id, MovieInfo& info) {
   const AVCodec* codec = choose_encoder(codec_id, info);
-  if (codec == nullptr) return nullptr;
-  ost.st = avformat_new_stream(oc, nullptr);
-  if (ost.st == nullptr) {
+  if (codec == nullptr) return {};
+  AVStream* stream = avformat_new_stream(oc, nullptr);
+  if (stream == nullptr) {
     ZEVA_LOG(kLogError, "Could not allocate stream");
-    return nullptr;
+    return {};
   }
-  ost.st->id = static_cast<int>(oc->nb_streams) - 1;
+  stream->id = static_cast<int>(oc->nb_streams) - 1;
   CodecContextPtr enc(avcodec_alloc_context3(codec));
-  if (!enc) return nullptr;
+  if (!enc) return {};
   if (codec->type == AVMEDIA_TYPE_VIDEO) {
-    set_up_video(enc.get(), *codec, ost.st, info);
+    set_up_video(enc.get(), *codec, stream, info);
   } else if (codec->type == AVMEDIA_TYPE_AUDIO) {
-    set_up_audio(enc.get(), *codec, ost.st, info);
+    set_up_audio(enc.get(), *codec, stream, info);
   }
   if ((oc->oformat->flags & AVFMT_GLOBALHEADER) != 0) enc->flags |= AV_CODEC_FLAG_GLOBAL_HEADER;
   apply_preset_options(enc.get(), info.preset, info.profile, info.tune);
-  ost.enc = std::move(enc);
-  ost.pkt.reset(av_packet_alloc());
-  return codec;
+  return {stream, std::move(enc)};
 }
 
 }  // namespace zeva

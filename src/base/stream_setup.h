@@ -7,10 +7,9 @@
 
 namespace zeva {
 
-// Adds a stream for `codec_id` to `oc` and configures `ost` from `info`; fields that the encoder
-// cannot take are replaced in `info`. The encoder to open, or null when there is none for the codec
-// or the stream could not be made (logged; `ost` then stays without a context).
-const AVCodec* add_stream(AVFormatContext* oc, AVCodecID codec_id, OutputStream& ost,
-                          MovieInfo& info);
+// Adds a stream for `codec_id` to `oc` and configures its encoder from `info`; fields that the
+// encoder cannot take are replaced in `info`. Without an encoder when there is none for the codec
+// or the stream could not be made (logged).
+NewStream add_stream(AVFormatContext* oc, AVCodecID codec_id, MovieInfo& info);
 
 }  // namespace zeva

@@ -1,11 +1,13 @@
 #include "video_enc.h"
 
+#include <algorithm>
 #include <cstdlib>
-#include <cstring>
+#include <iterator>
+#include <utility>
 
-#include "av_error.h"
 #include "logger.h"
 #include "test_signal.h"
+#include "zeva/status.h"
 
 namespace zeva {
 namespace {
@@ -37,101 +39,106 @@ SwsPtr make_scaler(int src_width, int src_height, int src_fmt, int dst_width, in
 
 }  // namespace
 
+VideoEnc::VideoEnc(NewStream stream, ZV::ZV_AVWriter* writer, Tell tell)
+    : EncBase({"video", "a picture", kZevaStatusPictureRefused}, std::move(stream), writer,
+              std::move(tell)),
+      borrowed(av_frame_alloc()) {}
+
 VideoEnc::~VideoEnc() { delete filter; }
 
-void VideoEnc::open(AVFormatContext* /*oc*/, const AVCodec* codec, OutputStream& ost,
-                    AVDictionary* options, const MovieInfo& settings) {
+Status VideoEnc::open(const MovieInfo& settings) {
   info = settings;
-  AVCodecContext* enc = ost.enc.get();
-  AVDictionary* copy = nullptr;
-  av_dict_copy(&copy, options, 0);
-  const int result = avcodec_open2(enc, codec, &copy);
-  av_dict_free(&copy);
-  if (result < 0) {
-    const char* text = av_error_text(result);
-    ZEVA_LOG(kLogError, "Could not open video codec: %s", text);
-    throw std::string("Could not open video codec: ") + text;
-  }
-  avcodec_parameters_from_context(ost.st->codecpar, enc);
-  ost.frame = alloc_picture(enc->pix_fmt, enc->width, enc->height);
-  if (!ost.frame) {
-    err_print(stderr, "Could not allocate video frame\n");
-    throw std::string("Could not allocate video frame");
-  }
-  ost.tmp_frame.reset();
+  Status opened = open_codec();
+  if (!opened.ok) return opened;
+  frame = alloc_picture(enc->pix_fmt, enc->width, enc->height);
+  if (frame && borrowed) return opened;
+  err_print(stderr, "Could not allocate video frame\n");
+  return Status::failure(AVERROR(ENOMEM), "Could not allocate video frame");
 }
 
-int VideoEnc::encode(AVFormatContext* oc, OutputStream& ost, AVFrame* frame) {
-  if (oc == nullptr) return -1;
-  av_packet_unref(ost.pkt.get());
-  if (frame != nullptr) {
-    if (filter != nullptr) frame = filter->filter(frame);
-    if (frame != nullptr) frame = convert(ost, frame);
-    if (frame == nullptr) return 0;  // swallowed by the filter, or refused; null ends the stream
+int VideoEnc::encode(AVFrame* picture) {
+  if (!enc) return kNotOpen;
+  if (picture == nullptr) return encode_prepared(nullptr);
+  if (FilterBase* hook = filter) picture = hook->filter(picture);
+  if (picture != nullptr) picture = convert(picture);
+  if (picture == nullptr) return kLeftOut;
+  if (!borrow(*picture)) {
+    report_refusal(AVERROR(ENOMEM), false);
+    return kRefusedByCodec;
   }
-  const int sent = avcodec_send_frame(ost.enc.get(), frame);
-  if (sent < 0) {
-    ZEVA_LOG(kLogError, "[video] enc frame failed: %s", av_error_text(sent));
-    return -2;
-  }
-  return drain(ost, "video", [](AVPacket* packet) {
-    // The codec's time base is one frame. Without a duration an MP4 would end where its last
-    // picture begins, and players would not show it.
-    if (packet->duration == 0) packet->duration = 1;
-  });
+  return encode_prepared(borrowed.get());
 }
 
-AVFrame* VideoEnc::convert(OutputStream& ost, AVFrame* frame) {
-  const AVCodecContext& enc = *ost.enc;
-  if (frame->format == enc.pix_fmt && frame->width == enc.width && frame->height == enc.height) {
-    return frame;
+void VideoEnc::edit(AVPacket* packet) {
+  // The codec's time base is one frame. Without a duration an MP4 would end where its last picture
+  // begins, and players would not show it.
+  if (packet->duration == 0) packet->duration = 1;
+}
+
+// Without its buffers, so that the codec copies what it wants to keep: the host's frame is
+// overwritten when the call returns, the converters' frames by the next picture.
+bool VideoEnc::borrow(const AVFrame& picture) {
+  AVFrame& view = *borrowed;
+  av_frame_unref(&view);
+  if (av_frame_copy_props(&view, &picture) < 0) return false;
+  view.format = picture.format;
+  view.width = picture.width;
+  view.height = picture.height;
+  std::copy(std::begin(picture.data), std::end(picture.data), view.data);
+  std::copy(std::begin(picture.linesize), std::end(picture.linesize), view.linesize);
+  // A decoder leaves the type that the picture had in its stream. To an encoder it is an order.
+  view.pict_type = AV_PICTURE_TYPE_NONE;
+  return true;
+}
+
+AVFrame* VideoEnc::convert(AVFrame* picture) {
+  if (picture->format == enc->pix_fmt && picture->width == enc->width &&
+      picture->height == enc->height) {
+    return picture;
   }
   if (!conversion_scaler) {
-    conversion_scaler =
-        make_scaler(frame->width, frame->height, frame->format, enc.width, enc.height, enc.pix_fmt);
-    conversion_width = frame->width;
-    conversion_height = frame->height;
-    conversion_format = frame->format;
+    conversion_scaler = make_scaler(picture->width, picture->height, picture->format, enc->width,
+                                    enc->height, enc->pix_fmt);
+    conversion_width = picture->width;
+    conversion_height = picture->height;
+    conversion_format = picture->format;
   }
-  if (frame->width != conversion_width || frame->height != conversion_height ||
-      frame->format != conversion_format) {
+  if (picture->width != conversion_width || picture->height != conversion_height ||
+      picture->format != conversion_format) {
     ZEVA_LOG(kLogError, "refused a picture of %dx%d in format %d: the first was %dx%d in %d",
-             frame->width, frame->height, frame->format, conversion_width, conversion_height,
+             picture->width, picture->height, picture->format, conversion_width, conversion_height,
              conversion_format);
     return nullptr;
   }
-  AVFrame* own = ost.frame.get();
-  frame_refs = release_held_buffers(own, frame_refs);
-  if (frame_refs < 0) exit(1);
-  sws_scale(conversion_scaler.get(), frame->data, frame->linesize, 0, frame->height, own->data,
-            own->linesize);
-  own->pts = frame->pts;
-  own->colorspace = frame->colorspace;
-  own->color_range = frame->color_range;
-  err_print(stderr, "---------- V pts: %lld\n", static_cast<long long>(own->pts));
-  return own;
+  sws_scale(conversion_scaler.get(), picture->data, picture->linesize, 0, picture->height,
+            frame->data, frame->linesize);
+  frame->pts = picture->pts;
+  frame->colorspace = picture->colorspace;
+  frame->color_range = picture->color_range;
+  err_print(stderr, "---------- V pts: %lld\n", static_cast<long long>(frame->pts));
+  return frame.get();
 }
 
-AVFrame* VideoEnc::generate_test_frame(OutputStream& ost, AVRational tb) {
-  if (av_compare_ts(ost.next_pts, ost.enc->time_base, pattern_period_sec, {1, 1}) >= 0) {
+AVFrame* VideoEnc::generate_test_frame(AVRational tb) {
+  if (av_compare_ts(next_pts, enc->time_base, pattern_period_sec, {1, 1}) >= 0) {
     pattern_counter = 0;
     pattern_period_sec += 10;
   }
-  if (!ost.tmp_frame) {
-    ost.tmp_frame = alloc_picture(info.src_pix_fmt, info.src_width, info.src_height);
-    if (!ost.tmp_frame) {
+  if (!tmp_frame) {
+    tmp_frame = alloc_picture(info.src_pix_fmt, info.src_width, info.src_height);
+    if (!tmp_frame) {
       err_print(stderr, "Could not allocate temporary picture\n");
       return nullptr;
     }
   }
-  if (!draw_test_picture(ost)) return nullptr;
-  ost.tmp_frame->pts = av_rescale_q(ost.next_pts, {1, info.fps}, tb);
-  ++ost.next_pts;
-  return ost.tmp_frame.get();
+  if (!draw_test_picture()) return nullptr;
+  tmp_frame->pts = av_rescale_q(next_pts, {1, info.fps}, tb);
+  ++next_pts;
+  return tmp_frame.get();
 }
 
-bool VideoEnc::draw_test_picture(OutputStream& ost) {
-  AVFrame* out = ost.tmp_frame.get();
+bool VideoEnc::draw_test_picture() {
+  AVFrame* out = tmp_frame.get();
   if (av_frame_make_writable(out) < 0) exit(1);
   if (info.src_pix_fmt == AV_PIX_FMT_YUV420P) {
     draw_colour_pattern(out, pattern_counter++);

@@ -1,8 +1,7 @@
 // Pictures to packets.
 #pragma once
 
-#include <memory>
-#include <string>
+#include <atomic>
 
 #include "enc_base.h"
 #include "zeva/record.h"
@@ -10,37 +9,39 @@
 namespace zeva {
 
 // Encodes pictures, converting those that are not in the codec's format and size, and hands every
-// packet to the writer. Owns its filter and its scalers. One thread at a time.
+// packet to the writer. Owns its filter and its scalers. One thread at a time, but for `filter`.
 class VideoEnc : public EncBase {
  public:
-  using EncBase::EncBase;
+  VideoEnc(NewStream stream, ZV::ZV_AVWriter* writer, Tell tell);
   ~VideoEnc() override;
 
-  // Opens the codec and allocates the stream's frame. Throws std::string with the reason.
-  void open(AVFormatContext* oc, const AVCodec* codec, OutputStream& ost, AVDictionary* options,
-            const MovieInfo& settings);
+  // Opens the codec and allocates its frame.
+  Status open(const MovieInfo& settings);
 
-  // A null frame flushes. The number of packets handed on; -1 without an output context, -2 when
-  // the codec refused the frame, -3 when the writer refused a packet.
-  int encode(AVFormatContext* oc, OutputStream& ost, AVFrame* frame);
+  // A null frame flushes. The number of packets handed on (0 while the codec holds the picture
+  // back), or an EncodeResult. The picture is not kept.
+  int encode(AVFrame* picture);
 
-  // The next picture of the moving colour pattern, stamped in `tb`; the stream's tmp_frame.
-  AVFrame* generate_test_frame(OutputStream& ost, AVRational tb);
+  // The next picture of the moving colour pattern, stamped in `tb`.
+  AVFrame* generate_test_frame(AVRational tb);
 
-  // The encoder deletes its filter; the audio encoder does not. Hosts rely on the difference.
-  FilterBase* filter = nullptr;
+  // The encoder deletes its filter; the audio encoder does not. Hosts rely on the difference. Set
+  // by any thread.
+  std::atomic<FilterBase*> filter{nullptr};
 
  private:
-  // The frame in the codec's format and size; null when it cannot be made so.
-  AVFrame* convert(OutputStream& ost, AVFrame* frame);
-  bool draw_test_picture(OutputStream& ost);
+  void edit(AVPacket* packet) override;
+  // The picture in the codec's format and size; null when it cannot be made so.
+  AVFrame* convert(AVFrame* picture);
+  bool borrow(const AVFrame& picture);
+  bool draw_test_picture();
 
+  FramePtr borrowed;         // the picture as the codec gets it; owns no buffers
   SwsPtr conversion_scaler;  // for pictures as the first one to be converted was
   int conversion_width = 0;
   int conversion_height = 0;
   int conversion_format = -1;
   SwsPtr pattern_scaler;
-  int frame_refs = 1;
   int64_t pattern_period_sec = 10;
   int pattern_counter = 0;
 };

@@ -62,8 +62,7 @@ WriterOutput::WriterOutput(const ZV_AVWriter& owner, const char* name, const cha
   last_times.fill(kNoTime);
 }
 
-Status WriterOutput::clone(const MovieOutput& main,
-                           const std::vector<AVRational>& time_bases) {
+Status WriterOutput::clone(const MovieOutput& main, const std::vector<AVRational>& time_bases) {
   const std::string& url = thread.output.url();
   if (url.empty()) return Status::failure(-1, "clone: invalid paramters");
   const auto failure = [](int code, int result, const std::string& text) {

@@ -1,5 +1,7 @@
 #include "movie_capture2.h"
 
+#include <utility>
+
 #include "av_error.h"
 #include "clock.h"
 #include "logger.h"
@@ -8,6 +10,18 @@ using zeva::kLogDebug;
 using zeva::kLogError;
 using zeva::kLogInfo;
 using zeva::kMicroseconds;
+
+namespace {
+
+// The captures whose host is being told something by this thread, innermost first: a callback may
+// start another recording, which reports at once.
+struct Telling {
+  const MovieCapture2* const capture;
+  const Telling* const outer;
+};
+thread_local const Telling* t_telling = nullptr;
+
+}  // namespace
 
 MovieCapture2::MovieCapture2(std::unique_ptr<ZV::ZV_AVWriter> writer)
     : MovieMuxer(std::move(writer)) {}
@@ -20,19 +34,10 @@ MovieCapture2::~MovieCapture2() {
 }
 
 int64_t MovieCapture2::sys_usec() {
-  struct Base {
-    int64_t frequency;
-    int64_t seconds;  // calendar seconds at counter 0
-  };
-  static const Base base = [] {
-    const int64_t frequency = zeva::performance_frequency();
-    const int64_t ticks_per_second = frequency != 0 ? frequency : 1;
-    const int64_t up = (zeva::performance_counter() / ticks_per_second) & 0x7FFFFFFF;
-    return Base{ticks_per_second, zeva::calendar_seconds() - up};
-  }();
-  const int64_t counter = zeva::performance_counter();
-  return (counter / base.frequency + base.seconds) * 1000000 +
-         (counter % base.frequency) * 1000000000 / base.frequency / 1000;
+  // Calendar seconds when the steady clock was 0, less what 31 bits of its seconds do not hold.
+  static const int64_t base_seconds =
+      zeva::calendar_seconds() - ((zeva::steady_us() / 1000000) & 0x7FFFFFFF);
+  return base_seconds * 1000000 + zeva::steady_us();
 }
 
 // ---- start, stop and status
@@ -58,82 +63,105 @@ void MovieCapture2::on_status(int code, const char* message, void* capture) {
   auto& self = *static_cast<MovieCapture2*>(capture);
   ZEVA_LOG(kLogError, "### statu cb [id=%d]: %s", code, message);
   if (code == 0) self.start_ok = true;
-  if (self.host.callback != nullptr) self.host.callback(code, message, self.host.user);
+  if (self.host.callback == nullptr) return;
+  const Telling telling{&self, t_telling};
+  t_telling = &telling;
+  self.host.callback(code, message, self.host.user);
+  t_telling = telling.outer;
+}
+
+bool MovieCapture2::in_status_callback() const {
+  const Telling* telling = t_telling;
+  while (telling != nullptr && telling->capture != this) telling = telling->outer;
+  return telling != nullptr;
 }
 
 // ---- frames
 
-bool MovieCapture2::accept(int64_t pts_us) {
-  // The first time stamp offered anchors the time line, also when its frame is refused.
-  if (start_pts < 0) start_pts = pts_us;
-  if (!start_ok) {
-    ZEVA_LOG(kLogInfo, "--start_ok == false");
-    return false;
+std::optional<int64_t> MovieCapture2::accept(int64_t pts_us) {
+  {
+    const std::lock_guard<std::mutex> lock(time_mutex);
+    // The first time stamp offered anchors the time line, also when its frame is refused.
+    if (start_pts < 0) start_pts = pts_us;
+    if (start_ok) {
+      return pause_time > 0 ? std::nullopt : std::optional(pts_us - drift - start_pts);
+    }
   }
-  return !is_paused();
+  ZEVA_LOG(kLogInfo, "--start_ok == false");
+  return std::nullopt;
 }
 
-bool MovieCapture2::ensure_converter() {
-  if (!iocvt) iocvt = std::make_unique<IOCvt>(this);
-  return iocvt != nullptr;
+// Made on the first input: the encoders' formats are known by then.
+IOCvt& MovieCapture2::converter() {
+  std::call_once(converter_made, [this] { iocvt = std::make_unique<IOCvt>(this); });
+  return *iocvt;
 }
 
 bool MovieCapture2::write_pcm(const uint8_t* data, int bytes, int64_t pts_us) {
-  if (!accept(pts_us)) return false;
+  const std::optional<int64_t> time = accept(pts_us);
+  if (!time) return false;
   ZEVA_LOG(kLogDebug, "nb=%d, pts=%lld", bytes, static_cast<long long>(pts_us));
-  const int64_t rel = relative(pts_us);
-  const int64_t prev = last_audio_pts;
-  last_audio_pts = rel;
-  if (!ensure_converter()) return false;
-  if (data != nullptr) return iocvt->write_pcm(data, bytes, rel);
+  const int64_t previous = last_audio_pts.exchange(*time);
+  if (data != nullptr) return converter().write_pcm(data, bytes, *time);
+  const int64_t duration = *time - previous;
   ZEVA_LOG(kLogDebug, "[fill silence] ----> pts=%lf(sec), dur=%lf(sec)",
-           static_cast<double>(prev) / 1000000.0, static_cast<double>(rel - prev) / 1000000.0);
-  return iocvt->write_silence(rel - prev, prev);
+           static_cast<double>(previous) / 1000000.0, static_cast<double>(duration) / 1000000.0);
+  return converter().write_silence(duration, previous);
 }
 
 bool MovieCapture2::write_bgra(const uint8_t* data, int size, int64_t pts_us, int stride) {
-  if (!accept(pts_us)) return false;
+  const std::optional<int64_t> time = accept(pts_us);
+  if (!time) return false;
   ZEVA_LOG(kLogDebug, "nb=%d, pts=%lld", size, static_cast<long long>(pts_us));
-  const int64_t rel = relative(pts_us);
-  last_video_pts = rel;
-  return ensure_converter() && iocvt->write_image(data, size, rel, stride);
+  last_video_pts = *time;
+  return converter().write_image(data, size, *time, stride);
 }
 
 bool MovieCapture2::write_audio_frame(AVFrame* frame, const AVRational* tb) {
-  const int64_t pts_us = av_rescale_q(frame->pts, *tb, kMicroseconds);
-  if (!accept(pts_us)) return false;
-  frame->pts = relative(pts_us);
-  last_audio_pts = frame->pts;
-  return ensure_converter() && iocvt->write_audio_frame(frame, &kMicroseconds);
+  const std::optional<int64_t> time = accept(av_rescale_q(frame->pts, *tb, kMicroseconds));
+  if (!time) return false;
+  frame->pts = *time;
+  last_audio_pts = *time;
+  return converter().write_audio_frame(frame, &kMicroseconds);
 }
 
 bool MovieCapture2::write_video_frame(AVFrame* frame, const AVRational* tb) {
-  const int64_t pts_us = av_rescale_q(frame->pts, *tb, kMicroseconds);
-  if (!accept(pts_us)) return false;
-  frame->pts = relative(pts_us);
-  last_video_pts = frame->pts;
-  return ensure_converter() && iocvt->write_video_frame(frame, &kMicroseconds);
+  const std::optional<int64_t> time = accept(av_rescale_q(frame->pts, *tb, kMicroseconds));
+  if (!time) return false;
+  frame->pts = *time;
+  last_video_pts = *time;
+  return converter().write_video_frame(frame, &kMicroseconds);
 }
 
 // ---- the time line
 
 bool MovieCapture2::pause() {
   if (!start_ok) return false;
+  const std::lock_guard<std::mutex> lock(time_mutex);
   // Pausing while paused starts the pause anew: hosts count on the earlier part staying in.
   pause_time = sys_usec();
   return true;
 }
 
 bool MovieCapture2::resume() {
-  if (!start_ok || pause_time < 1) return false;
-  const int64_t now = sys_usec();
-  const int64_t paused = now - pause_time;
+  int64_t paused_at = 0;
+  int64_t now = 0;
+  {
+    const std::lock_guard<std::mutex> lock(time_mutex);
+    if (!start_ok || pause_time < 1) return false;
+    paused_at = std::exchange(pause_time, 0);
+    now = sys_usec();
+    drift += now - paused_at;
+  }
   zeva::err_print(stderr, "*** pause_time=%lld,  resume_time=%lld,  drift=%lld\n",
-                  static_cast<long long>(pause_time), static_cast<long long>(now),
-                  static_cast<long long>(paused));
-  drift += paused;
-  pause_time = 0;
+                  static_cast<long long>(paused_at), static_cast<long long>(now),
+                  static_cast<long long>(now - paused_at));
   return true;
+}
+
+bool MovieCapture2::is_paused() const {
+  const std::lock_guard<std::mutex> lock(time_mutex);
+  return pause_time > 0;
 }
 
 int64_t MovieCapture2::movie_time() const {

@@ -9,9 +9,7 @@ namespace {
 
 constexpr int64_t kGraceUs = 1500000;
 
-int64_t elapsed_us(int64_t since) {
-  return av_rescale(performance_counter() - since, 1000000, performance_frequency());
-}
+int64_t elapsed_us(int64_t since) { return steady_us() - since; }
 
 }  // namespace
 
@@ -21,10 +19,10 @@ void IoInterrupt::set_timeout(int timeout_sec) {
 
 void IoInterrupt::exit() {
   int64_t never = kNever;
-  exit_time.compare_exchange_strong(never, performance_counter());
+  exit_time.compare_exchange_strong(never, steady_us());
 }
 
-void IoInterrupt::begin_operation() { operation_start = performance_counter(); }
+void IoInterrupt::begin_operation() { operation_start = steady_us(); }
 
 AVIOInterruptCB IoInterrupt::callback() { return {should_give_up, this}; }
 

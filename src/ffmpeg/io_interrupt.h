@@ -31,8 +31,8 @@ class IoInterrupt {
 
   std::atomic<bool> is_open{false};
   std::atomic<bool> gave_up{false};
-  std::atomic<int64_t> exit_time{kNever};        // counter ticks
-  std::atomic<int64_t> operation_start{kNever};  // counter ticks
+  std::atomic<int64_t> exit_time{kNever};        // steady_us
+  std::atomic<int64_t> operation_start{kNever};  // steady_us
   std::atomic<int64_t> timeout_us{10 * 1000000};
 };
 

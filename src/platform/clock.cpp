@@ -7,19 +7,23 @@
 #endif
 
 namespace zeva {
+namespace {
+constexpr int64_t kMicrosecondsPerSecond = 1000000;
+}
 
 #ifdef _WIN32
 
-int64_t performance_counter() {
+int64_t steady_us() {
+  static const int64_t frequency = [] {
+    LARGE_INTEGER ticks_per_second{};
+    QueryPerformanceFrequency(&ticks_per_second);
+    return ticks_per_second.QuadPart != 0 ? ticks_per_second.QuadPart : 1;
+  }();
   LARGE_INTEGER ticks{};
   QueryPerformanceCounter(&ticks);
-  return ticks.QuadPart;
-}
-
-int64_t performance_frequency() {
-  LARGE_INTEGER ticks{};
-  QueryPerformanceFrequency(&ticks);
-  return ticks.QuadPart;
+  // Seconds apart from their fraction: the product of all ticks would overflow after days.
+  return ticks.QuadPart / frequency * kMicrosecondsPerSecond +
+         ticks.QuadPart % frequency * kMicrosecondsPerSecond / frequency;
 }
 
 int64_t calendar_seconds() { return _time64(nullptr); }
@@ -33,17 +37,11 @@ size_t format_local_time(char* out, size_t size_bytes, const char* format, int64
 
 #else
 
-namespace {
-constexpr int64_t kNanosecondsPerSecond = 1000000000;
-}
-
-int64_t performance_counter() {
+int64_t steady_us() {
   timespec now{};
   clock_gettime(CLOCK_MONOTONIC, &now);
-  return now.tv_sec * kNanosecondsPerSecond + now.tv_nsec;
+  return now.tv_sec * kMicrosecondsPerSecond + now.tv_nsec / 1000;
 }
-
-int64_t performance_frequency() { return kNanosecondsPerSecond; }
 
 int64_t calendar_seconds() { return time(nullptr); }
 

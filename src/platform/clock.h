@@ -1,4 +1,4 @@
-// The two clocks of the library: a steady high-resolution counter, and the calendar.
+// The two clocks of the library: a steady one, and the calendar.
 #pragma once
 
 #include <cstddef>
@@ -7,9 +7,9 @@
 
 namespace zeva {
 
-// Steady counter and its ticks per second (QueryPerformanceCounter; the monotonic clock elsewhere).
-int64_t performance_counter();
-int64_t performance_frequency();
+// Microseconds of a clock that never goes back (QueryPerformanceCounter; the monotonic clock
+// elsewhere). Counts from an arbitrary moment.
+int64_t steady_us();
 
 // Seconds since 1970 UTC.
 int64_t calendar_seconds();

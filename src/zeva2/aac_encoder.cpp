@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "adts.h"
+#include "aac.h"
 #include "av_error.h"
 #include "logger.h"
 

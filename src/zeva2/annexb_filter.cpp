@@ -3,6 +3,7 @@
 #include <cstring>
 
 #include "av_error.h"
+#include "avc.h"
 #include "logger.h"
 #include "saturating.h"
 
@@ -11,41 +12,32 @@ namespace {
 
 using zeva::kLogError;
 using zeva::kLogInfo;
+using zeva::NalUnit;
 
 constexpr size_t kPaddingBytes = 64;
-constexpr int32_t kMinSpsBytes = 4;
-constexpr int32_t kMaxNalBytes = 0xFFFF;  // what the record's length fields hold
-
-void append_nal(std::vector<uint8_t>* record, const uint8_t* nal, int32_t length) {
-  record->push_back(static_cast<uint8_t>(length >> 8));
-  record->push_back(static_cast<uint8_t>(length));
-  record->insert(record->end(), nal, nal + length);
+// A negative length is none.
+NalUnit as_unit(const uint8_t* data, int32_t length) {
+  return {data, length > 0 ? static_cast<size_t>(length) : 0};
 }
 
-bool is_given(const uint8_t* data, int32_t length, int32_t min, int32_t max) {
-  return data != nullptr && length >= min && length <= max;
+std::vector<uint8_t> make_configuration_record(const ParameterSets& sets) {
+  const NalUnit sps = as_unit(sets.sps, sets.sps_len);
+  const NalUnit pps = as_unit(sets.pps, sets.pps_len);
+  if (!zeva::is_avc_sps(sps)) return {};
+  if (zeva::is_avc_pps(pps)) return zeva::avc_configuration_record(sps, pps);
+  ZEVA_LOG(kLogError, "SPS without PPS: it must come with the packets");
+  return zeva::avc_configuration_record(sps, {});
 }
 
 std::vector<uint8_t> choose_extradata(const ParameterSets& sets) {
-  if (is_given(sets.extradata, sets.extradata_len, 1, kMaxParameterSetBytes)) {
+  if (sets.extradata != nullptr && sets.extradata_len > 0 &&
+      sets.extradata_len <= kMaxParameterSetBytes) {
     return {sets.extradata, sets.extradata + sets.extradata_len};
   }
   return make_configuration_record(sets);
 }
 
 }  // namespace
-
-std::vector<uint8_t> make_configuration_record(const ParameterSets& sets) {
-  if (!is_given(sets.sps, sets.sps_len, kMinSpsBytes, kMaxNalBytes)) return {};
-  const bool has_pps = is_given(sets.pps, sets.pps_len, 1, kMaxNalBytes);
-  if (!has_pps) ZEVA_LOG(kLogError, "SPS without PPS: it must come with the packets");
-  // Version, then profile, compatibility and level as the SPS has them, 4-byte lengths, one SPS.
-  std::vector<uint8_t> record = {1, sets.sps[1], sets.sps[2], sets.sps[3], 0xFF, 0xE1};
-  append_nal(&record, sets.sps, sets.sps_len);
-  record.push_back(has_pps ? 1 : 0);
-  if (has_pps) append_nal(&record, sets.pps, sets.pps_len);
-  return record;
-}
 
 std::unique_ptr<AnnexBFilter> AnnexBFilter::create(const ParameterSets& sets) {
   const std::vector<uint8_t> extradata = choose_extradata(sets);

@@ -23,10 +23,6 @@ struct ParameterSets {
   int32_t extradata_len = 0;
 };
 
-// The AVCDecoderConfigurationRecord (ISO/IEC 14496-15, 5.3.3.1) of one SPS and at most one PPS, for
-// 4-byte lengths; empty when the SPS cannot be one.
-std::vector<uint8_t> make_configuration_record(const ParameterSets& sets);
-
 // Turns packets of length-prefixed NAL units into such with start codes, and puts the parameter
 // sets before key pictures. Used by the one thread that writes video.
 class AnnexBFilter {

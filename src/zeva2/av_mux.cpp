@@ -1,10 +1,10 @@
 #include "av_mux.h"
 
 #include <algorithm>
-#include <chrono>
 #include <exception>
 
 #include "av_error.h"
+#include "clock.h"
 #include "logger.h"
 #include "output_url.h"
 #include "saturating.h"
@@ -13,12 +13,6 @@ namespace zeva {
 namespace {
 
 enum StatusCode : int32_t { kNoEncoder = -10, kNoFilter = -11, kNoOutput = -33 };
-
-int64_t now_us() {
-  using std::chrono::microseconds;
-  const auto now = std::chrono::steady_clock::now().time_since_epoch();
-  return std::chrono::duration_cast<microseconds>(now).count();
-}
 
 long long printable(int64_t value) { return value; }
 
@@ -283,14 +277,14 @@ bool AVMux::write_audio_pcm(const uint8_t* const* planes, int nb_samples, int64_
 }
 
 bool AVMux::pause() {
-  pause_start = now_us();
+  pause_start = steady_us();
   return true;
 }
 
 bool AVMux::resume() {
   const int64_t start = pause_start.exchange(0);
   if (start <= 0) return false;
-  pause_drift += now_us() - start;
+  pause_drift += steady_us() - start;
   return true;
 }
 

@@ -1,21 +1,18 @@
 // Time since a moment.
 #pragma once
 
-#include <chrono>
 #include <cstdint>
+
+#include "clock.h"
 
 namespace zeva {
 
 class Elapsed {
  public:
-  int64_t ms() const {
-    using std::chrono::milliseconds;
-    return std::chrono::duration_cast<milliseconds>(Clock::now() - start).count();
-  }
+  int64_t ms() const { return (steady_us() - start_us) / 1000; }
 
  private:
-  using Clock = std::chrono::steady_clock;
-  Clock::time_point start = Clock::now();
+  int64_t start_us = steady_us();
 };
 
 }  // namespace zeva

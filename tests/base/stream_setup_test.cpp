@@ -52,9 +52,9 @@ TEST(StreamSetup, RateControl) {
     info.crf = c.crf;
     info.qp = c.qp;
     const zeva::FormatContextPtr oc = make_output(info.url, false);
-    zeva::OutputStream stream;
-    ASSERT_NE(zeva::add_stream(oc.get(), c.codec, stream, info), nullptr);
-    EXPECT_EQ(rate_control(*stream.enc), c.told);
+    const zeva::NewStream stream = zeva::add_stream(oc.get(), c.codec, info);
+    ASSERT_TRUE(stream.encoder);
+    EXPECT_EQ(rate_control(*stream.encoder), c.told);
   }
 }
 

@@ -5,10 +5,12 @@
 
 extern "C" {
 #include <libavutil/frame.h>
+#include <libavutil/mem.h>
 }
 
 #include "judge.h"
 #include "recording.h"
+#include "zeva/status.h"
 
 namespace {
 using namespace zeva_test;  // NOLINT: a test reads better without the prefix
@@ -170,8 +172,9 @@ void write_silence_that_goes_back(Recording& r) {
 }
 
 void write_pictures_that_go_back(Recording& r) {
-  for (const int frame : {9, 5, 0}) r.picture(one_colour(0, 0, 255), time_us(frame));
-  r.picture(one_colour(0, 0, 255), time_us(9) - 3600000000);
+  for (const int64_t time : {time_us(9), time_us(5), time_us(0), time_us(9) - 3600000000}) {
+    EXPECT_FALSE(r.picture(one_colour(0, 0, 255), time));
+  }
 }
 
 void write_frames_not_as_announced(Recording& r) {
@@ -229,11 +232,53 @@ TEST(BadInput, IsRefusedAndLoggedAndTheRecordingGoesOn) {
   }
 }
 
+// Every picture is a key frame, and ten pieces of sound are a packet of PCM: what the encoders put
+// out needs more memory than there is, and little else does.
+TEST(ShortOfMemory, TheHostIsToldOnceOfWhatTheEncodersRefuse) {
+  for (const bool pictures : {true, false}) {
+    SCOPED_TRACE(pictures);
+    const fs::path file = work_file(pictures ? "movie.mp4" : "sound.wav");
+    MovieInfo info = settings(file);
+    info.disable_audio = pictures;
+    info.disable_video = !pictures;
+    info.gop_size = 1;
+    info.video_bitrate = 8000;
+    Recording recording(info);
+    ASSERT_TRUE(recording.open());
+    const std::vector<int16_t> piece(size_t{2} * 1000, 99);
+    const auto write = [&](int n) {
+      return pictures ? recording.picture(gradients(n), time_us(n))
+                      : recording.sound(piece, time_us(0) + int64_t{n} * 1000000000 / kSampleRate);
+    };
+    for (int n = 0; n < 60; ++n) {
+      const bool short_of_memory = n / 10 % 2 == 1;
+      if (n % 10 == 0) av_max_alloc(short_of_memory ? 4500 : INT32_MAX);
+      EXPECT_EQ(write(n), !short_of_memory && (pictures || n % 10 == 9)) << n;
+    }
+    av_max_alloc(INT32_MAX);
+    recording.stop();
+    const std::vector<Status> told = recording.failures();
+    EXPECT_EQ(told.size(), 3U) << "once for each of the three times";
+    for (const Status& status : told) {
+      EXPECT_EQ(status.code, pictures ? kZevaStatusPictureRefused : kZevaStatusSoundRefused);
+      EXPECT_NE(status.text.find("Cannot allocate memory"), std::string::npos) << status.text;
+    }
+    if (pictures) {
+      EXPECT_EQ(number(streams(file).at(0), "nb_read_frames"), 30);
+    } else {
+      EXPECT_EQ(decode(file, "-f s16le").size(), size_t{3} * 10000 * 4);
+    }
+    EXPECT_EQ(decode_faults(file), "");
+  }
+}
+
 TEST(BadInput, SoundWhoseTimeGoesBackKeepsTheMovieWhole) {
   const fs::path file = work_file("back.mp4");
   Recording recording(settings(file));
   recording.feed(0, kFps);
-  for (int frame = 0; frame < 5; ++frame) recording.sound(tone(frame), time_us(frame));
+  for (int frame = 0; frame < 5; ++frame) {
+    EXPECT_FALSE(recording.sound(tone(frame), time_us(frame)));
+  }
   recording.feed(kFps, 2 * kFps);
   recording.stop();
   EXPECT_TRUE(recording.failures().empty());

@@ -1,10 +1,13 @@
 // Handles from start to stop: none at all, one after the other, several at once.
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <cstring>
+#include <future>
 #include <thread>
 
 extern "C" {
+#include <libavutil/mem.h>
 #include <libavutil/rational.h>
 }
 
@@ -116,6 +119,101 @@ TEST(Recordings, FourAtOnceDoNotMix) {
     const std::string decoded = decode(files[i], "-f rawvideo -pix_fmt bgra");
     ASSERT_EQ(decoded.size(), static_cast<size_t>(4 * kWidth * kHeight * (20 + i)));
     EXPECT_NEAR(static_cast<uint8_t>(decoded[0]), 60 * i, 12);
+  }
+}
+
+// ---- threads
+
+TEST(Threads, PicturesSoundAndPausesOfOneRecording) {
+  for (int round = 0; round < 20; ++round) {
+    const fs::path file = work_file("movie.mp4");
+    Recording recording(settings(file));
+    ASSERT_TRUE(recording.open());
+    std::atomic<int> pictures{0};
+    std::atomic<int> writers{2};
+    std::atomic<bool> go{false};
+    std::thread picture_host([&] {
+      while (!go) std::this_thread::yield();
+      for (int frame = 0; frame < 20; ++frame) {
+        if (recording.picture(gradients(frame), time_us(frame))) ++pictures;
+      }
+      --writers;
+    });
+    std::thread sound_host([&] {
+      while (!go) std::this_thread::yield();
+      for (int frame = 0; frame < 60; ++frame) recording.sound(tone(frame), time_us(frame));
+      --writers;
+    });
+    go = true;
+    while (writers > 0) {
+      MovieInfo info{};
+      EXPECT_TRUE(ZEVA_get_mInfo(recording.handle, &info));
+      EXPECT_TRUE(ZEVA_pause(recording.handle));
+      EXPECT_TRUE(ZEVA_is_paused(recording.handle));
+      EXPECT_TRUE(ZEVA_resume(recording.handle));
+      EXPECT_GE(ZEVA_movie_time(recording.handle), 0);
+      EXPECT_GE(ZEVA_last_usec_pts(recording.handle), -1);
+      std::this_thread::yield();
+    }
+    picture_host.join();
+    sound_host.join();
+    recording.stop();
+    EXPECT_TRUE(recording.failures().empty());
+    EXPECT_EQ(decode_faults(file), "");
+    EXPECT_EQ(number(streams(file).at(0), "nb_read_frames"), pictures);
+  }
+}
+
+// ---- stop from inside
+
+// Stops the recording whenever it reports something.
+struct Stopper {
+  std::atomic<void*> recording{nullptr};
+  std::atomic<int> reports{0};
+  std::atomic<int> refusals{0};
+  static void on_status(int /*code*/, const char* /*message*/, void* user) {
+    auto& self = *static_cast<Stopper*>(user);
+    void* handle = self.recording;
+    ZEVA_stop(&handle);
+    if (handle != nullptr) ++self.refusals;
+    ++self.reports;
+  }
+};
+
+// On the thread that opens, on those that encode, and on those that write.
+TEST(Stop, IsRefusedInsideTheStatusCallback) {
+  const fs::path file = work_file("movie.mp4");
+  MovieInfo info = settings(file);
+  info.disable_audio = true;
+  info.gop_size = 1;
+  std::vector<std::string> urls{utf8(file)};
+  if (fs::exists("/dev/full")) urls.emplace_back("/dev/full");
+  for (const std::string& url : urls) {
+    SCOPED_TRACE(url);
+    set_text(info.url, url);
+    std::promise<void> handle_known;
+    const LogCapture log([&, known = handle_known.get_future().share()](const std::string& text) {
+      if (text == "### statu cb [id=0]: start OK") known.wait();
+    });
+    Stopper stopper;
+    void* handle = ZEVA_start(info, Stopper::on_status, &stopper, nullptr, true);
+    stopper.recording = handle;
+    handle_known.set_value();
+    while (stopper.reports < 1) std::this_thread::yield();
+    std::vector<uint8_t> picture = gradients(0);
+    EXPECT_TRUE(ZEVA_write_video_bgra(handle, picture.data(), 0, 1, 4 * kWidth));
+    av_max_alloc(1000);  // less than a key frame
+    EXPECT_FALSE(ZEVA_write_video_bgra(handle, picture.data(), 0, 100000, 4 * kWidth));
+    av_max_alloc(INT32_MAX);
+    ZEVA_stop(&handle);
+    EXPECT_EQ(handle, nullptr);
+    const bool disk_full = url == "/dev/full";
+    EXPECT_EQ(stopper.reports, disk_full ? 3 : 2);
+    EXPECT_EQ(stopper.refusals, stopper.reports);
+    EXPECT_EQ(log.count("stop refused: called by the status callback"), stopper.refusals);
+    if (!disk_full) {
+      EXPECT_EQ(decode_faults(file), "");
+    }
   }
 }
 

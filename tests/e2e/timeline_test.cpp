@@ -84,6 +84,57 @@ TEST(Pictures, AreTheSameWithPaddedRows) {
   EXPECT_TRUE(decoded[0] == decoded[1]);
 }
 
+// A decoder leaves its picture type in the frame, and the host writes every picture with one frame.
+// MPEG-1 holds a picture back: what the host writes next must not show in it.
+TEST(Pictures, OfOneFrameThatTheHostWritesAgainAndAgain) {
+  const struct {
+    const char* file;
+    int key_frames;
+  } cases[] = {{"decoded.mp4", 1}, {"decoded.mpg", -1}};
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.file);
+    const fs::path file = work_file(c.file);
+    MovieInfo info = settings(file);
+    info.disable_audio = true;
+    info.width = info.src_width = 320;
+    info.height = info.src_height = 176;  // whole macroblocks, which encoders like to keep
+    info.src_pix_fmt = AV_PIX_FMT_YUV420P;
+    info.gop_size = 250;
+    info.video_bitrate = 4000;
+    Recording recording(info);
+    AVFrame* frame = av_frame_alloc();
+    frame->format = AV_PIX_FMT_YUV420P;
+    frame->width = info.width + 64;  // rows as far apart as in the encoder's own pictures
+    frame->height = info.height;
+    ASSERT_EQ(av_frame_get_buffer(frame, 0), 0);
+    frame->width = info.width;
+    memset(frame->data[1], 128, frame->linesize[1] * size_t{88});
+    memset(frame->data[2], 128, frame->linesize[2] * size_t{88});
+    for (int n = 0; n < 10; ++n) {
+      memset(frame->data[0], 40 + 15 * n, frame->linesize[0] * size_t{176});
+      frame->pict_type = AV_PICTURE_TYPE_I;
+      frame->pts = time_us(n);
+      EXPECT_TRUE(ZEVA_write_video_frame(recording.handle, frame, {1, 1000000}));
+      EXPECT_EQ(frame->pict_type, AV_PICTURE_TYPE_I);
+      EXPECT_TRUE(av_frame_is_writable(frame)) << "somebody keeps the host's picture";
+    }
+    av_frame_free(&frame);
+    recording.stop();
+
+    int key_frames = 0;
+    for (const Row& packet : packets(file)) key_frames += packet.at("flags")[0] == 'K' ? 1 : 0;
+    if (c.key_frames >= 0) {
+      EXPECT_EQ(key_frames, c.key_frames);
+    }
+    const std::string luma = decode(file, "-vsync passthrough -f rawvideo -pix_fmt yuv420p");
+    const size_t picture_bytes = size_t{320} * 176 * 3 / 2;
+    ASSERT_EQ(luma.size(), 10 * picture_bytes);
+    for (size_t n = 0; n < 10; ++n) {
+      EXPECT_NEAR(static_cast<uint8_t>(luma[n * picture_bytes + 160 * 88]), 40 + 15 * n, 4) << n;
+    }
+  }
+}
+
 // ---- silence
 
 TEST(Silence, FillsTheGapWithZeroSamples) {
@@ -168,6 +219,26 @@ TEST(Filters, ReplacePicturesAndEditSoundPackets) {
   EXPECT_EQ(decode(file, "-map 0:a -c copy -f data"), std::string(sound.bytes, 0x11));
 }
 
+// Lets every other picture through.
+class Thinning : public FilterBase {
+ public:
+  AVFrame* filter(AVFrame* frame) override { return n_++ % 2 == 0 ? frame : nullptr; }
+
+ private:
+  int n_ = 0;
+};
+
+TEST(Filters, LeaveOutPicturesThatTheHostIsToldOf) {
+  const fs::path file = work_file("thinned.mp4");
+  Recording recording(settings(file));
+  EXPECT_TRUE(ZEVA_add_video_filter(recording.handle, new Thinning));
+  for (int frame = 0; frame < 10; ++frame) {
+    EXPECT_EQ(recording.picture(gradients(frame), time_us(frame)), frame % 2 == 0);
+  }
+  recording.stop();
+  EXPECT_EQ(number(streams(file).at(0), "nb_read_frames"), 5);
+}
+
 // ---- settings
 
 TEST(EffectiveSettings, AreThoseOfTheFile) {
@@ -183,6 +254,7 @@ TEST(EffectiveSettings, AreThoseOfTheFile) {
       {"pixels.mp4", 33, 33, 44100, 44100, AV_PIX_FMT_BGRA},
       {"rate.flv", 25, 25, 48000, 44100, AV_PIX_FMT_YUV420P},
       {"frames.mpg", 33, 30, 32000, 32000, AV_PIX_FMT_YUV420P},
+      {"no_format.mp4", 25, 25, 48000, 48000, AV_PIX_FMT_NONE},
       {"sound.mp3", 25, 25, 12345, 44100, AV_PIX_FMT_YUV420P, false},
   };
   for (const auto& c : cases) {
@@ -196,13 +268,18 @@ TEST(EffectiveSettings, AreThoseOfTheFile) {
     info.fps = c.fps;
     info.sample_rate = c.sample_rate;
     info.pix_fmt = c.pix_fmt;
+    // No hardware encoder makes MPEG-1 video, and without pictures there is none to take.
+    info.hardware = std::string(c.file) == "frames.mpg" || !c.video;
     Recording recording(info);
     MovieInfo used{};
     ASSERT_TRUE(ZEVA_get_mInfo(recording.handle, &used));
     EXPECT_EQ(memcmp(&used, &recording.effective, sizeof used), 0);
+    EXPECT_FALSE(used.hardware);
     EXPECT_EQ(used.fps, c.effective_fps);
     EXPECT_EQ(used.sample_rate, c.effective_sample_rate);
-    EXPECT_EQ(used.pix_fmt, AV_PIX_FMT_YUV420P);
+    if (c.video) {
+      EXPECT_EQ(used.pix_fmt, AV_PIX_FMT_YUV420P);
+    }
     recording.feed(0, 10);
     recording.stop();
     for (const Row& stream : streams(file)) {

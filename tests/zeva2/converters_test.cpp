@@ -4,7 +4,6 @@
 #include <cmath>
 
 #include "aac_encoder.h"
-#include "adts.h"
 #include "elementary.h"
 #include "log_capture.h"
 #include "zv2_aac_to_opus.h"
@@ -31,12 +30,6 @@ TEST(AacSettings, AreRefusedWithTheirCode) {
     EXPECT_EQ(made, c.told == nullptr) << c.settings.sample_format << c.settings.bitrate;
     EXPECT_EQ(log.count(std::string("AACEncoder error ") + (made ? "" : c.told)), made ? 0 : 1);
   }
-}
-
-TEST(Adts, NamesRateAndLength) {
-  const auto header = adts_header(1, 22050, 2, 1000);
-  EXPECT_EQ(header, (decltype(header){0xFF, 0xF1, 0x5C, 0x80, 0x7D, 0xFF, 0xFC}));
-  EXPECT_EQ(adts_sampling_index(50000), 4);
 }
 
 struct Heard {

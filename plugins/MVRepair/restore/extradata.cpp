@@ -1,48 +1,20 @@
 #include "extradata.h"
 
-#include <algorithm>
-#include <iterator>
-#include <limits>
+#include <cstdio>
 
+#include "aac.h"
+#include "avc.h"
 #include "ffmpeg.h"
 
 namespace zeva {
 namespace {
 
-constexpr int kNalSps = 7;
-constexpr int kNalPps = 8;
-
-// The NAL units between start codes. Zero bytes in front of a start code belong to no unit.
-std::vector<Bytes> nal_units(const Bytes& stream) {
-  static constexpr uint8_t kStartCode[] = {0, 0, 1};
-  std::vector<Bytes> units;
-  auto begin =
-      std::search(stream.begin(), stream.end(), std::begin(kStartCode), std::end(kStartCode));
-  while (begin != stream.end()) {
-    begin += std::size(kStartCode);
-    const auto next =
-        std::search(begin, stream.end(), std::begin(kStartCode), std::end(kStartCode));
-    auto end = next;
-    while (end != begin && end[-1] == 0) --end;
-    units.emplace_back(begin, end);
-    begin = next;
-  }
-  return units;
-}
-
-Bytes first_of_type(const std::vector<Bytes>& units, int type, size_t min_bytes) {
-  for (const Bytes& unit : units) {
-    const bool fits =
-        unit.size() >= min_bytes && unit.size() <= std::numeric_limits<uint16_t>::max();
-    if (fits && (unit[0] & 0x1F) == type) return unit;
+// The first unit of the type that a configuration record can hold.
+NalUnit first_of_type(const std::vector<NalUnit>& units, int type, bool (*usable)(NalUnit)) {
+  for (const NalUnit& unit : units) {
+    if (unit.type() == type && usable(unit)) return unit;
   }
   return {};
-}
-
-void append_parameter_set(Bytes& out, const Bytes& set) {
-  out.push_back(static_cast<uint8_t>(set.size() >> 8));
-  out.push_back(static_cast<uint8_t>(set.size()));
-  out.insert(out.end(), set.begin(), set.end());
 }
 
 }  // namespace
@@ -73,27 +45,18 @@ std::string hex_list(const Bytes& bytes) {
 }
 
 Bytes avc_configuration(const Bytes& byte_stream) {
-  const std::vector<Bytes> units = nal_units(byte_stream);
-  const Bytes sps = first_of_type(units, kNalSps, 4);
-  const Bytes pps = first_of_type(units, kNalPps, 1);
-  if (sps.empty() || pps.empty()) return {};
-  // Version, profile, constraints, level, four-byte NAL lengths, one sequence parameter set.
-  Bytes record = {1, sps[1], sps[2], sps[3], 0xFF, 0xE1};
-  append_parameter_set(record, sps);
-  record.push_back(1);
-  append_parameter_set(record, pps);
-  return record;
+  const std::vector<NalUnit> units = split_byte_stream(byte_stream.data(), byte_stream.size());
+  const NalUnit sps = first_of_type(units, kNalSps, is_avc_sps);
+  const NalUnit pps = first_of_type(units, kNalPps, is_avc_pps);
+  if (sps.size_bytes == 0 || pps.size_bytes == 0) return {};
+  return avc_configuration_record(sps, pps);
 }
 
 Bytes aac_configuration(int sample_rate, int channels) {
-  static constexpr int kRates[] = {96000, 88200, 64000, 48000, 44100, 32000,
-                                   24000, 22050, 16000, 12000, 11025, 8000};
-  constexpr int kAacLc = 2;
-  constexpr int kIndexOf44100 = 4;
-  const auto* found = std::find(std::begin(kRates), std::end(kRates), sample_rate);
-  const int rate = found != std::end(kRates) ? static_cast<int>(found - kRates) : kIndexOf44100;
-  const int bits = kAacLc << 11 | rate << 7 | (channels & 0xF) << 3;
-  return {static_cast<uint8_t>(bits >> 8), static_cast<uint8_t>(bits)};
+  // The lowest rate of the table counts as unknown here, as in every movie repaired so far.
+  constexpr int kLowestRate = 8000;
+  return aac_lc_configuration(aac_rate_index(sample_rate >= kLowestRate ? sample_rate : 0),
+                              channels);
 }
 
 }  // namespace zeva
