@@ -68,9 +68,10 @@ void Snapshot::header_written(const AVFormatContext& oc) {
 
 int Snapshot::commit() {
   if (!index.has_head()) return AVERROR(EINVAL);
-  if (index.is_committed()) return 0;
+  const bool was_committed = index.is_committed();
   const int error = index.commit();
-  if (index.is_committed()) disk.start({movie_path, index.path()}, index.replaces_older());
+  if (!was_committed && index.is_committed())
+    disk.start({movie_path, index.path()}, index.replaces_older());
   return judge_write(error) ? 0 : AVERROR(error);
 }
 
