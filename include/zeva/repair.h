@@ -10,7 +10,9 @@
 //                                   nullptr, nullptr);           // or simply wait for it
 //
 // Every packet whose record stands in the index and whose bytes stand in the broken file comes out
-// with the same bytes and time stamps. Broken file and index are only read, never changed.
+// with the same bytes and time stamps, but for pictures that would show damage (below). Broken file
+// and index are only read, never changed. Nothing is written to standard output; the log and
+// standard error tell what happens.
 //
 // What a crash costs. The recorder hands packets and their records to the operating system
 // together: when a line of records is full (960 bytes, about 55 packets: 0.7 s of 30 pictures and
@@ -19,7 +21,23 @@
 // of 256 KiB, which alone would hold back 2 s of 1 Mbit/s, is emptied each time. Pictures still in
 // the encoder (up to 0.5 s with look-ahead) never became packets. All of this is about a crash of
 // the program; when the operating system or the power fails, about a second more is lost, since the
-// recorder has the disk keep both files once a second.
+// recorder has the disk keep both files once a second. Both promises end when the recorder cannot
+// keep them, and then it says so: kZevaStatusIndexFailing and kZevaStatusSyncFailing (status.h).
+//
+// What was not written is never handed out. Two kinds of loss lie in the middle of a movie:
+//   - Blocks that reached the disk out of order before a power failure: the file has zeros there. A
+//     packet of H.264, H.265, MPEG-4 video or AAC is left out when it touches a block of 512 zero
+//     bytes that begins at a multiple of 512, or is all zeros. So is one of H.264 whose NAL units
+//     do not add up to the packet, or that has three zero bytes in a row within one, which the
+//     standard forbids. MP3 and AC-3 pad silence with zeros: only packets of nothing else are left
+//     out. Packets of other codecs, PCM for one, may be all zeros and are handed out as they are.
+//   - A hole in the index, from a time when it could not be written: the next record carries its
+//     own position. Times behind the hole are right.
+// Behind both, pictures are left out up to the next key picture: they build on what is missing, and
+// a decoder would show them damaged without a word. The sound goes on. A player holds the last good
+// picture meanwhile, at most as long as key pictures are apart. The log has a line for every packet
+// that is zeros, and how much was left out at the end; `zeva repair`, `zeva recover` and `zeva
+// inspect` name it and end with status 3.
 //
 // Paths are UTF-8. Broken file and index must be regular files. The container follows from the
 // output's name (".mp4" as a rule). An existing output file is overwritten, but never the broken

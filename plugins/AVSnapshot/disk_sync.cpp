@@ -1,10 +1,10 @@
 #include "disk_sync.h"
 
+#include <cerrno>
 #include <chrono>
 #include <system_error>
 #include <utility>
 
-#include "files.h"
 #include "logger.h"
 
 namespace zeva {
@@ -15,18 +15,26 @@ constexpr std::chrono::milliseconds kPeriod{1000};
 
 }  // namespace
 
-void DiskSync::start(const std::vector<std::string>& paths) {
-  if (thread.joinable()) return;
+void DiskSync::start(const std::vector<std::string>& paths, bool sync_now) {
+  if (!files.empty()) return;
   for (const std::string& path : paths) {
+    if (file_size(path) < 0) continue;
     // A handle of its own that reads and writes: some systems need the right to write.
-    FilePtr file(file_size(path) >= 0 ? open_file(path.c_str(), "r+b") : nullptr);
-    if (file != nullptr) files.push_back(std::move(file));
+    errno = 0;
+    FilePtr handle(open_file(path.c_str(), "r+b"));
+    if (handle == nullptr) {
+      fail(path, errno);
+    } else {
+      files.push_back({path, std::move(handle)});
+    }
   }
   if (files.empty()) return;
+  if (sync_now) sync_files();
   try {
     thread = std::thread(&DiskSync::run, this);
   } catch (const std::system_error& e) {
     ZEVA_LOG(kLogError, "no thread to keep the movie on the disk: %s", e.what());
+    fail(files.front().path, e.code().value());
   }
 }
 
@@ -36,28 +44,56 @@ void DiskSync::request() {
   changed.notify_one();
 }
 
-void DiskSync::end() {
-  if (!thread.joinable()) return;
-  {
-    const std::lock_guard<std::mutex> lock(mutex);
-    ending = true;
+bool DiskSync::end() {
+  if (thread.joinable()) {
+    {
+      const std::lock_guard<std::mutex> lock(mutex);
+      ending = true;
+    }
+    changed.notify_one();
+    thread.join();
   }
-  changed.notify_one();
-  thread.join();
+  sync_files();
   files.clear();
+  return !failed;
 }
 
 void DiskSync::run() {
+  sync_folders();
   std::unique_lock<std::mutex> lock(mutex);
-  for (bool last = false; !last;) {
+  while (!ending) {
     changed.wait(lock, [this] { return requested || ending; });
     requested = false;
-    last = ending;
+    if (ending) return;
     lock.unlock();
-    for (const FilePtr& file : files) sync_file(file.get());
+    sync_files();
     lock.lock();
     changed.wait_for(lock, kPeriod, [this] { return ending; });
   }
+}
+
+// Some file systems have no way to sync a folder; that is no failure.
+void DiskSync::sync_folders() {
+  for (const File& file : files) {
+    errno = 0;
+    if (!sync_folder_of(file.path) && errno != EINVAL && errno != ENOTSUP) fail(file.path, errno);
+  }
+}
+
+void DiskSync::sync_files() {
+  for (const File& file : files) {
+    if (failed) return;
+    errno = 0;
+    if (!sync(file.handle.get())) fail(file.path, errno);
+  }
+}
+
+void DiskSync::fail(const std::string& path, int error) {
+  if (std::exchange(failed, true)) return;
+  const std::string text = "the disk may not keep " + path + ": " +
+                           std::generic_category().message(error != 0 ? error : EIO);
+  ZEVA_LOG(kLogError, "%s", text.c_str());
+  if (failed_callback) failed_callback(text);
 }
 
 }  // namespace zeva

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <condition_variable>
+#include <functional>
 #include <mutex>
 #include <string>
 #include <thread>
@@ -15,29 +16,54 @@ namespace zeva {
 // failure takes that along. So a thread asks it, about once a second while there is something new,
 // to put the files on the disk. Writers never wait for it. One thread at a time calls the
 // functions.
+//
+// After a failed sync the system forgets what it could not write, and later ones succeed without
+// it. So the first failure is reported, and final.
 class DiskSync {
  public:
-  DiskSync() = default;
-  ~DiskSync() { end(); }
+  using Failed = std::function<void(const std::string& text)>;
+  using Sync = bool (*)(FILE* file);
+
+  // `failed` is called once at most, with the file and the error: on the thread of the syncs, or on
+  // that of `start` or `end`, which is the last call that may make it. `sync` is sync_file, unless
+  // a test wants syncs to fail.
+  explicit DiskSync(Failed failed = {}, Sync sync = sync_file)
+      : failed_callback(std::move(failed)), sync(sync) {}
+  ~DiskSync() { (void)end(); }
   DiskSync(const DiskSync&) = delete;
   DiskSync& operator=(const DiskSync&) = delete;
 
-  // Begins with the regular files among the UTF-8 paths; others are left out. Without a thread to
-  // be had, nothing is kept.
-  void start(const std::vector<std::string>& paths);
+  // Begins with the regular files among the UTF-8 paths, which exist by now, and their folders;
+  // other paths are left out. With `sync_now` the files are on the disk when the call returns.
+  void start(const std::vector<std::string>& paths, bool sync_now);
 
   // What the operating system was given until now is to reach the disk within a second or so. Does
   // not block.
   void request();
 
-  // Puts everything on the disk a last time and blocks until it is there.
-  void end();
+  // Puts everything on the disk a last time and blocks until it is there. True when all that was
+  // written of all files is; later calls give the same answer.
+  bool end();
 
  private:
-  void run();
+  struct File {
+    std::string path;
+    FilePtr handle;
+  };
 
-  std::vector<FilePtr> files;
+  void run();
+  void sync_folders();
+  void sync_files();
+  void fail(const std::string& path, int error);
+
+  // Fixed after start.
+  const Failed failed_callback;
+  const Sync sync;
+  std::vector<File> files;
   std::thread thread;
+  // Of one thread at a time: the caller's, and between `start` and `end` the own one.
+  bool failed = false;
+
   std::mutex mutex;
   std::condition_variable changed;
   bool requested = false;  // guarded by mutex

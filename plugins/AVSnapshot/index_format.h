@@ -6,9 +6,10 @@
 //   {"type":"audio","index":1,"codec":"aac",...}
 //   ,48,5123,,,512,1;1,,371,,,,1;,,873,512,,,;
 //
-// A record: stream index, file position (first record only), bytes, pts delta, dts delta, duration,
-// key flag. Zero is written as an empty field. Deltas are against the previous packet of the same
-// class (the audio stream, or everything else), in the stream's time base.
+// A record: stream index, file position, bytes, pts delta, dts delta, duration, key flag. The first
+// record has a position, and so has one behind packets that could not be recorded; the others
+// follow the record before. Zero is written as an empty field. Deltas are against the previous
+// packet of the same class (the audio stream, or everything else), in the stream's time base.
 #pragma once
 
 #include <cstdint>

@@ -9,10 +9,6 @@ namespace {
 
 using Json = nlohmann::json;
 
-int64_t wrapping_sum(int64_t a, int64_t b) {
-  return static_cast<int64_t>(static_cast<uint64_t>(a) + static_cast<uint64_t>(b));
-}
-
 // A walk over the fields of one record.
 class Fields {
  public:
@@ -109,13 +105,14 @@ void read_common_members(const Json& line, Description& d) {
   d.ev = text_member(line, "ev");
 }
 
-}  // namespace
-
-void read_index_version(std::string_view line, int& version) {
+// Leaves `version` as it is when the line does not name one.
+void read_version(std::string_view line, int& version) {
   constexpr std::string_view kKey = "version=";
   const size_t found = line.find(kKey);
   if (found != std::string_view::npos) Fields(line.substr(found + kKey.size())).number(version);
 }
+
+}  // namespace
 
 bool read_stream_line(std::string_view text, IndexStreams& streams) {
   if (text.empty() || text.front() != '{') return false;
@@ -148,21 +145,54 @@ bool read_index_record(std::string_view& rest, int version, IndexRecord& record)
   return complete;
 }
 
-IndexedPacket RecordDecoder::decode(const IndexRecord& record) {
-  IndexedPacket packet;
-  packet.stream_index = record.stream_index;
-  packet.audio = record.stream_index == audio_index;
-  packet.size = record.size;
-  packet.key = record.key != 0;
-  packet.position = record.position != 0 ? record.position : next_position;
-  next_position = wrapping_sum(packet.position, packet.size);
+bool IndexReader::open(const std::string& path) {
+  *this = IndexReader();
+  file.reset(file_size(path) >= 0 ? open_file(path.c_str(), "rb") : nullptr);
+  if (file == nullptr) return false;
+  read_head();
+  decoder = RecordDecoder(described.audio.index, described.audio.frame_size);
+  return true;
+}
 
-  LastTimes& last = packet.audio ? last_audio : last_video;
-  packet.pts = wrapping_sum(last.pts, record.pts_delta);
-  packet.dts = record.dts_delta != 0 ? wrapping_sum(last.dts, record.dts_delta) : packet.pts;
-  last = {packet.pts, packet.dts};
-  packet.duration = record.duration == 0 && packet.audio ? frame_size : record.duration;
-  return packet;
+// The line behind the head is known only once it is read, so it waits in the buffer.
+void IndexReader::read_head() {
+  while (read_line()) {
+    if (!text.empty() && text.front() == '#') {
+      if (line_count == 1) read_version(text, index_version);
+    } else if (!read_stream_line(text, described)) {
+      is_first_record_line_read = true;
+      return;
+    }
+  }
+}
+
+bool IndexReader::next_line() {
+  const bool more = is_first_record_line_read || read_line();
+  is_first_record_line_read = false;
+  unread = text;
+  return more;
+}
+
+bool IndexReader::next_packet(IndexedPacket& packet) {
+  IndexRecord record;
+  if (!read_index_record(unread, index_version, record)) return false;
+  packet = decoder.decode(record);
+  return true;
+}
+
+bool IndexReader::read_line() {
+  text = {};
+  if (file == nullptr) return false;
+  line_begin = line_end;
+  if (fgets(buffer.data(), static_cast<int>(buffer.size()), file.get()) == nullptr) return false;
+  line_end = tell_file(file.get());
+  ++line_count;
+  text = buffer.data();
+  holds_nul = line_end - line_begin != static_cast<int64_t>(text.size());
+  has_line_end = feof(file.get()) == 0;
+  text = text.substr(0, text.find_last_not_of("\r\n") + 1);
+  buffer[text.size()] = '\0';
+  return true;
 }
 
 }  // namespace zeva

@@ -1,18 +1,20 @@
-// Reads what index_format writes, from text that may be damaged: nothing here trusts a number,
-// logs, allocates for a record, or touches a file. Lines are texts up to a NUL, with or without LF,
-// CR LF.
+// Reads an index, which may be damaged: nothing here trusts a number, logs, or allocates for a
+// record.
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "files.h"
 #include "index_format.h"
+#include "record_coder.h"
 
 namespace zeva {
 
-// Readers take lines in pieces of at most this many bytes, the terminating zero included.
+// Lines are read in pieces of at most this many bytes, the terminating zero included.
 inline constexpr int kIndexLineBufferBytes = 8192;
 // Records can name the streams 0..4; stream lines behind the fifth are of no use.
 inline constexpr int kIndexMaxStreams = 5;
@@ -40,9 +42,6 @@ struct IndexStreams {
   std::vector<AVMediaType> list;  // in file order, at most kIndexMaxStreams
 };
 
-// Finds "version=" in a header line; `version` is left as it is without it.
-void read_index_version(std::string_view line, int& version);
-
 // Whether `line` is a stream line, that is, a JSON object. One of audio or video is added to
 // `streams`, unless the list is full. Members that are missing, or of another type or range, read
 // as 0 and "".
@@ -56,40 +55,53 @@ inline bool index_version_known(int version) { return version == 1 || version ==
 // Version 1: fields behind the first that does not read as a number are 0.
 bool read_index_record(std::string_view& rest, int version, IndexRecord& record);
 
-// What a record says once the deltas are added up.
-struct IndexedPacket {
-  int stream_index = 0;
-  bool audio = false;    // of the audio class; its time base is the audio line's, else the video's
-  int64_t position = 0;  // bytes into the movie; may lie anywhere when the index is damaged
-  int32_t size = 0;      // bytes; may be negative when the index is damaged
-  int64_t pts = 0;
-  int64_t dts = 0;
-  int64_t duration = 0;
-  bool key = false;
-};
-
-// Adds up deltas and sizes from record to record. Sums wrap around, as the writer's differences do,
-// so that every pair of time stamps comes back exactly.
-class RecordDecoder {
+// An index from its first line to its last record. Owns the file and one line buffer; a line is not
+// copied. Used by one thread at a time.
+//
+//   while (reader.next_line())
+//     for (IndexedPacket packet; reader.next_packet(packet);) use(packet);
+class IndexReader {
  public:
-  RecordDecoder() = default;
-  explicit RecordDecoder(const AudioDescription& audio)
-      : audio_index(audio.index), frame_size(audio.frame_size) {}
+  // Opens the regular file at the UTF-8 path and reads its head. False when there is none.
+  [[nodiscard]] bool open(const std::string& path);
 
-  // An empty dts reads as the pts: the writer means "the same delta", which differs only for
-  // reordered pictures.
-  IndexedPacket decode(const IndexRecord& record);
+  bool is_empty() const { return line_count == 0; }
+  int version() const { return index_version; }  // 0: the first line names none
+  const IndexStreams& streams() const { return described; }
+
+  // Goes to the next line behind the head; longer lines than the buffer come in pieces. False at
+  // the end.
+  bool next_line();
+  // The line without its line end, up to a NUL; terminated by one. Valid until the next line.
+  std::string_view line() const { return text; }
+  int64_t line_number() const { return line_count; }    // from 1, the head included
+  int64_t line_position() const { return line_begin; }  // bytes into the file
+  bool is_cut_off() const { return !has_line_end; }     // the file ends without a line feed
+
+  // The next packet of this line. False when no further record can be read from it.
+  bool next_packet(IndexedPacket& packet);
+  // What stands behind the last packet in this line; without one, the line.
+  std::string_view rest() const { return unread; }
+  // Whether any of it is left, bytes behind a NUL included.
+  bool has_rest() const { return !unread.empty() || holds_nul; }
 
  private:
-  struct LastTimes {
-    int64_t pts = 0;
-    int64_t dts = 0;
-  };
-  int audio_index = -1;
-  int frame_size = 0;
-  LastTimes last_audio;
-  LastTimes last_video;  // of every stream that is not the audio stream
-  int64_t next_position = 0;
+  void read_head();
+  bool read_line();
+
+  FilePtr file;
+  std::array<char, kIndexLineBufferBytes> buffer{};
+  std::string_view text;    // in `buffer`
+  std::string_view unread;  // in `text`
+  bool has_line_end = false;
+  bool holds_nul = false;
+  bool is_first_record_line_read = false;  // `text` is the line that ended the head
+  int64_t line_begin = 0;
+  int64_t line_end = 0;
+  int64_t line_count = 0;
+  int index_version = 0;
+  IndexStreams described;
+  RecordDecoder decoder;
 };
 
 }  // namespace zeva

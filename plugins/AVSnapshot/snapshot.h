@@ -2,81 +2,85 @@
 #pragma once
 
 #include <cstdint>
-#include <cstdio>
 #include <functional>
-#include <memory>
 #include <string>
+#include <utility>
 
 #include "disk_sync.h"
-#include "index_format.h"
+#include "ffmpeg.h"
+#include "index_file.h"
+#include "record_coder.h"
 
 namespace zeva {
 
-// Hooks the muxer's header and packet entries of an output context, so that every packet FFmpeg
-// hands to the muxer is recorded, whichever call wrote it. Owns the index file and the line buffer;
-// FFmpeg's context stays the caller's. Order of use: construct, open, attach (I/O open, header not
-// yet written), avformat_write_header, packets, av_write_trailer, destroy. open, attach and the
-// destructor are called by one thread, the hooks run on the thread that drives the muxer; destroy
-// the object only when no muxer call can be under way.
+// Records every packet that FFmpeg hands to the muxer of an output context, whichever call wrote
+// it. Owns the index; FFmpeg's context stays the caller's. Order of use: construct, open, attach
+// (I/O open, header not yet written), avformat_write_header, commit, packets, av_write_trailer,
+// the movie's I/O closed, end. The hooks run on the thread that drives the muxer; one thread at a
+// time calls the rest. Call `end`, or destroy the object, only when no muxer call can be under way.
 //
-// A packet's size is known when the next one comes, so records are one packet late and the last
-// packet of a movie has none. Records are handed to the operating system when their line is full,
-// and before that once kIndexHandOverMs have passed, each time behind the bytes of the movie they
-// tell of: few packets a second would else wait seconds for a full line. DiskSync takes both from
-// there to the disk.
+// Records are handed to the operating system when their line is full, and before that once
+// kIndexHandOverMs have passed, each time behind the bytes of the movie they tell of: few packets a
+// second would else wait seconds for a full line. DiskSync takes both from there to the disk.
+//
+// While the index cannot be written, the records of one line are kept and later packets have none.
+// Every hand-over tries again; the first record behind such a hole carries its own position.
 class Snapshot {
  public:
+  // `code` is one of kZevaStatusIndexFailing, kZevaStatusIndexBack and kZevaStatusSyncFailing;
+  // `text` names the file and the system's error. Called on the muxing thread, or on the disk's at
+  // the same time, never after `end` or the destructor has returned.
   using Report = std::function<void(int32_t code, const std::string& text)>;
-  explicit Snapshot(Report report = {});
-  int commit() { return 0; }
+
+  // What reaches the disk, and may fail in tests.
+  struct DiskCalls {
+    IndexFile::Write write = fwrite;
+    DiskSync::Sync sync = sync_file;
+  };
+
+  explicit Snapshot(Report report = {}) : Snapshot(std::move(report), DiskCalls()) {}
+  Snapshot(Report report, DiskCalls calls);
   virtual ~Snapshot();
   Snapshot(const Snapshot&) = delete;
   Snapshot& operator=(const Snapshot&) = delete;
 
-  // Creates or truncates the index at the UTF-8 path. False when that fails or when one is open.
+  // Creates an empty index at the UTF-8 path; an existing one keeps its bytes until `commit`, and a
+  // new one goes away without it. False when that fails or when one is open.
   bool open(const char* path);
 
   // Binds the object to `oc`, whose `opaque` then belongs to it. False, with a log line, when no
   // index is open, there is no context, or the muxer does its own I/O.
   bool attach(AVFormatContext* oc);
 
+  // Writes what the movie's header made known. An index that it replaces is off the disk when the
+  // call returns, so that it cannot come back beside the new movie after a power failure. 0 or an
+  // FFmpeg code: AVERROR(EINVAL) before the header, AVERROR(errno) when the index cannot be
+  // written; recording may go on, the index is tried again. The first packet does this if nobody
+  // has.
+  int commit();
+
+  // Writes and closes the index. True when all of it and of the movie is on the disk.
+  bool end();
+
+  // For the muxer hooks: after the muxer wrote its header, and before it writes a packet from
+  // `position` on.
+  void header_written(const AVFormatContext& oc);
+  void packet_coming(const AVFormatContext& oc, const AVPacket& packet, int64_t position);
+
  private:
-  friend struct SnapshotHooks;
-
-  // What is kept of the packet that the muxer saw last, until its size is known.
-  struct PreviousPacket {
-    int32_t stream_index = 0;
-    int32_t key = 0;
-    int64_t position = 0;
-    int64_t pts_delta = 0;
-    int64_t dts_delta = 0;
-    int64_t duration = 0;
-  };
-  struct LastTimes {
-    int64_t pts = 0;
-    int64_t dts = 0;
-  };
-
-  void write_stream_lines(const AVFormatContext& oc);
-  void record_previous(const AVFormatContext& oc, const AVPacket& current, int64_t position);
-  void remember(const AVPacket& packet, int64_t position);
   void hand_over(const AVFormatContext& oc);
-  void write_line_text();
-  bool is_audio(const AVPacket& packet) const { return packet.stream_index == audio_stream_index; }
+  bool judge_write(int error);
+  void tell(int32_t code, const std::string& text) const;
 
-  FILE* index_file = nullptr;
-  std::string index_path;
-  DiskSync disk;
-  char line_buffer[kIndexLineBytes + kIndexRecordMaxBytes + 1] = {};
-  int line_length = 0;
-  int line_written = 0;        // bytes of line_buffer that the file has
-  int64_t next_hand_over = 0;  // steady_us
-  int32_t packets_seen = 0;
-  PreviousPacket previous;
-  LastTimes last_audio;
-  LastTimes last_video;  // of every stream that is not the audio stream
-  int32_t video_stream_index = -1;
-  int32_t audio_stream_index = -1;
+  const Report report;
+  IndexFile index;
+  RecordEncoder encoder;
+  std::string movie_path;      // empty when the movie is no file
+  int64_t next_hand_over = 0;  // on the performance counter
+  bool failing = false;        // the index took no text when it was given some last
+  bool ended = false;
+  bool on_disk = false;  // the answer of `end`
+  DiskSync disk;         // last: its thread reports through the rest
 };
 
 }  // namespace zeva

@@ -24,7 +24,7 @@ int FileIo::open(const std::string& path) {
     av_free(buffer);
     return AVERROR(ENOMEM);
   }
-  pb->max_packet_size = kBufferBytes;
+  pb->min_packet_size = pb->max_packet_size = kBufferBytes;  // FFmpeg would empty it at each packet
   const int error = file.open(path, NewFile::Mode::kBinary);
   if (error != 0) return AVERROR(error);
   setvbuf(file.get(), nullptr, _IONBF, 0);  // FFmpeg's buffer is enough

@@ -2,10 +2,12 @@
 
 #include <gtest/gtest.h>
 
-#include <cstring>
-#include <limits>
+#include <tuple>
 
+#include "log_capture.h"
 #include "media.h"
+#include "moov_parser.h"
+#include "temp_dir.h"
 
 namespace {
 
@@ -46,40 +48,6 @@ TEST(IndexReader, TakesRecordsOffALine) {
   for (const auto& c : cases) EXPECT_EQ(read_back(c.line, c.version), c.records) << c.line;
 }
 
-TEST(IndexFormat, HasRoomForTheLongestRecord) {
-  constexpr int64_t kLow64 = std::numeric_limits<int64_t>::min();
-  constexpr int32_t kLow32 = std::numeric_limits<int32_t>::min();
-  std::string out(zeva::kIndexRecordMaxBytes, '#');
-  const IndexRecord longest{kLow32, kLow64, kLow32, kLow64, kLow64, kLow64, kLow32};
-  const int length = zeva::format_index_record(longest, out.data());
-  EXPECT_EQ(length, static_cast<int>(strlen(out.c_str())));
-  EXPECT_EQ(out.find('#'), std::string::npos) << "more room than is needed";
-}
-
-TEST(IndexReader, AddsUpByClass) {
-  constexpr int64_t kMax = std::numeric_limits<int64_t>::max(), kMin = -kMax - 1;
-  zeva::AudioDescription audio;
-  audio.index = 1;
-  audio.frame_size = 1024;
-  zeva::RecordDecoder decoder(audio);
-  const struct {
-    IndexRecord record;
-    int64_t position, pts, dts, duration;
-  } steps[] = {
-      {{0, 48, 100, 500, 400, 512, 1}, 48, 500, 400, 512},
-      {{1, 0, 10, 2000, 0, 0, 1}, 148, 2000, 2000, 1024},
-      {{2, 0, 20, 512, 0, 0, 0}, 158, 1012, 1012, 0},
-      {{1, 0, 30, -3000, 500, 960, 1}, 178, -1000, 2500, 960},
-      {{0, kMax, 1, kMax, kMin, 1, 0}, kMax, kMin + 1011, kMin + 1012, 1},
-      {{0, 0, 1, 0, 0, 0, 0}, kMin, kMin + 1011, kMin + 1011, 0},
-  };
-  for (const auto& s : steps) {
-    const zeva::IndexedPacket p = decoder.decode(s.record);
-    EXPECT_EQ(std::tie(p.position, p.pts, p.dts, p.duration),
-              std::tie(s.position, s.pts, s.dts, s.duration));
-  }
-}
-
 TEST(IndexReader, StreamLines) {
   const zeva::FormatContextPtr oc = make_output("unused.mp4", false);
   zeva::IndexStreams streams;
@@ -98,6 +66,84 @@ TEST(IndexReader, StreamLines) {
       streams));
   EXPECT_EQ(std::tie(v.width, v.height, v.time_base.num, v.time_base.den, v.ev),
             std::make_tuple(0, 0, 0, 0, ""));
+}
+
+// What `zeva inspect` and the repair do with a head follows from the same few facts.
+TEST(IndexReader, DamagedHeads) {
+  const TempDir dir;
+  const LogCapture quiet;
+  const std::string path = dir.path("a.index");
+  const std::string sound = R"({"type":"audio","index":0,"codec":"aac","frame_size":1024,)"
+                            R"("sample_rate":48000,"channels":2,"ev":"EZA="})";
+  const std::string record = ",48,10,,,,1;";
+  const struct {
+    std::string text;
+    int version;
+    size_t streams;
+    int64_t first_line;  // with records; 0: none
+    size_t packets;
+  } cases[] = {
+      {"## version=2, x\n" + sound + "\n" + record, 2, 1, 3, 1},
+      {"## version=2, x\r\n# a note\r\n" + sound + "\r\n" + record + "\r\n", 2, 1, 4, 1},
+      {"# a note\n## version=2, x\n" + sound + "\n" + record, 0, 1, 4, 0},
+      {"## version=1, x\n" + sound + "\n0" + record + "\n0,48,10,0,0,0,1;", 1, 1, 3, 2},
+      {"## version=2, x\n" + record + "\n" + sound + "\n" + record, 2, 0, 2, 2},
+      {"## version=2, x\n\n" + sound + "\n" + record, 2, 0, 2, 1},
+      {"## version=99999999999\n" + sound + "\n" + record, 2147483647, 1, 3, 0},
+      {std::string("## version=2, \0x\n", 17) + sound + "\n" + record, 2, 1, 3, 1},
+      {sound, 0, 1, 0, 0},
+      {"", 0, 0, 0, 0},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.text);
+    write_file(path, c.text);
+    zeva::IndexReader reader;
+    ASSERT_TRUE(reader.open(path));
+    EXPECT_EQ(reader.is_empty(), c.text.empty());
+    EXPECT_EQ(std::make_tuple(reader.version(), reader.streams().list.size()),
+              std::make_tuple(c.version, c.streams));
+    zeva::MoovParser parser;
+    EXPECT_EQ(parser.parse(path.c_str()), c.streams > 0);
+    size_t packets = 0, repaired = 0;
+    int64_t first_line = 0;
+    for (zeva::IndexedPacket packet; reader.next_line();) {
+      if (first_line == 0) first_line = reader.line_number();
+      while (reader.next_packet(packet)) ++packets;
+    }
+    while (parser.next_record_line() != nullptr) {
+      for (zeva::IndexedPacket packet; parser.next_packet(packet);) ++repaired;
+    }
+    EXPECT_EQ(std::make_tuple(first_line, packets), std::make_tuple(c.first_line, c.packets));
+    EXPECT_EQ(repaired, c.packets);
+  }
+  zeva::IndexReader reader;
+  EXPECT_FALSE(reader.open(dir.path("none")) || reader.open(dir.path("")));
+}
+
+TEST(IndexReader, SaysWhatIsLeftOfALine) {
+  const TempDir dir;
+  const std::string path = dir.path("a.index"), record = ",,1,,,,1;";
+  const struct {
+    std::string line;
+    bool has_rest, cut_off;
+  } cases[] = {
+      {record + "\n", false, false},
+      {record, false, true},
+      {record + ",,7\n", true, false},
+      {record + ",,7", true, true},
+      {record + std::string(1, '\0') + record + "\n", true, false},
+      {record + "\r\n", false, false},
+  };
+  for (const auto& c : cases) {
+    write_file(path, "## version=2, x\n" + c.line);
+    zeva::IndexReader reader;
+    ASSERT_TRUE(reader.open(path) && reader.next_line());
+    for (zeva::IndexedPacket packet; reader.next_packet(packet);) {
+    }
+    EXPECT_EQ(std::tie(c.has_rest, c.cut_off),
+              std::make_tuple(reader.has_rest(), reader.is_cut_off()))
+        << c.line;
+  }
 }
 
 }  // namespace

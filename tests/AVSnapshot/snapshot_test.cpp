@@ -2,12 +2,20 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
 #include <memory>
+#include <mutex>
 #include <sstream>
+#include <thread>
 #include <vector>
 
+#include "index_reader.h"
+#include "log_capture.h"
 #include "media.h"
 #include "temp_dir.h"
+#include "zeva/status.h"
 
 namespace {
 
@@ -44,6 +52,8 @@ TEST(Snapshot, TellsStreamsAtOnceAndPacketsOnePacketLate) {
   ASSERT_TRUE(snapshot->open(index.c_str()));
   ASSERT_TRUE(snapshot->attach(made));
   ASSERT_GE(avformat_write_header(made, nullptr), 0);
+  EXPECT_EQ(read_file(index), "") << "an older index would be gone before there is a movie";
+  EXPECT_EQ(snapshot->commit(), 0);
 
   // A stream that is neither repeats the line before it.
   const std::string pictures =
@@ -83,6 +93,130 @@ TEST(Snapshot, TellsStreamsAtOnceAndPacketsOnePacketLate) {
                                         "3,,22,1024,,7,1;"
                                         "2,,23,64,,9,1;");  // counts on from the pictures
   avio_closep(&made->pb);
+}
+
+// A disk that takes `g_room` bytes more and tears the write that does not fit.
+size_t g_room = 0;
+size_t write_while_room(const void* data, size_t size, size_t count, FILE* file) {
+  const size_t fits = std::min(count, g_room);
+  const size_t written = fwrite(data, size, fits, file);
+  g_room -= written;
+  if (written < count) errno = ENOSPC;
+  return written;
+}
+
+bool sync_nothing(FILE*) {
+  errno = EIO;
+  return false;
+}
+
+struct Reports {
+  std::mutex mutex;
+  std::vector<int> codes;
+  std::string first_text;
+  void add(int code, const std::string& text) {
+    const std::lock_guard<std::mutex> lock(mutex);
+    if (codes.empty()) first_text = text;
+    codes.push_back(code);
+  }
+};
+
+// Pictures and sound in turn; `on_packet(i)` is called before packet i.
+template <typename OnPacket>
+void write_packets(AVFormatContext* oc, int count, OnPacket on_packet) {
+  for (int i = 0; i < count; ++i) {
+    on_packet(i);
+    const auto packet = make_packet(i % 2, i / 2 * 1024, i / 2 * 1024, 1024, 30 + i % 50, true);
+    ASSERT_EQ(av_write_frame(oc, packet.get()), 0);
+  }
+}
+
+TEST(Snapshot, AFullDiskMakesAHoleAndNoGarbage) {
+  constexpr int kPackets = 2000;
+  const TempDir dir;
+  const LogCapture log;
+  const std::string path = dir.path("a.index");
+  for (const size_t room : {size_t{0}, size_t{100}, size_t{3000}, size_t{9000}}) {
+    SCOPED_TRACE(room);
+    const zeva::FormatContextPtr movie = make_output(dir.path("a.mp4"));
+    Reports reports;
+    g_room = room;
+    zeva::Snapshot snapshot([&](int code, const std::string& text) { reports.add(code, text); },
+                            {write_while_room, zeva::sync_file});
+    ASSERT_TRUE(snapshot.open(path.c_str()) && snapshot.attach(movie.get()));
+    ASSERT_GE(avformat_write_header(movie.get(), nullptr), 0);
+    std::vector<int64_t> places;  // what the movie's muxer knows of each packet
+    write_packets(movie.get(), kPackets, [&](int i) {
+      places.push_back(avio_tell(movie->pb));
+      if (i == kPackets / 2) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(zeva::kIndexHandOverMs));
+        g_room = SIZE_MAX;
+      }
+    });
+    ASSERT_EQ(av_write_trailer(movie.get()), 0);
+    avio_closep(&movie->pb);
+    EXPECT_TRUE(snapshot.end());
+    EXPECT_EQ(reports.codes, (std::vector<int>{kZevaStatusIndexFailing, kZevaStatusIndexBack}));
+    EXPECT_NE(reports.first_text.find(path + ": No space left"), std::string::npos);
+
+    zeva::IndexReader reader;
+    ASSERT_TRUE(reader.open(path));
+    EXPECT_EQ(reader.streams().list.size(), 2U);
+    size_t next = 0, holes = 0;  // packets of the recording
+    while (reader.next_line()) {
+      for (zeva::IndexedPacket packet; reader.next_packet(packet); ++next) {
+        holes += packet.skipped_bytes != 0 ? 1 : 0;
+        while (next < places.size() && places[next] != packet.position) ++next;
+        ASSERT_LT(next, places.size()) << "a record of no packet";
+        EXPECT_EQ(packet.stream_index, static_cast<int>(next % 2));
+        EXPECT_EQ(packet.pts, static_cast<int64_t>(next / 2 * 1024));
+        EXPECT_EQ(packet.position + packet.size, places[next + 1]);
+      }
+      EXPECT_FALSE(reader.has_rest());
+    }
+    EXPECT_EQ(next, places.size() - 1);
+    EXPECT_EQ(holes, 1U);
+  }
+  EXPECT_EQ(log.count("the index cannot be written: "), 4);
+  EXPECT_EQ(log.count("the index is written again: "), 4);
+}
+
+TEST(Snapshot, KeepsAnOlderIndexUntilItsMovieIsWorthIt) {
+  const TempDir dir;
+  const LogCapture quiet;
+  const std::string path = dir.path("a.index");
+  for (const bool older : {true, false}) {
+    if (older) write_file(path, "older");
+    const zeva::FormatContextPtr movie = make_output(dir.path("a.mp4"));
+    {
+      zeva::Snapshot snapshot;
+      ASSERT_TRUE(snapshot.open(path.c_str()) && snapshot.attach(movie.get()));
+      EXPECT_EQ(snapshot.commit(), AVERROR(EINVAL)) << "no header yet";
+      ASSERT_GE(avformat_write_header(movie.get(), nullptr), 0);
+    }
+    EXPECT_EQ(read_file(path), older ? "older" : "");
+    EXPECT_EQ(zeva::file_exists(path), older);
+    zeva::remove_file(path);
+    avio_closep(&movie->pb);
+  }
+}
+
+TEST(Snapshot, SaysWhenTheDiskKeepsNothing) {
+  const TempDir dir;
+  const LogCapture quiet;
+  write_file(dir.path("a.index"), "older");
+  const zeva::FormatContextPtr movie = make_output(dir.path("a.mp4"));
+  Reports reports;
+  zeva::Snapshot snapshot([&](int code, const std::string& text) { reports.add(code, text); },
+                          {fwrite, sync_nothing});
+  ASSERT_TRUE(snapshot.open(dir.path("a.index").c_str()) && snapshot.attach(movie.get()));
+  ASSERT_GE(avformat_write_header(movie.get(), nullptr), 0);
+  EXPECT_EQ(snapshot.commit(), 0);
+  EXPECT_EQ(reports.codes, std::vector<int>{kZevaStatusSyncFailing}) << "before it returns";
+  write_packets(movie.get(), 100, [](int) {});
+  EXPECT_FALSE(snapshot.end());
+  EXPECT_EQ(reports.codes.size(), 1U);
+  avio_closep(&movie->pb);
 }
 
 }  // namespace

@@ -7,6 +7,7 @@
 #include <tuple>
 
 #include "log_capture.h"
+#include "lost_bytes.h"
 #include "media.h"
 #include "temp_dir.h"
 #include "zeva/record.h"
@@ -19,6 +20,7 @@ using zeva::MvRepair;
 // A few cuts of each kind are tried; with ZEVA_EVERY_CUT all of them.
 const bool kEveryCut = getenv("ZEVA_EVERY_CUT") != nullptr;
 
+constexpr int kPictures = 0;
 using Packet = std::tuple<int, int64_t, int64_t, bool, std::string>;  // stream, pts, dts, key, data
 
 // Sorted by their place in the file; none when it is no finished movie.
@@ -194,6 +196,118 @@ TEST(MvRepair, DamageCostsItsLineOrWhatIsBehind) {
     EXPECT_EQ(found.size(), c.packets);
     for (const Packet& p : found) EXPECT_EQ(std::count(r.packets.begin(), r.packets.end(), p), 1);
   }
+}
+
+// The packets that must come back when some are missing: no picture up to the next key picture.
+template <typename IsMissing>
+std::vector<Packet> without(IsMissing is_missing, bool hides_pictures) {
+  const std::vector<Packet>& all = recorded().packets;
+  std::vector<Packet> left;
+  bool awaits_key = false, was_missing = false;
+  for (size_t i = 0; i + 1 < all.size(); ++i) {  // the last one has no record
+    const auto& [stream, pts, dts, key, data] = all[i];
+    const bool missing = is_missing(i);
+    // What is not recorded may have been a picture.
+    if (was_missing && !missing && hides_pictures) awaits_key = true;
+    was_missing = missing;
+    if (missing && stream == kPictures) awaits_key = true;
+    if (missing) continue;
+    if (stream == kPictures) awaits_key = awaits_key && !key;
+    if (stream != kPictures || !awaits_key) left.push_back(all[i]);
+  }
+  return left;
+}
+
+TEST(MvRepair, ZerosInTheMiddleAreNotHandedOut) {
+  const Recorded& r = recorded();
+  const LogCapture log;
+  const auto begin_of = [&](size_t i) {
+    return r.ends[i] - std::get<std::string>(r.packets[i]).size();
+  };
+  int cases = 0;
+  for (const size_t block : {size_t{512}, size_t{4096}}) {
+    for (size_t at = block; at + block < r.broken.size(); at += (kEveryCut ? 1 : 9) * block) {
+      const std::string zeros(block, '\0');
+      const std::vector<Packet> expected =
+          without([&](size_t i) { return begin_of(i) < at + block && r.ends[i] > at; }, false);
+      EXPECT_TRUE(Repairing(std::string(r.broken).replace(at, block, zeros), r.index).recover() ==
+                  expected)
+          << block << " bytes at " << at;
+      ++cases;
+    }
+  }
+  EXPECT_EQ(log.count("packets with zeros in place of their bytes"), cases);
+  // Within a picture no run of zeros can be, wherever it begins.
+  for (size_t i = 0; i + 1 < r.packets.size(); i += 20) {
+    const size_t size = std::get<std::string>(r.packets[i]).size();
+    if (std::get<0>(r.packets[i]) != kPictures || size < 60) continue;
+    const std::string broken = std::string(r.broken).replace(r.ends[i] - 20, 10, 10, '\0');
+    EXPECT_TRUE(Repairing(broken, r.index).recover() ==
+                without([&](size_t k) { return k == i; }, false));
+  }
+}
+
+TEST(MvRepair, AHoleInTheIndexCostsItsPacketsAndThePicturesThatBuildOnThem) {
+  const Recorded& r = recorded();
+  const LogCapture log;
+  const TempDir dir;
+  write_file(dir.path("whole.index"), r.index);
+  for (const auto& [first, count] : {std::pair<size_t, size_t>{1, 1}, {50, 3}, {60, 200}}) {
+    zeva::IndexReader reader;
+    ASSERT_TRUE(reader.open(dir.path("whole.index")));
+    const auto& audio = reader.streams().audio;
+    zeva::RecordEncoder encoder(audio.index, audio.frame_size);
+    std::string index = r.index.substr(0, r.index.find("\n1,48,") + 1);
+    char text[zeva::kIndexRecordMaxBytes];
+    zeva::IndexRecord record;
+    size_t i = 0;
+    zeva::IndexedPacket end;
+    while (reader.next_line()) {
+      for (zeva::IndexedPacket packet; reader.next_packet(packet); ++i) {
+        end = packet;
+        end.position += packet.size;
+        if (i > first && i <= first + count) {
+          encoder.push_unrecorded(packet);
+        } else if (encoder.push(packet, record)) {
+          index.append(text, static_cast<size_t>(zeva::format_index_record(record, text)));
+        }
+      }
+    }
+    ASSERT_TRUE(encoder.push(end, record));
+    index.append(text, static_cast<size_t>(zeva::format_index_record(record, text)));
+    const std::vector<Packet> expected =
+        without([&](size_t k) { return k >= first && k < first + count; }, true);
+    EXPECT_TRUE(Repairing(r.broken, index).recover() == expected) << first;
+  }
+  EXPECT_EQ(log.count("the index has no record of "), 3);
+}
+
+TEST(LostBytes, ZerosThatAPacketMayHaveAreNoLoss) {
+  using Bytes = std::vector<uint8_t>;
+  const struct {
+    Bytes packet;
+    bool whole;
+  } cases[] = {
+      {{0, 0, 0, 2, 0x65, 0x80}, true},
+      {{0, 0, 0, 2, 0x65, 0x80, 0, 0, 0, 1, 0x06}, true},
+      {{0, 0, 0, 7, 0x65, 0, 0, 3, 0, 0, 3}, true},
+      {{0, 0, 0, 7, 0x65, 0x80, 0, 0, 0, 0, 0}, true},   // padded
+      {{0, 0, 0, 7, 0x65, 0x80, 0, 0, 0, 0, 1}, false},  // no encoder lets these through
+      {{0, 0, 0, 7, 0x65, 0, 0, 0, 1, 1, 1}, false},
+      {{0, 0, 0, 3, 0x65, 0x80}, false},
+      {{0, 0, 0, 1, 0x65, 0x80}, false},
+      {{0, 0, 0, 0, 0, 0}, false},
+      {{0, 0, 0, 2}, false},
+  };
+  for (const auto& c : cases) {
+    EXPECT_EQ(zeva::is_whole_avc(c.packet.data(), static_cast<int64_t>(c.packet.size()), 4),
+              c.whole)
+        << &c - cases;
+  }
+  // Silence: PCM is all zeros, MP3 and AC-3 are padded with them, AAC has up to 510 free bytes.
+  EXPECT_EQ(zeva::zero_rule("pcm_s16le"), zeva::ZeroRule::kNone);
+  EXPECT_EQ(zeva::zero_rule("mp3"), zeva::ZeroRule::kNotWhole);
+  EXPECT_GT(zeva::kLostBlockBytes, 510);
 }
 
 TEST(MvRepair, NeverOverwritesItsInputs) {

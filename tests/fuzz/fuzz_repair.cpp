@@ -13,7 +13,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   static const TempDir folder;
   static const zeva::MvRepair::Paths paths{folder.path("a.mp4"), folder.path("a.index"),
                                            folder.path("out.mp4")};
-  static FILE* quiet = freopen("/dev/null", "w", stdout);
+  static FILE* quiet = freopen("/dev/null", "w", stderr);
   (void)quiet;
   ZEVA_Log_Level(-1);
   av_log_set_level(AV_LOG_QUIET);

@@ -85,6 +85,25 @@ class RecoverTest(ToolTest):
         self.zeva("repair", "a.mp4", "a.mp4.index", "-o", "c.mp4", expect=1)
         self.assertFalse(os.path.exists("c.mp4"))
 
+    def test_zeros_in_the_middle_are_lost_and_said_so(self):
+        self.make_broken()
+        whole = self.zeva_json("inspect", "a.mp4.index", "a.mp4")["packets"]
+        edit("a.mp4", lambda data: data[:40960] + bytes(4096) + data[45056:])
+        told = self.zeva_json("inspect", "a.mp4.index", "a.mp4", expect=3)
+        movie = told["movie"]
+        self.assertGreater(movie["lost_packets"], 0)
+        self.assertEqual(movie["held_packets"] + movie["lost_packets"] + movie["dependent_packets"],
+                         whole)
+        self.assertNotIn("(100.0 %)", self.zeva("inspect", "a.mp4.index", "a.mp4", expect=3)[0])
+        text = self.zeva("repair", "a.mp4", "a.mp4.index", "-o", "b.mp4", expect=3)[0]
+        self.assertIn(f"lost: {movie['lost_packets']} packets lost: zeros stand in a.mp4", text)
+        answer = self.zeva_json("recover", expect=3)["movies"][0]["repair"]
+        self.assert_counted(answer, "a.recovered.mp4", result="partly")
+        self.assertEqual([s["held_packets"] for s in told["streams"]],
+                         [s["recovered_packets"] for s in answer["streams"]])
+        self.assertEqual([s["lost_packets"] for s in told["streams"]],
+                         [s["lost_packets"] for s in answer["streams"]])
+
     def test_nothing_is_overwritten(self):
         self.make_broken()
         os.link("a.mp4", "linked.mp4")
@@ -130,13 +149,12 @@ class RecoverTest(ToolTest):
     def test_interrupt_leaves_a_shorter_movie(self):
         self.make_broken()
         lines = contents()["a.mp4.index"].split(b"\n")
-        # A movie of gigabytes, empty but for its end; the repair does not look into packets.
-        records = [b",48,1000000,,,512,1;"] + [b",,1000000,512,,512,;"] * 3999
+        # A movie of gigabytes: the same picture again and again.
+        records = [b",48,1000000,,,512,1;"] + [b",48,1000000,512,,512,;"] * 3999
         lines[3:] = [b"".join(records[i:i + 40]) for i in range(0, len(records), 40)]
         edit("a.mp4.index", lambda _: b"\n".join(lines))
-        os.truncate("a.mp4", 48 + 4000 * 1000000 - 1)
-        with open("a.mp4", "ab") as movie:  # else the zeros count as never written
-            movie.write(b"\1")
+        unit = (1000000 - 4).to_bytes(4, "big") + b"\x65" * (1000000 - 4)
+        edit("a.mp4", lambda data: data[:48] + unit)
         session = self.session(*EMULATOR, TOOL, "repair", "a.mp4", "a.mp4.index", "-o", "b.mp4")
         session.wait_for(r"\d %")
         session.press(b"\x03")

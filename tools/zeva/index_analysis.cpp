@@ -1,65 +1,52 @@
 #include "index_analysis.h"
 
 #include <algorithm>
-#include <filesystem>
-#include <string_view>
-#include <system_error>
 
+#include "file_check.h"
 #include "index_reader.h"
-#include "line_reader.h"
+#include "packet_recovery.h"
 #include "stream_tally.h"
 #include "text_format.h"
-
-namespace fs = std::filesystem;
 
 namespace zeva_tool {
 namespace {
 
 constexpr size_t kDamagesKept = 5;
 
+using Fate = zeva::PacketRecovery::Fate;
+
 // Goes through an index the way the repair does, so that what it finds is what a repair will find.
 class IndexAnalysis {
  public:
-  IndexAnalysis(LineReader& the_lines, IndexFacts& the_facts)
-      : lines(the_lines), facts(the_facts) {}
+  // `the_movie` is null when there is none to compare with.
+  IndexAnalysis(zeva::IndexReader& the_index, zeva::PacketRecovery* the_movie,
+                IndexFacts& the_facts)
+      : index(the_index), movie(the_movie), facts(the_facts) {}
 
   Status run() {
-    std::string_view line;
-    bool more = read_head(line);
+    facts.version = index.version();
     Status status = check_head();
     if (!status.ok()) return status;
     begin_streams();
-    for (; more && !over; more = lines.next(line)) read_records(line);
+    while (!over && index.next_line()) read_line();
     for (size_t i = 0; i < tallies.size(); ++i) tallies[i].finish(facts.streams[i]);
     return {};
   }
 
  private:
-  // Leaves the first line behind the head in `line`; false when there is none.
-  bool read_head(std::string_view& line) {
-    while (lines.next(line)) {
-      if (line.front() == '#') {
-        if (lines.line_number() == 1) zeva::read_index_version(line, facts.version);
-      } else if (!zeva::read_stream_line(line, described)) {
-        return true;
-      }
-    }
-    return false;
-  }
-
   Status check_head() const {
-    if (lines.line_number() == 0) return Status(facts.path + " is empty");
+    if (index.is_empty()) return Status(facts.path + " is empty");
     if (facts.version == 0) return Status(facts.path + " is not a recording's index");
     if (!zeva::index_version_known(facts.version)) {
       return Status(facts.path + " has version " + std::to_string(facts.version) +
                     " of the index format; this program knows 1 and 2");
     }
-    if (!described.list.empty()) return {};
+    if (!index.streams().list.empty()) return {};
     return Status(facts.path + " describes no stream: line 2 should, and is missing or damaged");
   }
 
   void begin_streams() {
-    decoder = zeva::RecordDecoder(described.audio);
+    const zeva::IndexStreams& described = index.streams();
     for (AVMediaType type : described.list) {
       StreamFacts stream;
       stream.audio = type == AVMEDIA_TYPE_AUDIO;
@@ -71,35 +58,29 @@ class IndexAnalysis {
       facts.streams.push_back(stream);
       tallies.emplace_back(stream.audio ? described.audio.time_base : described.video.time_base);
     }
+    if (movie) movie->begin(described);
   }
 
-  void read_records(std::string_view line) {
+  void read_line() {
     ++facts.record_lines;
-    std::string_view rest = line;
-    zeva::IndexRecord record;
     std::string fault;   // the rest of a line is lost behind a record that cannot be used
     int64_t passed = 0;  // records of that rest
-    while (!over && zeva::read_index_record(rest, facts.version, record)) {
-      zeva::IndexedPacket packet = decoder.decode(record);
+    for (zeva::IndexedPacket packet; !over && index.next_packet(packet);) {
       if (fault.empty()) {
         fault = take(packet);
       } else {
+        if (movie) movie->pass_over(packet);
         ++passed;
       }
     }
     if (!fault.empty() && passed > 0) {
       fault += "; " + count_text(passed, "packet", "packets") + " behind it lost";
     }
-    if (fault.empty() && is_unfinished(rest)) {
-      // Without a line end it is what a crash leaves.
-      facts.cut_off = line.back() != '\n';
+    if (fault.empty() && index.has_rest()) {
+      facts.cut_off = index.is_cut_off();  // what a crash leaves
       if (!facts.cut_off) fault = "a record is cut off or garbled";
     }
     if (!fault.empty()) add_damage(fault);
-  }
-
-  static bool is_unfinished(std::string_view rest) {
-    return rest.find_first_not_of(std::string_view("\r\n\0", 3)) != std::string_view::npos;
   }
 
   // Why the packet cannot be used; empty when it can.
@@ -110,28 +91,45 @@ class IndexAnalysis {
     }
     auto stream = static_cast<size_t>(packet.stream_index);
     if (packet.stream_index < 0 || stream >= tallies.size()) {
+      if (movie) movie->pass_over(packet);
       return "there is no stream " + std::to_string(packet.stream_index);
     }
-    int64_t end = packet.position + packet.size;
+    const Fate fate = fate_of(packet);
+    if (packet.skipped_bytes > 0 && fate != Fate::kBehindEnd) add_hole(packet);
     if (facts.media_begin == 0) facts.media_begin = packet.position;
-    facts.media_end = std::max(facts.media_end, end);
-    // The movie is read from front to back: behind the first packet it has not, it has none.
-    held = held && facts.movie && end <= facts.movie->written_bytes;
-    tallies[stream].add(packet, held);
-    return {};
+    facts.media_end = std::max(facts.media_end, packet.position + packet.size);
+    tallies[stream].add(packet, fate);
+    latest_end_us = std::max(latest_end_us, tallies[stream].end_us());
+    return fate == Fate::kUnreadable ? "its place in " + facts.movie_path + " cannot be read"
+                                     : std::string();
+  }
+
+  // The movie is read from front to back: behind the first packet it has not, it has none.
+  Fate fate_of(const zeva::IndexedPacket& packet) {
+    if (!movie) return Fate::kRecovered;
+    return movie->at_end() ? Fate::kBehindEnd : movie->take(packet);
+  }
+
+  void add_hole(const zeva::IndexedPacket& packet) {
+    IndexHole hole;
+    hole.line = index.line_number();
+    hole.bytes = packet.skipped_bytes;
+    hole.at_us = latest_end_us;
+    hole.us = std::max<int64_t>(
+        0, tallies[static_cast<size_t>(packet.stream_index)].us(packet.pts) - latest_end_us);
+    facts.add_hole(hole);
   }
 
   void add_damage(const std::string& what) {
     ++facts.damage_count;
-    if (facts.damages.size() < kDamagesKept) facts.damages.push_back({lines.line_number(), what});
+    if (facts.damages.size() < kDamagesKept) facts.damages.push_back({index.line_number(), what});
   }
 
-  LineReader& lines;
+  zeva::IndexReader& index;
+  zeva::PacketRecovery* movie;
   IndexFacts& facts;
-  zeva::IndexStreams described;
-  zeva::RecordDecoder decoder;
   std::vector<StreamTally> tallies;
-  bool held = true;
+  int64_t latest_end_us = 0;
   bool over = false;
 };
 
@@ -141,17 +139,19 @@ Status analyse_index(const std::string& index_path, const std::string& movie_pat
                      IndexFacts& facts) {
   facts = {};
   facts.path = index_path;
-  LineReader lines(zeva::kIndexLineBufferBytes - 1);
-  Status status = lines.open(index_path);
+  Status status = check_is_file(index_path);
   if (!status.ok()) return status;
-  std::error_code error;
-  facts.file_bytes = static_cast<int64_t>(fs::file_size(fs::u8path(index_path), error));
+  zeva::IndexReader index;
+  if (!index.open(index_path)) return Status(index_path + " cannot be opened");
+  facts.file_bytes = zeva::file_size(index_path);
+  zeva::PacketRecovery movie;
   if (!movie_path.empty()) {
     facts.movie_path = movie_path;
     status = read_mp4_layout(movie_path, facts.movie.emplace());
     if (!status.ok()) return status;
+    if (!movie.open(movie_path)) return Status(movie_path + " cannot be opened");
   }
-  return IndexAnalysis(lines, facts).run();
+  return IndexAnalysis(index, facts.movie ? &movie : nullptr, facts).run();
 }
 
 }  // namespace zeva_tool

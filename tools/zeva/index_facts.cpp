@@ -11,16 +11,32 @@ const StreamFacts* IndexFacts::first(bool audio) const {
   return nullptr;
 }
 
-int64_t IndexFacts::packets() const {
-  int64_t sum = 0;
-  for (const StreamFacts& stream : streams) sum += stream.packets;
-  return sum;
+int64_t IndexFacts::packets() const { return sum(&StreamFacts::packets); }
+
+int64_t IndexFacts::held_packets() const { return sum(&StreamFacts::held_packets); }
+
+int64_t IndexFacts::lost_packets() const { return sum(&StreamFacts::lost_packets); }
+
+int64_t IndexFacts::dependent_packets() const { return sum(&StreamFacts::dependent_packets); }
+
+bool IndexFacts::is_damaged() const {
+  return damage_count > 0 || hole_count > 0 || lost_packets() > 0 || dependent_packets() > 0;
 }
 
-int64_t IndexFacts::held_packets() const {
-  int64_t sum = 0;
-  for (const StreamFacts& stream : streams) sum += stream.held_packets;
-  return sum;
+int64_t IndexFacts::sum(int64_t StreamFacts::*number) const {
+  int64_t all = 0;
+  for (const StreamFacts& stream : streams) all += stream.*number;
+  return all;
+}
+
+void IndexFacts::add_hole(const IndexHole& hole) {
+  constexpr size_t kHolesKept = 5;
+  // A damaged index may tell of more than there can be.
+  constexpr int64_t kMost = INT64_MAX / 2;
+  ++hole_count;
+  hole_bytes = std::min(kMost, hole_bytes + std::min(kMost, hole.bytes));
+  hole_us = std::min(kMost, hole_us + std::min(kMost, hole.us));
+  if (holes.size() < kHolesKept) holes.push_back(hole);
 }
 
 int64_t IndexFacts::start_us() const {
@@ -48,8 +64,7 @@ int64_t IndexFacts::held_end_us() const {
 }
 
 double IndexFacts::bits_per_second() const {
-  int64_t bytes = 0;
-  for (const StreamFacts& stream : streams) bytes += stream.bytes;
+  const int64_t bytes = sum(&StreamFacts::bytes);
   auto duration = static_cast<double>(duration_us());
   return duration > 0 ? static_cast<double>(bytes) * 8e6 / duration : 0;
 }

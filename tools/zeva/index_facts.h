@@ -33,12 +33,22 @@ struct StreamFacts {
   int64_t longest_gap_us = 0;
   int64_t longest_gap_at_us = 0;
 
-  // Of the packets, those whose bytes the movie file has.
+  // Of the packets, those that a repair will hand out, because the movie file has their bytes.
   int64_t held_packets = 0;
   int64_t held_end_us = 0;
+  int64_t lost_packets = 0;       // zeros stand in the place of their bytes
+  int64_t dependent_packets = 0;  // pictures that build on ones that are missing
 
   int64_t duration_us() const { return end_us - start_us; }
   int64_t held_duration_us() const { return held_packets > 0 ? held_end_us - start_us : 0; }
+};
+
+// Packets in the middle of the movie that have no record.
+struct IndexHole {
+  int64_t line = 0;   // of the first record behind it
+  int64_t bytes = 0;  // in the movie file
+  int64_t at_us = 0;  // movie time
+  int64_t us = 0;     // about how long they play
 };
 
 struct IndexDamage {
@@ -57,6 +67,12 @@ struct IndexFacts {
   int64_t damage_count = 0;
   std::vector<IndexDamage> damages;  // the first ones
 
+  int64_t hole_count = 0;
+  int64_t hole_bytes = 0;        // of all
+  int64_t hole_us = 0;           // of all
+  std::vector<IndexHole> holes;  // the first ones
+  void add_hole(const IndexHole& hole);
+
   int64_t media_begin = 0;  // where the recorded packets lie in the movie file
   int64_t media_end = 0;
 
@@ -66,6 +82,10 @@ struct IndexFacts {
   const StreamFacts* first(bool audio) const;
   int64_t packets() const;
   int64_t held_packets() const;
+  int64_t lost_packets() const;
+  int64_t dependent_packets() const;
+  // Whether something in the middle of the recording cannot be brought back.
+  bool is_damaged() const;
   int64_t start_us() const;
   int64_t end_us() const;
   int64_t duration_us() const { return end_us() - start_us(); }
@@ -76,6 +96,9 @@ struct IndexFacts {
   // Bytes of packets in the movie file that no record describes, and about how long they play.
   int64_t unrecorded_bytes() const;
   int64_t unrecorded_us() const;
+
+ private:
+  int64_t sum(int64_t StreamFacts::*number) const;
 };
 
 }  // namespace zeva_tool

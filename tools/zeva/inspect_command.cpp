@@ -15,9 +15,9 @@ constexpr const char* kFooter =
     "  zeva inspect movie.mp4.index\n"
     "  zeva inspect movie.mp4.index movie.mp4 --json\n"
     "\n"
-    "Exit status: 0 when the index was read, 1 when it cannot be, 2 for wrong usage, 3 when a "
-    "part\n"
-    "of it is damaged.\n";
+    "Exit status: 0 when the index was read, 1 when it cannot be, 2 for wrong usage, 3 when "
+    "something\n"
+    "in the middle is lost. With MOVIE the whole movie is read.\n";
 
 }  // namespace
 
@@ -42,7 +42,7 @@ int run_inspect(const InspectOptions& options, Terminal& terminal) {
   } else {
     fputs(facts_text(facts).c_str(), terminal.answers());
   }
-  return facts.damage_count > 0 ? kExitPartly : kExitSuccess;
+  return facts.is_damaged() ? kExitPartly : kExitSuccess;
 }
 
 }  // namespace zeva_tool

@@ -1,5 +1,7 @@
 #include "inspect_text.h"
 
+#include <algorithm>
+
 #include "text_format.h"
 
 namespace zeva_tool {
@@ -39,6 +41,12 @@ std::string stream_lines(size_t number, const StreamFacts& stream) {
   return text;
 }
 
+void add_count(int64_t all, size_t told, const char* one, const char* many,
+               std::vector<std::string>& sentences) {
+  const int64_t more = all - static_cast<int64_t>(told);
+  if (more > 0) sentences.push_back(count_text(more, one, many));
+}
+
 std::string offset_line(const IndexFacts& facts) {
   const StreamFacts* video = facts.first(false);
   const StreamFacts* audio = facts.first(true);
@@ -48,16 +56,29 @@ std::string offset_line(const IndexFacts& facts) {
          (offset_us < 0 ? " before" : " after") + " the pictures\n";
 }
 
+// Of what was recorded, as far as the index can tell: the packets of a hole are known by their
+// bytes only.
+double held_percent(const IndexFacts& facts) {
+  constexpr double kMostWithHoles = 99.9;
+  int64_t bytes = 0;
+  for (const StreamFacts& stream : facts.streams) bytes += stream.bytes;
+  const auto all = static_cast<double>(facts.packets());
+  const auto recorded = static_cast<double>(bytes);
+  if (all <= 0 || recorded <= 0) return 0;
+  const double percent = 100.0 * static_cast<double>(facts.held_packets()) / all;
+  if (facts.hole_bytes == 0) return percent;
+  return std::min(kMostWithHoles,
+                  percent * recorded / (recorded + static_cast<double>(facts.hole_bytes)));
+}
+
 std::string movie_lines(const IndexFacts& facts) {
   if (!facts.movie) return {};
   std::string text = facts.movie_path + ": " + size_text(facts.movie->file_bytes) +
                      (facts.movie->has_trailer ? ", finished\n" : ", without its trailer\n");
-  int64_t all = facts.packets();
-  int64_t held = facts.held_packets();
-  double percent = all > 0 ? 100.0 * static_cast<double>(held) / static_cast<double>(all) : 0;
-  text += "  holds " + std::to_string(held) + " of " + count_text(all, "packet", "packets") +
-          formatted(" (%.1f %%), ", percent) + length_text(facts.held_duration_us()) + " of " +
-          length_text(facts.duration_us()) + "\n";
+  text += "  holds " + std::to_string(facts.held_packets()) + " of " +
+          count_text(facts.packets(), "packet", "packets") +
+          formatted(" (%.1f %%), ", held_percent(facts)) + length_text(facts.held_duration_us()) +
+          " of " + length_text(facts.duration_us()) + "\n";
   if (facts.unrecorded_bytes() > 0) {
     text += "  " + size_text(facts.unrecorded_bytes()) + " behind them have no record, about " +
             length_text(facts.unrecorded_us()) + "\n";
@@ -82,9 +103,22 @@ std::vector<std::string> damage_sentences(const IndexFacts& facts) {
     sentences.push_back("line " + std::to_string(damage.line) + " of " + facts.path +
                         " is damaged: " + damage.what);
   }
-  int64_t more = facts.damage_count - static_cast<int64_t>(facts.damages.size());
-  if (more > 0) {
-    sentences.push_back(count_text(more, "further line is", "further lines are") + " damaged");
+  add_count(facts.damage_count, facts.damages.size(), "further line is damaged",
+            "further lines are damaged", sentences);
+  for (const IndexHole& hole : facts.holes) {
+    sentences.push_back(size_text(hole.bytes) + " at " + movie_time(hole.at_us) + ", about " +
+                        length_text(hole.us) + ", have no record: line " +
+                        std::to_string(hole.line) + " of " + facts.path + " is behind a hole");
+  }
+  add_count(facts.hole_count, facts.holes.size(), "further hole", "further holes", sentences);
+  if (facts.lost_packets() > 0) {
+    sentences.push_back(count_text(facts.lost_packets(), "packet", "packets") +
+                        " lost: zeros stand in " + facts.movie_path +
+                        " where bytes were never written");
+  }
+  if (facts.dependent_packets() > 0) {
+    sentences.push_back(count_text(facts.dependent_packets(), "picture", "pictures") +
+                        " lost: up to the next key frame they build on missing ones");
   }
   return sentences;
 }

@@ -42,6 +42,8 @@ Json movie_json(const IndexFacts& facts) {
   json["has_trailer"] = facts.movie->has_trailer;
   json["held_packets"] = facts.held_packets();
   json["held_seconds"] = json_seconds(facts.held_duration_us());
+  json["lost_packets"] = facts.lost_packets();
+  json["dependent_packets"] = facts.dependent_packets();
   json["unrecorded_bytes"] = facts.unrecorded_bytes();
   json["unrecorded_seconds_estimate"] = json_seconds(facts.unrecorded_us());
   return json;
@@ -85,6 +87,8 @@ Json facts_json(const IndexFacts& facts) {
     json["streams"].push_back(stream_json(stream));
     if (!facts.movie) continue;
     json["streams"].back()["held_packets"] = stream.held_packets;
+    json["streams"].back()["lost_packets"] = stream.lost_packets;
+    json["streams"].back()["dependent_packets"] = stream.dependent_packets;
     json["streams"].back()["held_seconds"] = json_seconds(stream.held_duration_us());
   }
   const StreamFacts* video = facts.first(false);
@@ -97,6 +101,15 @@ Json facts_json(const IndexFacts& facts) {
   json["damages"] = Json::array();
   for (const IndexDamage& damage : facts.damages) {
     json["damages"].push_back({{"line", damage.line}, {"what", damage.what}});
+  }
+  json["hole_bytes"] = facts.hole_bytes;
+  json["hole_seconds_estimate"] = json_seconds(facts.hole_us);
+  json["holes"] = Json::array();
+  for (const IndexHole& hole : facts.holes) {
+    json["holes"].push_back({{"line", hole.line},
+                             {"bytes", hole.bytes},
+                             {"at_seconds", json_seconds(hole.at_us)},
+                             {"seconds_estimate", json_seconds(hole.us)}});
   }
   if (facts.movie) json["movie"] = movie_json(facts);
   return json;

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "av.h"
+#include "lost_bytes.h"
 
 namespace zeva_tool {
 namespace {
@@ -20,23 +21,11 @@ Status open_movie(const std::string& path, InputPtr& movie) {
   return {};
 }
 
-// Whether the packet is a row of NAL units behind their lengths (ISO/IEC 14496-15, 5.3.4.2).
-bool is_whole_avc(const AVPacket& packet, int length_bytes) {
-  int64_t position = 0;
-  while (position + length_bytes < packet.size) {
-    int64_t length = 0;
-    for (int i = 0; i < length_bytes; ++i) length = length << 8 | packet.data[position++];
-    position += length;
-    if (length == 0) return false;
-  }
-  return position == packet.size;
-}
-
 bool is_damaged(const AVPacket& packet, const AVCodecParameters& par) {
   // An AVCDecoderConfigurationRecord; other containers carry byte streams, which have no lengths.
   bool has_lengths =
       par.codec_id == AV_CODEC_ID_H264 && par.extradata_size > 4 && par.extradata[0] == 1;
-  return has_lengths && !is_whole_avc(packet, (par.extradata[4] & 3) + 1);
+  return has_lengths && !zeva::is_whole_avc(packet.data, packet.size, (par.extradata[4] & 3) + 1);
 }
 
 void count(const AVPacket& packet, const AVStream& stream, CountedStream& counted) {

@@ -12,7 +12,7 @@ namespace zeva_tool {
 
 struct CountedStream {
   int64_t packets = 0;
-  int64_t damaged = 0;  // H.264 packets that do not consist of whole NAL units
+  int64_t damaged = 0;  // H.264 packets that are no row of whole NAL units
   int64_t start_us = 0;
   int64_t end_us = 0;
 };

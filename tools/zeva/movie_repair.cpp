@@ -102,12 +102,16 @@ nlohmann::ordered_json outcome_json(const IndexFacts& facts, const RepairOutcome
          {"codec", promised.codec},
          {"recorded_packets", promised.packets},
          {"held_packets", promised.held_packets},
+         {"lost_packets", promised.lost_packets},
+         {"dependent_packets", promised.dependent_packets},
          {"recovered_packets", counted.packets},
          {"damaged_packets", counted.damaged},
          {"recorded_seconds", json_seconds(promised.duration_us())},
          {"recovered_seconds", json_seconds(counted.end_us - counted.start_us)}});
   }
   json["missing_packets"] = facts.packets() - facts.held_packets();
+  json["hole_bytes"] = facts.hole_bytes;
+  json["hole_seconds_estimate"] = json_seconds(facts.hole_us);
   json["unrecorded_bytes"] = facts.unrecorded_bytes();
   json["unrecorded_seconds_estimate"] = json_seconds(facts.unrecorded_us());
   json["losses"] = outcome.losses;

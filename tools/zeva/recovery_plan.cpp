@@ -46,6 +46,7 @@ std::string what_can_be_recovered(const RecoveryPlan& plan) {
                      (held < all ? std::to_string(held) + " of " : "") +
                      count_text(all, "packet", "packets") + ")";
   if (plan.facts.damage_count > 0) text += ", the index is damaged";
+  if (plan.facts.hole_count > 0) text += ", the index has a hole";
   return text;
 }
 

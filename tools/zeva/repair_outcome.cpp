@@ -13,7 +13,8 @@ std::string packets_text(int64_t count) { return count_text(count, "packet", "pa
 
 // What is behind the end of the recovered movie.
 void add_losses_at_the_end(const IndexFacts& facts, std::vector<std::string>& losses) {
-  int64_t missing = facts.packets() - facts.held_packets();
+  int64_t missing =
+      facts.packets() - facts.held_packets() - facts.lost_packets() - facts.dependent_packets();
   if (missing > 0) {
     losses.push_back("the last " + packets_text(missing) + " of the index, " +
                      length_text(facts.end_us() - facts.held_end_us()) +

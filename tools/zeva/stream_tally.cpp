@@ -19,7 +19,9 @@ int64_t plus(int64_t a, int64_t b) {
 
 }  // namespace
 
-void StreamTally::add(const zeva::IndexedPacket& packet, bool held) {
+using Fate = zeva::PacketRecovery::Fate;
+
+void StreamTally::add(const zeva::IndexedPacket& packet, Fate fate) {
   if (packets == 0) {
     first_pts = last_pts = packet.pts;
     last_duration = packet.duration;
@@ -36,7 +38,9 @@ void StreamTally::add(const zeva::IndexedPacket& packet, bool held) {
     last_pts = packet.pts;
     last_duration = packet.duration;
   }
-  if (held) {
+  lost_packets += fate == Fate::kLost;
+  dependent_packets += fate == Fate::kDependent;
+  if (fate == Fate::kRecovered) {
     ++held_packets;
     held_pts = last_pts;
     held_duration = last_duration;
@@ -50,6 +54,8 @@ void StreamTally::add(const zeva::IndexedPacket& packet, bool held) {
 void StreamTally::finish(StreamFacts& facts) {
   facts.packets = packets;
   facts.held_packets = held_packets;
+  facts.lost_packets = lost_packets;
+  facts.dependent_packets = dependent_packets;
   facts.bytes = bytes;
   facts.unordered = unordered;
   facts.key_packets = key_packets;
@@ -65,6 +71,8 @@ void StreamTally::finish(StreamFacts& facts) {
   }
   find_gaps(facts);
 }
+
+int64_t StreamTally::end_us() const { return us(plus(last_pts, last_duration)); }
 
 int64_t StreamTally::usual_step() const {
   if (steps.empty()) return 0;

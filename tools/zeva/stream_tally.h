@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "index_facts.h"
-#include "index_reader.h"
+#include "packet_recovery.h"
 
 namespace zeva_tool {
 
@@ -13,18 +13,21 @@ class StreamTally {
  public:
   explicit StreamTally(AVRational the_time_base) : time_base(the_time_base) {}
 
-  void add(const zeva::IndexedPacket& packet, bool held);
+  void add(const zeva::IndexedPacket& packet, zeva::PacketRecovery::Fate fate);
 
   // Call once, behind the last packet; fills the numbers of `facts`.
   void finish(StreamFacts& facts);
 
+  int64_t end_us() const;  // of the packets so far
+  int64_t us(int64_t ticks) const;
+
  private:
   void find_gaps(StreamFacts& facts) const;
   int64_t usual_step() const;
-  int64_t us(int64_t ticks) const;
 
   AVRational time_base;
-  int64_t packets = 0, held_packets = 0, bytes = 0, key_packets = 0, unordered = 0;
+  int64_t packets = 0, bytes = 0, key_packets = 0, unordered = 0;
+  int64_t held_packets = 0, lost_packets = 0, dependent_packets = 0;
   int64_t first_pts = 0, last_pts = 0, held_pts = 0;  // the largest so far
   int64_t last_duration = 0, held_duration = 0;       // of the packets with those times
   int64_t last_dts = 0, last_key_dts = 0, key_distance = 0;

@@ -1,8 +1,10 @@
 #include "broken_file.h"
 
 #include <algorithm>
+#include <array>
 
 #include "files.h"
+#include "lost_bytes.h"
 #include "written_size.h"
 
 namespace zeva {
@@ -50,6 +52,15 @@ BrokenFile::ReadResult BrokenFile::read(int64_t position, int32_t size, uint8_t*
   if (!whole) clearerr(file.get());
   file_position = whole ? position + size : -1;
   return {read_bytes, error, position + read_bytes};
+}
+
+bool BrokenFile::is_zero_block(int64_t position) {
+  std::array<uint8_t, kLostBlockBytes> bytes{};
+  const int64_t wanted = std::min(kLostBlockBytes, size_bytes - position);
+  file_position = -1;
+  if (!seek_file(file.get(), position)) return false;
+  const size_t read_bytes = fread(bytes.data(), 1, static_cast<size_t>(wanted), file.get());
+  return static_cast<int64_t>(read_bytes) == wanted && is_all_zero(bytes.data(), wanted);
 }
 
 }  // namespace zeva

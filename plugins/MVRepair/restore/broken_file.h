@@ -26,6 +26,9 @@ class BrokenFile {
   // counts as a read that met the end, and so does a negative size; `out` needs no room for those.
   ReadResult read(int64_t position, int32_t size, uint8_t* out);
 
+  // Whether the kLostBlockBytes from `position` on, as far as the file reaches, are zeros.
+  bool is_zero_block(int64_t position);
+
   // For bytes that are not wanted: a place outside the file counts as the end here, too.
   void pass_over(int64_t position, int32_t size) { met_end = met_end || !holds(position, size); }
 

@@ -21,12 +21,12 @@ bool is_codec(const std::string& codec, const char* name) { return codec.empty()
 
 bool MoovParser::parse(const char* index_path) {
   const std::string given = index_path != nullptr ? index_path : "";
-  const FilePtr file(file_size(given) >= 0 ? open_file(given.c_str(), "rt") : nullptr);
-  if (file == nullptr) {
+  if (!reader.open(given)) {
     ZEVA_LOG(kLogError, "无法打开moov文件: %s", given.c_str());
     return false;
   }
-  if (!read_head(file.get())) {
+  described = reader.streams();
+  if (described.list.empty()) {
     ZEVA_LOG(kLogError, "未找到有效的音视频流: %s", given.c_str());
     return false;
   }
@@ -38,21 +38,9 @@ bool MoovParser::parse(const char* index_path) {
     ZEVA_LOG(kLogError, "未找到a_extradata");
     return false;
   }
-  path = given;
-  size_bytes = file_size(path);
+  size_bytes = file_size(given);
   consumed_bytes = 0;
   return true;
-}
-
-bool MoovParser::read_head(FILE* file) {
-  for (const char* text; (text = read_line(file)) != nullptr; ++head_line_count) {
-    if (text[0] == '#') {
-      if (head_line_count == 0) read_index_version(text, index_version);
-    } else if (!read_stream_line(text, described)) {
-      break;  // the first record line
-    }
-  }
-  return !described.list.empty();
 }
 
 bool MoovParser::prepare_video_extradata() {
@@ -93,25 +81,9 @@ bool MoovParser::prepare_audio_extradata() {
 }
 
 const char* MoovParser::next_record_line() {
-  if (index_file == nullptr && !reopen()) return nullptr;
-  const int64_t line_begin = tell_file(index_file.get());
-  const char* text = read_line(index_file.get());
-  if (text == nullptr) {
-    consumed_bytes = size_bytes;
-    return nullptr;
-  }
-  consumed_bytes = line_begin;
-  ++line_count;
-  return text;
-}
-
-bool MoovParser::reopen() {
-  if (path.empty()) return false;
-  index_file.reset(open_file(path.c_str(), "rb"));
-  if (index_file == nullptr) return false;
-  for (int64_t i = 0; i < head_line_count; ++i) (void)read_line(index_file.get());
-  line_count = head_line_count;
-  return true;
+  const bool more = reader.next_line();
+  consumed_bytes = more ? reader.line_position() : size_bytes;
+  return more ? reader.line().data() : nullptr;
 }
 
 double MoovParser::progress() const {
@@ -119,10 +91,6 @@ double MoovParser::progress() const {
   if (size_bytes < 1) return 0;
   const double share = static_cast<double>(consumed_bytes) / static_cast<double>(size_bytes);
   return std::clamp(share, 0.0, 1.0);  // the file may have grown since
-}
-
-const char* MoovParser::read_line(FILE* file) {
-  return fgets(line.data(), static_cast<int>(line.size()), file);
 }
 
 }  // namespace zeva

@@ -1,6 +1,5 @@
 #include "mv_repair.h"
 
-#include <cstring>
 #include <exception>
 #include <new>
 #include <utility>
@@ -16,13 +15,6 @@ namespace {
 constexpr int kLinesPerReport = 10;
 // The tail of a crashed recording is expected to be damaged: from here on a repair counts as whole.
 constexpr double kTail = 0.9;
-
-std::string_view without_line_end(std::string_view text) {
-  const size_t last = text.find_last_not_of("\r\n");
-  return text.substr(0, last == std::string_view::npos ? 0 : last + 1);
-}
-
-int print_length(std::string_view text) { return static_cast<int>(text.size()); }
 
 struct WhileRunning {
   std::atomic<bool>& flag;
@@ -60,7 +52,7 @@ bool MvRepair::run(const Paths& paths) {
   try {
     const bool done = repair(paths);
     parser.reset();  // 8
-    broken.close();
+    recovery.close();
     return done;
   } catch (const std::bad_alloc&) {
     ZEVA_LOG(kLogError, "repair failed: no memory");
@@ -94,7 +86,7 @@ bool MvRepair::refuse_stopped() {
 }
 
 bool MvRepair::repair(const Paths& paths) {
-  if (!broken.open(paths.broken)) {
+  if (!recovery.open(paths.broken)) {
     ZEVA_LOG(kLogError, "无法打开mdata文件: %s", paths.broken.c_str());
     report(0, kBrokenFileCode, "cannot open broken_file...");
     return false;
@@ -138,105 +130,118 @@ int MvRepair::rebuild(const std::string& output_path) {
 
 void MvRepair::copy_records(RepairOutput& output) {
   int taken = 0, processed = 0, first_ignored = 0, ignored = 0;
-  decoder = RecordDecoder(parser.streams().audio);
+  recovery.begin(parser.recorded_streams());
   for (const char* line; (line = parser.next_record_line()) != nullptr; ++taken) {
     if (stopped) {
       ZEVA_LOG(kLogInfo, "repair aborted .");
       break;
     }
     if (output.broken()) break;  // no line can be written any more
-    if (broken.at_end()) {
+    if (recovery.at_end()) {
       if (ignored++ > 0) continue;
       first_ignored = taken;
-      const std::string_view text = without_line_end(line);
-      ZEVA_LOG(kLogError, ">> 损坏视频已经读取到末尾了,第一个忽略行 ========> %.*s",
-               print_length(text), text.data());
+      ZEVA_LOG(kLogError, ">> 损坏视频已经读取到末尾了,第一个忽略行 ========> %s", line);
       continue;
     }
-    process_line(output, line);
+    process_line(output);
     if (++processed % kLinesPerReport == 0) report_progress();
   }
   if (parser.progress() >= kTail) parser.force_progress(1.0);
   report_progress();
   ZEVA_LOG(kLogInfo, ">> 执行完成 %.6lf, （忽略索引: [%d ~ %d) 共%d行）", parser.progress(),
            first_ignored, first_ignored + ignored, ignored);
+  log_losses();
 }
 
-void MvRepair::process_line(RepairOutput& output, std::string_view rest) {
+void MvRepair::process_line(RepairOutput& output) {
   if (!index_version_known(parser.version())) {
-    printf("[ERROR] version=%d, parse failed\n", parser.version());
+    err_print(stderr, "[ERROR] version=%d, parse failed\n", parser.version());
     return;
   }
   bool dropped = false;
-  IndexRecord record;
-  for (std::string_view here = rest; read_index_record(rest, parser.version(), record);
-       here = rest) {
-    const IndexedPacket packet = decoder.decode(record);
+  std::string_view here = parser.rest_of_line();
+  for (IndexedPacket packet; parser.next_packet(packet); here = parser.rest_of_line()) {
+    if (packet.placed) {
+      ZEVA_LOG(kLogDebug, "packet数据 seek fpos=%lld", static_cast<long long>(packet.position));
+    }
     if (dropped) {
       // The rest of a dropped line still tells where the next line's bytes and times begin.
-      broken.pass_over(packet.position, packet.size);
-      continue;
-    }
-    if (packet.stream_index < 0 || packet.stream_index >= kIndexMaxStreams) {
-      const std::string_view text = without_line_end(here);
-      ZEVA_LOG(kLogError, "===> stream.idx=%d 不合法，moov已处理 %d 行(%.6lf)：%.*s",
+      recovery.pass_over(packet);
+    } else if (packet.stream_index < 0 || packet.stream_index >= kIndexMaxStreams) {
+      ZEVA_LOG(kLogError, "===> stream.idx=%d 不合法，moov已处理 %d 行(%.6lf)：%s",
                packet.stream_index, static_cast<int>(parser.line_number()), parser.progress(),
-               print_length(text), text.data());
-      broken.pass_over(packet.position, packet.size);
+               here.data());
+      recovery.pass_over(packet);
       dropped = true;
-      continue;
+    } else {
+      dropped = !copy_packet(output, packet);
     }
-    if (record.position != 0) {
-      ZEVA_LOG(kLogDebug, "packet数据 seek fpos=%lld", static_cast<long long>(record.position));
-    }
-    dropped = !copy_packet(output, packet, rest);
   }
 }
 
-bool MvRepair::copy_packet(RepairOutput& output, const IndexedPacket& packet,
-                           std::string_view next) {
-  const bool inside = broken.holds(packet.position, packet.size);
-  if (inside && !reserve(packet.size)) {
-    ZEVA_LOG(kLogError, "no memory for a packet of %d bytes", packet.size);
-    return false;
+// False when the rest of the line is to be dropped.
+bool MvRepair::copy_packet(RepairOutput& output, const IndexedPacket& packet) {
+  using Fate = PacketRecovery::Fate;
+  switch (recovery.take(packet)) {
+    case Fate::kRecovered:
+      return write_packet(output, packet);
+    case Fate::kNoMemory:
+      ZEVA_LOG(kLogError, "no memory for a packet of %d bytes", packet.size);
+      return false;
+    case Fate::kBehindEnd:
+    case Fate::kUnreadable:
+      log_read_failure(packet);
+      return false;
+    case Fate::kLost:
+      ++lost_packets;
+      ZEVA_LOG(kLogWarning, "stream %d, pts %lld: zeros in place of its bytes at %lld, left out",
+               packet.stream_index, static_cast<long long>(packet.pts),
+               static_cast<long long>(packet.position));
+      return true;
+    case Fate::kDependent:
+      ++dependent_packets;
+      return true;
   }
-  const BrokenFile::ReadResult read =
-      broken.read(packet.position, packet.size, packet_buffer.get());
-  if (!inside || read.count < packet.size) {
-    ZEVA_LOG(kLogError,
-             "读取packet数据 %d < %d(需求)，该行索引处理结束 (eof=%d, fpos=%lld) err_code=%d",
-             read.count, packet.size, broken.at_end() ? 1 : 0,
-             static_cast<long long>(read.position), read.error);
-    return false;
-  }
-  memset(packet_buffer.get() + packet.size, 0, AV_INPUT_BUFFER_PADDING_SIZE);
-  const int result = output.write(packet, packet_buffer.get());
+  return true;
+}
+
+bool MvRepair::write_packet(RepairOutput& output, const IndexedPacket& packet) {
+  const int result = output.write(packet, recovery.data());
   if (result >= 0) return true;
-  const std::string_view text = without_line_end(next);
-  ZEVA_LOG(kLogError, "@@ moov已处理 %d 行(%.6lf); write frame err: %s, next=%.*s",
+  ZEVA_LOG(kLogError, "@@ moov已处理 %d 行(%.6lf); write frame err: %s, next=%s",
            static_cast<int>(parser.line_number()), parser.progress(), av_error_text(result),
-           print_length(text), text.data());
+           parser.rest_of_line().data());
   if (parser.progress() < kTail) {
-    printf("error:ret=%d,msg=%s\n", result, av_error_text(result));
+    err_print(stderr, "error:ret=%d,msg=%s\n", result, av_error_text(result));
   }
   return false;
 }
 
-bool MvRepair::reserve(int32_t size) {
-  if (packet_buffer != nullptr && size <= packet_capacity) return true;
-  void* grown =
-      av_realloc(packet_buffer.get(), static_cast<size_t>(size) + AV_INPUT_BUFFER_PADDING_SIZE);
-  if (grown == nullptr) return false;
-  (void)packet_buffer.release();  // av_realloc has taken it
-  packet_buffer.reset(static_cast<uint8_t*>(grown));
-  packet_capacity = size;
-  return true;
+void MvRepair::log_read_failure(const IndexedPacket& packet) const {
+  const BrokenFile::ReadResult& read = recovery.read_result();
+  ZEVA_LOG(kLogError,
+           "读取packet数据 %d < %d(需求)，该行索引处理结束 (eof=%d, fpos=%lld) err_code=%d",
+           read.count, packet.size, recovery.at_end() ? 1 : 0,
+           static_cast<long long>(read.position), read.error);
+}
+
+void MvRepair::log_losses() const {
+  if (lost_packets > 0 || dependent_packets > 0) {
+    ZEVA_LOG(kLogError,
+             "left out: %lld packets with zeros in place of their bytes, %lld pictures that build "
+             "on missing ones",
+             static_cast<long long>(lost_packets), static_cast<long long>(dependent_packets));
+  }
+  if (recovery.unrecorded_bytes() > 0) {
+    ZEVA_LOG(kLogError, "the index has no record of %lld bytes of the movie",
+             static_cast<long long>(recovery.unrecorded_bytes()));
+  }
 }
 
 void MvRepair::report_progress() { report(parser.progress(), 0, ""); }
 
 void MvRepair::report(double progress, int code, const char* message) {
-  printf("progress:%.6lf\n", progress);
+  err_print(stderr, "progress:%.6lf\n", progress);
   if (progress_callback != nullptr) progress_callback(progress, code, message, user);
 }
 

@@ -8,8 +8,8 @@
 #include <thread>
 
 #include "av_handles.h"
-#include "broken_file.h"
 #include "moov_parser.h"
+#include "packet_recovery.h"
 #include "repair_output.h"
 #include "zeva/repair.h"
 
@@ -20,7 +20,7 @@ inline constexpr int kIndexFileCode = -2;
 inline constexpr int kStoppedCode = -5;
 inline constexpr int kOutputCode = -10;
 
-// One repair. Owns both input files, the packet buffer and the worker thread. `start` or `run` is
+// One repair. Owns both input files and the worker thread. `start` or `run` is
 // called once; `stop` and `is_running` may be called from any thread.
 class MvRepair {
  public:
@@ -50,9 +50,11 @@ class MvRepair {
   bool is_an_input(const Paths& paths) const;
   int rebuild(const std::string& output_path);
   void copy_records(RepairOutput& output);
-  void process_line(RepairOutput& output, std::string_view rest);
-  bool copy_packet(RepairOutput& output, const IndexedPacket& packet, std::string_view next);
-  bool reserve(int32_t size);
+  void process_line(RepairOutput& output);
+  bool copy_packet(RepairOutput& output, const IndexedPacket& packet);
+  bool write_packet(RepairOutput& output, const IndexedPacket& packet);
+  void log_read_failure(const IndexedPacket& packet) const;
+  void log_losses() const;
   void report_progress();
   void report(double progress, int code, const char* message);
 
@@ -64,13 +66,9 @@ class MvRepair {
 
   // The repair's thread only.
   MoovParser parser;
-  BrokenFile broken;
-  RecordDecoder decoder;
-  struct AvFree {
-    void operator()(uint8_t* p) const { av_free(p); }
-  };
-  std::unique_ptr<uint8_t, AvFree> packet_buffer;
-  int32_t packet_capacity = 0;  // without the padding behind it
+  PacketRecovery recovery;
+  int64_t lost_packets = 0;
+  int64_t dependent_packets = 0;
 
   std::thread worker;  // last: it uses the rest
 };

@@ -179,14 +179,13 @@ int RepairOutput::write(const IndexedPacket& indexed, uint8_t* data) {
 
 void RepairOutput::print_refused(const AVPacket& packet, AVRational time_base) const {
   char pts[AV_TS_MAX_STRING_SIZE], dts[AV_TS_MAX_STRING_SIZE], duration[AV_TS_MAX_STRING_SIZE];
-  printf(
-      "pts:%lld pts_time:%s dts:%lld dts_time:%s duration:%lld duration_time:%s "
-      "stream_index:%d\n",
-      static_cast<long long>(packet.pts), av_ts_make_time_string(pts, packet.pts, &time_base),
-      static_cast<long long>(packet.dts), av_ts_make_time_string(dts, packet.dts, &time_base),
-      static_cast<long long>(packet.duration),
-      av_ts_make_time_string(duration, packet.duration, &time_base), packet.stream_index);
-  fflush(stdout);
+  err_print(stderr,
+            "pts:%lld pts_time:%s dts:%lld dts_time:%s duration:%lld duration_time:%s "
+            "stream_index:%d\n",
+            static_cast<long long>(packet.pts), av_ts_make_time_string(pts, packet.pts, &time_base),
+            static_cast<long long>(packet.dts), av_ts_make_time_string(dts, packet.dts, &time_base),
+            static_cast<long long>(packet.duration),
+            av_ts_make_time_string(duration, packet.duration, &time_base), packet.stream_index);
 }
 
 int RepairOutput::write_trailer() {

@@ -1,0 +1,98 @@
+#!/usr/bin/env python3
+"""Lets the disk of the index run full under a recording, and judges what comes back.
+
+    index_full_test.py --zeva build/linux/bin/zeva --movie camera.mp4
+
+The index lies on a disk of a few pages, the movie elsewhere. The disk is filled, emptied again, and the
+recorder killed. Every packet that has a record must come back exactly, and the hole must be named. Ends
+with 77 without the right to mount a disk.
+"""
+import argparse
+import json
+import os
+import shutil
+import subprocess
+import sys
+import tempfile
+import time
+
+from crash_test import Broken, judge, read_index, run, wait_until
+
+SKIPPED = 77
+DISK_BYTES = 64 << 10
+FAILING_S = 2
+
+
+def fill(path):
+    with open(path, "wb", buffering=0) as file:
+        try:
+            while True:
+                file.write(b"x" * 4096)
+        except OSError:
+            pass
+
+
+def record(options, movie_file, index, filler):
+    process = subprocess.Popen(
+        [options.zeva, "record", "--loop", "--input", options.movie, "-o", movie_file, "--index",
+         index],
+        stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+    try:
+        wait_until(lambda: os.path.exists(index) and len(read_index(index)[1]) >= 50, process)
+        fill(filler)
+        since = [0, 0.0]
+
+        def is_stuck():
+            if os.path.getsize(index) != since[0]:
+                since[:] = os.path.getsize(index), time.monotonic()
+            return time.monotonic() - since[1] > FAILING_S
+        wait_until(is_stuck, process)
+        os.remove(filler)
+        wait_until(lambda: os.path.getsize(index) > since[0] + 2000, process)
+    finally:
+        process.kill()
+        process.wait()
+
+
+def check(options, work, disk):
+    movie_file, index = os.path.join(work, "movie.mp4"), os.path.join(disk, "movie.index")
+    record(options, movie_file, index, os.path.join(disk, "filler"))
+    shutil.copy(index, movie_file + ".index")
+    packets, seconds = judge([options.zeva], movie_file)
+    told = run(options.zeva, "inspect", movie_file + ".index", movie_file)
+    facts = json.loads(
+        run(options.zeva, "inspect", movie_file + ".index", movie_file, "--json").stdout)
+    if told.returncode != 3 or "have no record: line " not in told.stdout:
+        raise Broken("the hole is not named")
+    if "(100.0 %)" in told.stdout:
+        raise Broken("a movie with a hole is told to be all there")
+    if len(facts["holes"]) != 1 or facts["hole_seconds_estimate"] < FAILING_S / 4:
+        raise Broken(f"one hole was made, not {facts['holes']}")
+    if facts["movie"]["held_packets"] != packets:
+        raise Broken(f"{packets} packets came back, inspect told of {facts['movie']}")
+    print(f"{packets} packets came back, {seconds:.2f} s with the hole")
+
+
+def main():
+    parser = argparse.ArgumentParser(description=__doc__.split("\n", maxsplit=1)[0])
+    parser.add_argument("--zeva", required=True)
+    parser.add_argument("--movie", required=True, help="the camera's movie, recorded in a loop")
+    parser.add_argument("--alone", action="store_true", help=argparse.SUPPRESS)
+    options = parser.parse_args()
+    if not options.alone:  # where what is mounted goes away with us
+        if run("unshare", "--mount", "true").returncode != 0:
+            sys.exit(SKIPPED)
+        os.execvp("unshare", ["unshare", "--mount", sys.executable, "-B", *sys.argv, "--alone"])
+    with tempfile.TemporaryDirectory(prefix="zeva-index-") as work:
+        disk = os.path.join(work, "disk")
+        os.mkdir(disk)
+        if run("mount", "-t", "tmpfs", "-o", f"size={DISK_BYTES}", "tmpfs", disk).returncode != 0:
+            sys.exit(SKIPPED)
+        try:
+            check(options, work, disk)
+        finally:
+            run("umount", disk)
+
+
+if __name__ == "__main__":
+    main()
