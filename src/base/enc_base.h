@@ -68,8 +68,13 @@ class EncBase {
   int64_t next_pts = 0;  // test signals only: frames or samples generated
 
  private:
-  int drain(int* count);
-  void write();
+  struct Drained {
+    int count = 0;      // packets handed to the writer
+    bool lost = false;  // one of them was refused
+    int error = 0;      // the codec's
+  };
+  Drained drain();
+  bool write();
 
   const Kind kind;
   AVStream* const stream;

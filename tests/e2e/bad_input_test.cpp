@@ -233,11 +233,11 @@ TEST(BadInput, IsRefusedAndLoggedAndTheRecordingGoesOn) {
 }
 
 // Every picture is a key frame, and ten pieces of sound are a packet of PCM: what the encoders put
-// out needs more memory than there is, and little else does.
+// out needs more memory than there is, and little else does: these containers do not.
 TEST(ShortOfMemory, TheHostIsToldOnceOfWhatTheEncodersRefuse) {
   for (const bool pictures : {true, false}) {
     SCOPED_TRACE(pictures);
-    const fs::path file = work_file(pictures ? "movie.mp4" : "sound.wav");
+    const fs::path file = work_file(pictures ? "movie.h264" : "sound.wav");
     MovieInfo info = settings(file);
     info.disable_audio = pictures;
     info.disable_video = !pictures;
