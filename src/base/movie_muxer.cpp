@@ -109,8 +109,12 @@ void MovieMuxer::open_encoders(MovieInfo& info) {
   writer->create_other_writers(info.other_urls);
   writer->set_timeout(info.timeout_sec);
   // Pictures come first: their stream has index 0.
-  Status opened = open_video(codecs.video, info);
-  if (opened.ok) opened = open_audio(codecs.audio, info);
+  if (codecs.video != AV_CODEC_ID_NONE) video_enc = make_encoder<VideoEnc>(codecs.video, info);
+  info.hardware = info.hardware && video_enc;
+  if (codecs.audio != AV_CODEC_ID_NONE) audio_enc = make_encoder<AudioEnc>(codecs.audio, info);
+  Status opened;
+  if (video_enc) opened = video_enc->open(info);
+  if (opened.ok && audio_enc) opened = audio_enc->open(info);
   if (opened.ok) return;
   info.hardware = false;
   audio_enc.reset();
@@ -118,25 +122,13 @@ void MovieMuxer::open_encoders(MovieInfo& info) {
   throw ZVException(kOpeningFailedCode, opened.message);
 }
 
-Status MovieMuxer::open_video(AVCodecID codec, MovieInfo& info) {
-  NewStream added;
-  if (codec != AV_CODEC_ID_NONE) added = add_stream(oc.get(), codec, info);
-  info.hardware = info.hardware && added.encoder != nullptr;
-  if (!added.encoder) return Status::success();
-  video_enc =
-      std::make_unique<VideoEnc>(std::move(added), writer.get(),
-                                 [this](int code, const std::string& text) { tell(code, text); });
-  return video_enc->open(info);
-}
-
-Status MovieMuxer::open_audio(AVCodecID codec, MovieInfo& info) {
-  NewStream added;
-  if (codec != AV_CODEC_ID_NONE) added = add_stream(oc.get(), codec, info);
-  if (!added.encoder) return Status::success();
-  audio_enc =
-      std::make_unique<AudioEnc>(std::move(added), writer.get(),
-                                 [this](int code, const std::string& text) { tell(code, text); });
-  return audio_enc->open(info);
+// Null when no stream for the codec could be added.
+template <typename Encoder>
+std::unique_ptr<Encoder> MovieMuxer::make_encoder(AVCodecID codec, MovieInfo& info) {
+  NewStream added = add_stream(oc.get(), codec, info);
+  if (!added.encoder) return nullptr;
+  return std::make_unique<Encoder>(std::move(added), writer.get(),
+                                   [this](int code, const std::string& text) { tell(code, text); });
 }
 
 void MovieMuxer::open_url(const MovieInfo& info) {

@@ -79,8 +79,8 @@ class MovieMuxer : public MovieBase {
   void run_start();
   void open(MovieInfo& info);
   void open_encoders(MovieInfo& info);
-  Status open_video(AVCodecID codec, MovieInfo& info);
-  Status open_audio(AVCodecID codec, MovieInfo& info);
+  template <typename Encoder>
+  std::unique_ptr<Encoder> make_encoder(AVCodecID codec, MovieInfo& info);
   void open_url(const MovieInfo& info);
   void open_writer(const MovieInfo& info);
 

@@ -272,6 +272,24 @@ TEST(ShortOfMemory, TheHostIsToldOnceOfWhatTheEncodersRefuse) {
   }
 }
 
+TEST(BrokenOutput, TakesNoMorePictures) {
+  if (!fs::exists("/dev/full")) GTEST_SKIP() << "no disk that is always full";
+  const fs::path file = work_file("full.h264");
+  fs::create_symlink("/dev/full", file);
+  MovieInfo info = settings(file);
+  info.disable_audio = true;
+  info.gop_size = 1;
+  Recording recording(info);
+  ASSERT_TRUE(recording.open());
+  int taken = 0;
+  while (taken < 2000 && recording.picture(gradients(taken), time_us(taken))) ++taken;
+  EXPECT_LT(taken, 2000);
+  EXPECT_FALSE(recording.picture(gradients(0), time_us(2001)));
+  recording.stop();
+  ASSERT_EQ(recording.failures().size(), 1U);
+  EXPECT_EQ(recording.failures()[0].code, AVERROR(ENOSPC));
+}
+
 TEST(BadInput, SoundWhoseTimeGoesBackKeepsTheMovieWhole) {
   const fs::path file = work_file("back.mp4");
   Recording recording(settings(file));
