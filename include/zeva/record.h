@@ -13,8 +13,10 @@
 // as long as the recording is never paused). The first one offered, accepted or not, becomes movie
 // time 0. A video frame whose time, in units of 1/fps, does not grow is dropped.
 //
-// Threads: the host serialises write, pause, resume and filter calls of one handle, and lets none
-// of them run during ZEVA_stop. Several handles are independent. Every function takes a null handle
+// Threads: of one handle, pictures are written by one thread at a time and sound by one, which may
+// be another; neither waits for the other's encoding. The testing frames of a stream belong to the
+// thread that writes it. All other functions may be called from any thread. No call of a handle
+// runs beside its ZEVA_stop. Several handles are independent. Every function takes a null handle
 // and then returns its neutral value. No exception leaves any function.
 //
 // After a crash: an .mp4 without its trailer cannot be played by itself. With `moov_url` set, the
@@ -36,8 +38,8 @@ struct AVFrame;
 struct AVPacket;
 struct AVRational;
 
-// The host's hook into the encoders. Calls come on the thread that writes frames, and at
-// ZEVA_stop. Must not throw.
+// The host's hook into the encoders. Calls come on the thread that writes the stream's frames,
+// sound packets also at ZEVA_stop. Must not throw.
 class ZEVA_API FilterBase {
  public:
   FilterBase() = default;
@@ -45,8 +47,9 @@ class ZEVA_API FilterBase {
   FilterBase& operator=(const FilterBase&) { return *this; }  // NOLINT: no data, nothing copied
   virtual ~FilterBase();
 
-  // Video: called with each frame before it is encoded; the frame returned is encoded instead. It
-  // stays the host's and must live until the next call. Default: the frame unchanged.
+  // Video: called with each frame before it is encoded; the frame returned is encoded instead, and
+  // with null none. It stays the host's and must live until the write returns. Default: the frame
+  // unchanged.
   virtual AVFrame* filter(AVFrame* frame);
 
   // Audio: called with each encoded packet, which may be edited in place. Default: nothing.
@@ -58,9 +61,12 @@ extern "C" {
 // Reports of a recording. Code 0, "start OK": the output is open, frames are accepted from now on.
 // Any other code is a failure with its text: 10, 11, 12, 21 and negative codes while opening; a
 // negative FFmpeg code when an output broke while recording (the other outputs go on), AVERROR_EXIT
-// when a server took longer than `timeout_sec` over one packet. `message` lives only during the
-// call. Called on the host's thread inside ZEVA_start, on the start thread, or on a writer thread;
-// never after ZEVA_stop has returned. It must not call ZEVA_stop.
+// when a server took longer than `timeout_sec` over one packet; the codes of zeva/status.h for what
+// does not end the recording, such as pictures that the encoder refuses. `message` lives only
+// during the call. Called on the host's thread inside ZEVA_start, a write or ZEVA_stop, on the
+// start thread, or on a writer thread, also on two of them at once; never after ZEVA_stop has
+// returned. A call of ZEVA_stop for the same recording is refused there: logged, with *handle as it
+// was.
 typedef void (*ZEVA_status_callback)(int code, const char* message, void* user);
 
 // Starts a recording and returns its handle, which ZEVA_stop frees. Never null for a failed
@@ -74,8 +80,9 @@ ZEVA_API void* ZEVA_start(const MovieInfo& info, ZEVA_status_callback cb, void* 
 
 // Flushes the encoders, finishes every output, frees everything and sets *handle to null. Blocks
 // until the movies are finished: files take as long as the disk needs; a network output that is
-// stuck is given up after a grace of 1.5 s. An opening under way is made to give up. `handle` and
-// *handle may be null.
+// stuck is given up after a grace of 1.5 s. An opening under way is made to give up. What an
+// encoder still held and cannot give out is told by status. `handle` and *handle may be null.
+// Refused inside the status callback.
 ZEVA_API void ZEVA_stop(void** handle);
 
 // Cuts the time between pause and resume out of the movie; frames offered meanwhile are dropped.
@@ -96,17 +103,21 @@ ZEVA_API int64_t ZEVA_current_sys_usec();
 // One picture of src_width x src_height in src_pix_fmt; `stride` is the distance of its lines in
 // bytes, not less than a row. For planar formats the planes follow each other, the strides of the
 // further planes in proportion. `size` is not used. The data is read before the call returns and
-// stays the host's. May block while an output's queue is full. True when the picture reached the
-// encoder; false when refused (not open yet, paused, disabled, bad stride).
+// stays the host's. May block while an output's queue is full. True when the picture will be in the
+// movie; false when it will not: not open yet, paused, disabled, bad stride, a time that does not
+// grow, dropped by the filter, refused by the encoder, or no output takes packets any more.
 ZEVA_API bool ZEVA_write_video_bgra(void* h, void* data, int size, int64_t pts_us, int stride);
 
 // `bytes` of PCM in sample_fmt, src_sample_rate, channels; `pts_us` is the time of its first
-// sample. Null `data` asks for silence from the previous audio time stamp up to `pts_us`. True when
-// at least one encoder frame came out; false when refused, and also when the samples were only
-// buffered. The data is copied before the call returns. May block as above.
+// sample. Null `data` asks for silence from the previous audio time stamp up to `pts_us`; one that
+// lies before it is refused. True when encoder frames came out and all of them will be in the
+// movie; false when one will not, as for pictures, and also when the samples were only buffered.
+// The data is copied before the call returns. May block as above.
 ZEVA_API bool ZEVA_write_audio_pcm(void* h, void* data, int bytes, int64_t pts_us);
 
-// Ready frames with `pts` in `tb`; the frame's pts is overwritten. The frame stays the host's.
+// Ready frames with `pts` in `tb`; results as above. The frame's pts is overwritten, and nothing
+// else: the frame stays the host's, who may write into it again when the call returns. Its picture
+// type, as decoders leave it there, is not looked at.
 ZEVA_API bool ZEVA_write_video_frame(void* h, AVFrame* frame, const AVRational& tb);
 ZEVA_API bool ZEVA_write_audio_frame(void* h, AVFrame* frame, const AVRational& tb);
 
@@ -116,10 +127,11 @@ ZEVA_API bool ZEVA_write_audio_frame(void* h, AVFrame* frame, const AVRational& 
 ZEVA_API AVFrame* ZEVA_video_dst_frame(void* h);
 ZEVA_API AVFrame* ZEVA_audio_dst_frame(void* h);
 
-// Installs a filter; call after the output is open. The video filter then belongs to the recording,
-// which deletes it; the audio filter stays the host's and must outlive the recording. A second
-// filter replaces the first, which is neither called nor deleted. True for every non-null handle,
-// even when there is no such encoder and nothing was stored.
+// Installs a filter; call after the output is open. From another thread than the one that writes
+// the stream, the filter before it may be called once more. The video filter then belongs to the
+// recording, which deletes it; the audio filter stays the host's and must outlive the recording. A
+// second filter replaces the first, which is neither called nor deleted. True for every non-null
+// handle, even when there is no such encoder and nothing was stored.
 ZEVA_API bool ZEVA_add_video_filter(void* h, FilterBase* f);
 ZEVA_API bool ZEVA_add_audio_filter(void* h, FilterBase* f);
 

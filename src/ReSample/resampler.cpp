@@ -89,7 +89,10 @@ AVFrame* NxResample::resample(AVFrame* in, const AVRational* in_tb) {
   if (av_audio_fifo_size(fifo.get()) < out_frame->nb_samples) return nullptr;
 
   out_refs = zeva::release_held_buffers(out_frame.get(), out_refs);
-  if (out_refs < 0) return nullptr;
+  if (out_refs < 0) {
+    ZEVA_LOG(zeva::kLogError, "sound not given out: %s", zeva::av_error_text(out_refs));
+    return nullptr;
+  }
   const int read = av_audio_fifo_read(fifo.get(), reinterpret_cast<void**>(out_frame->data),
                                       out_frame->nb_samples);
   if (read < 0) {
@@ -108,7 +111,12 @@ bool NxResample::buffer_converted(AVFrame* in) {
   scratch->channel_layout = out_frame->channel_layout;
   scratch->format = out_frame->format;
   scratch->sample_rate = out_frame->sample_rate;
-  if (swr_convert_frame(swr.get(), scratch.get(), in) != 0) return false;
+  const int result = swr_convert_frame(swr.get(), scratch.get(), in);
+  if (result != 0) {
+    ZEVA_LOG(zeva::kLogError, "refused %d samples of sound: %s", in->nb_samples,
+             zeva::av_error_text(result));
+    return false;
+  }
   const int wanted = av_audio_fifo_size(fifo.get()) + scratch->nb_samples;
   if (av_audio_fifo_realloc(fifo.get(), wanted) < 0) {
     ZEVA_LOG(zeva::kLogError, "--- audio fifo realloc failed: sz = %d", wanted);

@@ -27,7 +27,10 @@ AVFrame* NxRescale::rescale(AVFrame* in, const AVRational* in_tb) {
   AVFrame* out = in;
   if (sws && announced.matches(*in)) {
     out_refs = zeva::release_held_buffers(out_frame.get(), out_refs);
-    if (out_refs < 0) return nullptr;
+    if (out_refs < 0) {
+      ZEVA_LOG(zeva::kLogError, "refused a picture: %s", zeva::av_error_text(out_refs));
+      return nullptr;
+    }
     sws_scale(sws.get(), in->data, in->linesize, 0, in->height, out_frame->data,
               out_frame->linesize);
     out = out_frame.get();

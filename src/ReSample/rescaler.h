@@ -37,7 +37,7 @@ class NxRescale {
   Shape announced;
   zeva::SwsPtr sws;          // null: pass through
   zeva::FramePtr out_frame;  // null: pass through
-  int out_refs = 2;          // references to out_frame's buffers that are not an encoder's
+  int out_refs = 2;          // references to out_frame's buffers that no filter of the host's keeps
 };
 
 }  // namespace ZV

@@ -122,7 +122,7 @@ Status ZV_AVWriter::start() {
 
 // ---- packets
 
-int ZV_AVWriter::write_packet(AVRational time_base, const AVPacket* packet, bool interleave) {
+int ZV_AVWriter::write_packet(AVRational time_base, AVPacket* packet, bool interleave) {
   if (packet == nullptr) return 0;
   int result = -1;
   for (const auto& output : outputs) {

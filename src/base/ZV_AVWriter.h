@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "base_writer.h"
 #include "ffmpeg.h"
 #include "open_files.h"
 #include "status.h"
@@ -27,12 +28,10 @@ class WriterOutput;
 // The recording's owner calls create_other_writers, open, start and stop, in that order and one at
 // a time. Packets of one stream come from one thread at a time, those of different streams from
 // any. request_exit may be called from any thread at any time.
-class ZV_AVWriter {
+class ZV_AVWriter : public zeva::BaseWriter {
  public:
   ZV_AVWriter(uint32_t max_packets, uint32_t interleave_allowance, const char* url);
-  ~ZV_AVWriter();
-  ZV_AVWriter(const ZV_AVWriter&) = delete;
-  ZV_AVWriter& operator=(const ZV_AVWriter&) = delete;
+  ~ZV_AVWriter() override;
 
   // The main output, for the owner to create and to give its streams before `open`.
   zeva::MovieOutput& main_output();
@@ -50,7 +49,7 @@ class ZV_AVWriter {
   // Queues a packet, whose times are in `time_base`, for every output. A packet whose time does not
   // grow in an output's own units is left out there. Blocks while a queue is full. 0, or negative
   // when no output takes packets any more.
-  int write_packet(AVRational time_base, const AVPacket* packet, bool interleave);
+  int write_packet(AVRational time_base, AVPacket* packet, bool interleave) override;
 
   // Ends all, gives up the network, joins each, closes each. Safe to call again.
   void stop();

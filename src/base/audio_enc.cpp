@@ -30,7 +30,7 @@ FramePtr alloc_sound(int sample_fmt, uint64_t layout, int sample_rate, int nb_sa
 
 }  // namespace
 
-AudioEnc::AudioEnc(NewStream stream, ZV::ZV_AVWriter* writer, Tell tell)
+AudioEnc::AudioEnc(NewStream stream, BaseWriter* writer, Tell tell)
     : EncBase({"audio", "sound", kZevaStatusSoundRefused}, std::move(stream), writer,
               std::move(tell)) {}
 

@@ -13,7 +13,7 @@ namespace zeva {
 // Does not own its filter. One thread at a time, but for `filter`.
 class AudioEnc : public EncBase {
  public:
-  AudioEnc(NewStream stream, ZV::ZV_AVWriter* writer, Tell tell);
+  AudioEnc(NewStream stream, BaseWriter* writer, Tell tell);
 
   // Opens the codec and allocates its frame.
   Status open(const MovieInfo& settings);

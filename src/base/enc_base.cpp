@@ -7,7 +7,7 @@
 
 namespace zeva {
 
-EncBase::EncBase(const Kind& kind, NewStream stream, ZV::ZV_AVWriter* writer, Tell tell)
+EncBase::EncBase(const Kind& kind, NewStream stream, BaseWriter* writer, Tell tell)
     : enc(std::move(stream.encoder)),
       kind(kind),
       stream(stream.stream),
@@ -34,30 +34,34 @@ void EncBase::close() {
 
 int EncBase::encode_prepared(const AVFrame* prepared) {
   if (!enc) return kNotOpen;
-  int count = 0;
-  int result = avcodec_send_frame(enc.get(), prepared);
-  if (result >= 0) result = drain(&count);
-  if (result < 0) {
-    report_refusal(result, prepared == nullptr);
+  Drained drained;
+  drained.error = avcodec_send_frame(enc.get(), prepared);
+  if (drained.error >= 0) drained = drain();
+  if (drained.error < 0) {
+    report_refusal(drained.error, prepared == nullptr);
     return kRefusedByCodec;
   }
   codec_refuses = false;
-  return writer_refuses ? kRefusedByWriter : count;
+  // A picture that is held back meets the same fate as the packet before it.
+  return drained.lost || writer_refuses ? kRefusedByWriter : drained.count;
 }
 
-// Until the codec has no more. A negative result is the codec's.
-int EncBase::drain(int* count) {
-  for (;; ++*count) {
+EncBase::Drained EncBase::drain() {
+  Drained drained;
+  for (;; ++drained.count) {
     const int result = avcodec_receive_packet(enc.get(), pkt.get());
-    if (result == AVERROR(EAGAIN) || result == AVERROR_EOF) return 0;
-    if (result < 0) return result;
+    if (result == AVERROR(EAGAIN) || result == AVERROR_EOF) return drained;
+    if (result < 0) {
+      drained.error = result;
+      return drained;
+    }
     edit(pkt.get());
-    write();
+    if (!write()) drained.lost = true;
     av_packet_unref(pkt.get());
   }
 }
 
-void EncBase::write() {
+bool EncBase::write() {
   pkt->stream_index = stream->index;
   const int result = writer->write_packet(enc->time_base, pkt.get(), true);
   if (result < 0 && !writer_refuses) {
@@ -65,6 +69,7 @@ void EncBase::write() {
              result, av_error_text(result));
   }
   writer_refuses = result < 0;
+  return !writer_refuses;
 }
 
 void EncBase::report_refusal(int error, bool flushing) {

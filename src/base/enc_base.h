@@ -4,8 +4,8 @@
 #include <functional>
 #include <string>
 
-#include "ZV_AVWriter.h"
 #include "av_handles.h"
+#include "base_writer.h"
 #include "status.h"
 #include "zeva/movie_info.h"
 
@@ -51,7 +51,7 @@ class EncBase {
     int refused_code;
   };
 
-  EncBase(const Kind& kind, NewStream stream, ZV::ZV_AVWriter* writer, Tell tell);
+  EncBase(const Kind& kind, NewStream stream, BaseWriter* writer, Tell tell);
 
   Status open_codec();
   // Feeds the codec (null: flushes it) and hands every packet to the writer; those behind one that
@@ -68,12 +68,17 @@ class EncBase {
   int64_t next_pts = 0;  // test signals only: frames or samples generated
 
  private:
-  int drain(int* count);
-  void write();
+  struct Drained {
+    int count = 0;      // packets handed to the writer
+    bool lost = false;  // one of them was refused
+    int error = 0;      // the codec's
+  };
+  Drained drain();
+  bool write();
 
   const Kind kind;
   AVStream* const stream;
-  ZV::ZV_AVWriter* const writer;  // outlives the encoder
+  BaseWriter* const writer;  // outlives the encoder
   const Tell tell;
   PacketPtr pkt;
   bool codec_refuses = false;   // what came last; told once, not for every frame

@@ -121,8 +121,11 @@ Status MovieMuxer::open_encoders(MovieInfo& info) {
   writer->create_other_writers(info.other_urls);
   writer->set_timeout(info.timeout_sec);
   // Pictures come first: their stream has index 0.
-  Status opened = open_video(codecs.video, info);
-  if (opened.ok) opened = open_audio(codecs.audio, info);
+  Status opened = make_encoder(codecs.video, info, video_enc);
+  info.hardware = info.hardware && video_enc;
+  if (opened.ok) opened = make_encoder(codecs.audio, info, audio_enc);
+  if (opened.ok && video_enc) opened = video_enc->open(info);
+  if (opened.ok && audio_enc) opened = audio_enc->open(info);
   if (opened.ok) return opened;
   info.hardware = false;
   audio_enc.reset();
@@ -130,28 +133,17 @@ Status MovieMuxer::open_encoders(MovieInfo& info) {
   return Status::failure(kOpeningFailedCode, opened.message);
 }
 
-Status MovieMuxer::open_video(AVCodecID codec, MovieInfo& info) {
-  if (codec == AV_CODEC_ID_NONE) {
-    info.hardware = false;
-    return Status::success();
-  }
-  NewStream added = add_stream(writer->main_output().context(), codec, info);
-  info.hardware = info.hardware && added.encoder != nullptr;
-  if (!added.encoder) return no_encoder(codec);
-  video_enc =
-      std::make_unique<VideoEnc>(std::move(added), writer.get(),
-                                 [this](int code, const std::string& text) { tell(code, text); });
-  return video_enc->open(info);
-}
-
-Status MovieMuxer::open_audio(AVCodecID codec, MovieInfo& info) {
+// Adds a stream and its encoder, unless there is to be none.
+template <typename Encoder>
+Status MovieMuxer::make_encoder(AVCodecID codec, MovieInfo& info,
+                                std::unique_ptr<Encoder>& encoder) {
   if (codec == AV_CODEC_ID_NONE) return Status::success();
   NewStream added = add_stream(writer->main_output().context(), codec, info);
   if (!added.encoder) return no_encoder(codec);
-  audio_enc =
-      std::make_unique<AudioEnc>(std::move(added), writer.get(),
-                                 [this](int code, const std::string& text) { tell(code, text); });
-  return audio_enc->open(info);
+  encoder =
+      std::make_unique<Encoder>(std::move(added), writer.get(),
+                                [this](int code, const std::string& text) { tell(code, text); });
+  return Status::success();
 }
 
 Status MovieMuxer::open_url(const MovieInfo& info) {

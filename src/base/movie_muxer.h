@@ -73,8 +73,8 @@ class MovieMuxer {
   Status open(MovieInfo& info);
   Status open_main(const MovieInfo& info);
   Status open_encoders(MovieInfo& info);
-  Status open_video(AVCodecID codec, MovieInfo& info);
-  Status open_audio(AVCodecID codec, MovieInfo& info);
+  template <typename Encoder>
+  Status make_encoder(AVCodecID codec, MovieInfo& info, std::unique_ptr<Encoder>& encoder);
   Status open_url(const MovieInfo& info);
   Status open_writer(const MovieInfo& info);
 

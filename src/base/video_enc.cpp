@@ -39,7 +39,7 @@ SwsPtr make_scaler(int src_width, int src_height, int src_fmt, int dst_width, in
 
 }  // namespace
 
-VideoEnc::VideoEnc(NewStream stream, ZV::ZV_AVWriter* writer, Tell tell)
+VideoEnc::VideoEnc(NewStream stream, BaseWriter* writer, Tell tell)
     : EncBase({"video", "a picture", kZevaStatusPictureRefused}, std::move(stream), writer,
               std::move(tell)),
       borrowed(av_frame_alloc()) {}

@@ -12,7 +12,7 @@ namespace zeva {
 // packet to the writer. Owns its filter and its scalers. One thread at a time, but for `filter`.
 class VideoEnc : public EncBase {
  public:
-  VideoEnc(NewStream stream, ZV::ZV_AVWriter* writer, Tell tell);
+  VideoEnc(NewStream stream, BaseWriter* writer, Tell tell);
   ~VideoEnc() override;
 
   // Opens the codec and allocates its frame.

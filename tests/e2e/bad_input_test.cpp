@@ -233,11 +233,11 @@ TEST(BadInput, IsRefusedAndLoggedAndTheRecordingGoesOn) {
 }
 
 // Every picture is a key frame, and ten pieces of sound are a packet of PCM: what the encoders put
-// out needs more memory than there is, and little else does.
+// out needs more memory than there is, and little else does: these containers do not.
 TEST(ShortOfMemory, TheHostIsToldOnceOfWhatTheEncodersRefuse) {
   for (const bool pictures : {true, false}) {
     SCOPED_TRACE(pictures);
-    const fs::path file = work_file(pictures ? "movie.mp4" : "sound.wav");
+    const fs::path file = work_file(pictures ? "movie.h264" : "sound.wav");
     MovieInfo info = settings(file);
     info.disable_audio = pictures;
     info.disable_video = !pictures;
@@ -270,6 +270,24 @@ TEST(ShortOfMemory, TheHostIsToldOnceOfWhatTheEncodersRefuse) {
     }
     EXPECT_EQ(decode_faults(file), "");
   }
+}
+
+TEST(BrokenOutput, TakesNoMorePictures) {
+  if (!fs::exists("/dev/full")) GTEST_SKIP() << "no disk that is always full";
+  const fs::path file = work_file("full.h264");
+  fs::create_symlink("/dev/full", file);
+  MovieInfo info = settings(file);
+  info.disable_audio = true;
+  info.gop_size = 1;
+  Recording recording(info);
+  ASSERT_TRUE(recording.open());
+  int taken = 0;
+  while (taken < 2000 && recording.picture(gradients(taken), time_us(taken))) ++taken;
+  EXPECT_LT(taken, 2000);
+  EXPECT_FALSE(recording.picture(gradients(0), time_us(2001)));
+  recording.stop();
+  ASSERT_EQ(recording.failures().size(), 1U);
+  EXPECT_EQ(recording.failures()[0].code, AVERROR(ENOSPC));
 }
 
 TEST(BadInput, SoundWhoseTimeGoesBackKeepsTheMovieWhole) {
