@@ -162,6 +162,13 @@ class MovieTest(ToolTest):
                 os.remove("a.mp4.index")
                 os.remove("log")
 
+    def test_movie_without_its_index_is_whole_and_a_warning_says_so(self):
+        os.mkdir("folder")
+        text = self.record(*PATTERN, "--duration=1", "-o", "a.mp4", "--index", "folder")
+        self.assertRegex(text, "warning: .*folder")
+        self.assertIn("warning: there was no index: a crash would have lost the movie", text)
+        self.assertEqual(Movie("a.mp4").frames, 30)
+
     @native_only
     def test_removed_output_does_not_disturb_the_others(self):
         picture = bytes(160 * 120 * 4)

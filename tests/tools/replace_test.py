@@ -37,11 +37,13 @@ class ReplaceTest(ToolTest):
                 self.zeva(*command, expect=status)
                 self.assertIn("-y,--yes", self.zeva(command[0], "--help")[0])
 
-    def test_every_output_counts(self):
+    def test_every_file_that_is_written_counts(self):
         self.old("b.mkv")
-        told = self.record(*PATTERN, "-o", "a.mp4", "--also", "b.mkv", expect=1)
-        self.assertIn("b.mkv exists already", told)
-        self.assertEqual(os.listdir("."), ["b.mkv"])
+        for arguments in ["--also", "b.mkv"], ["--index", "b.mkv"]:
+            told = self.record(*PATTERN, "-o", "a.mp4", *arguments, expect=1)
+            self.assertIn("b.mkv exists already", told)
+            self.assertTrue(self.is_old("b.mkv"))
+            self.assertEqual(os.listdir("."), ["b.mkv"])
 
     def test_on_a_terminal_the_user_is_asked(self):
         ends = [b"\x03", *([] if EMULATOR else [b"\x04"])]

@@ -1,13 +1,25 @@
 #include "output_guard.h"
 
+#include <filesystem>
+#include <fstream>
+
 #include "file_check.h"
 #include "index_analysis.h"
 #include "movie_search.h"
 #include "output_url.h"
 #include "repair_outcome.h"
 
+namespace fs = std::filesystem;
+
 namespace zeva_tool {
 namespace {
+
+// An older index goes with its movie; another file that was named by mistake does not.
+bool begins_like_index(const std::string& path) {
+  std::ifstream file(fs::u8path(path), std::ios::binary);
+  char head[3] = {};
+  return file.read(head, sizeof head) && std::string(head, sizeof head) == "## ";
+}
 
 bool can_be_brought_back(const std::string& movie, const std::string& index) {
   Mp4Layout layout;
@@ -47,6 +59,9 @@ Status guard_outputs(const GuardedOutputs& outputs, Terminal& terminal) {
     Status status = check_unfinished(path, outputs.index);
     if (!status.ok()) return status;
     there.push_back(path);
+  }
+  if (regular_file_bytes(outputs.index) > 0 && !begins_like_index(outputs.index)) {
+    there.push_back(outputs.index);
   }
   for (const std::string& path : there) {
     Status status = check_replacing(path, outputs, terminal);

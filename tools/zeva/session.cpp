@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "exit_status.h"
+#include "file_check.h"
 #include "output_guard.h"
 #include "output_url.h"
 #include "recorder.h"
@@ -55,10 +56,7 @@ Status check_folders(const SessionOptions& options) {
   return {};
 }
 
-bool file_exists(const std::string& path) {
-  std::error_code error;
-  return !path.empty() && fs::exists(fs::u8path(path), error);
-}
+bool file_exists(const std::string& path) { return !path.empty() && regular_file_bytes(path) >= 0; }
 
 Status guard(const Session& session, Terminal& terminal) {
   GuardedOutputs outputs;
@@ -99,7 +97,7 @@ void report_success(const RecordingResult& result, size_t outputs, StatusLine& l
 void settle_index(const SessionOptions& options, const RecordingResult& result, bool finished,
                   bool was_there, StatusLine& line) {
   std::string index = index_path(options);
-  if (!file_exists(index)) return;
+  if (!file_exists(index) || lacks_index(result)) return;
   if (finished ? !options.keep_index : result.pieces == 0 && !was_there) {
     std::error_code error;
     fs::remove(fs::u8path(index), error);

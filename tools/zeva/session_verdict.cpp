@@ -118,6 +118,10 @@ Sentences encoding_faults(const RecordingResult& result) {
                {kZevaStatusSoundRefused, "the outputs lack sound: the encoder refused it"}});
 }
 
+bool lacks_index(const RecordingResult& result) {
+  return !told_of(result, {{kZevaStatusIndexMissing, ""}}).empty();
+}
+
 Sentences recording_doubts(const RecordingResult& result) {
   return told_of(
       result,
