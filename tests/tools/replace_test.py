@@ -92,6 +92,6 @@ class ReplaceTest(ToolTest):
         session = self.start("--pattern", "--size", "64x64", "-o", "a.mp4")
         session.wait_for(r"[1-9]\.\d  \d+ frames")
         told = self.record(*PATTERN, "-y", "-o", "a.mp4", expect=1)
-        self.assertIn("a.mp4 is being recorded right now", told)
+        self.assertIn("a.mp4.index belongs to a recording that is still running", told)
         session.press(b"q")
         self.assertEqual(session.finish()[0], 0)

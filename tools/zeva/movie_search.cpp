@@ -70,7 +70,7 @@ void find_growing(std::vector<UnfinishedMovie>& movies) {
   for (const Watched& entry : watched) entry.movie->is_growing = bytes(*entry.movie) != entry.bytes;
 }
 
-// ISO/IEC 14496-12, 4.3; a repaired file system may leave zeros of the same length instead.
+// An MP4 begins with the box that tells its kind (ISO/IEC 14496-12, 4.3).
 bool begins_like_mp4(const std::string& path) {
   std::ifstream file(fs::u8path(path), std::ios::binary);
   char head[8] = {};

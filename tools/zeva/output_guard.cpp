@@ -28,13 +28,20 @@ bool can_be_brought_back(const std::string& movie, const std::string& index) {
   return analyse_index(index, movie, facts).ok() && why_hopeless(facts).empty();
 }
 
+// A recording that runs may not have written anything to its movie yet.
+Status check_running(const std::string& movie, const std::string& planned_index) {
+  for (const std::string& index : {planned_index, find_index(movie)}) {
+    if (index.empty() || !is_being_written(index)) continue;
+    return Status("the index " + index + " belongs to a recording that is still running");
+  }
+  return {};
+}
+
 // The index beside an unfinished movie is all that can bring that movie back.
 Status check_unfinished(const std::string& movie, const std::string& planned_index) {
   if (!takes_index(movie)) return {};
   for (const std::string& index : {planned_index, find_index(movie)}) {
-    if (index.empty() || regular_file_bytes(index) < 0) continue;
-    if (is_being_written(index)) return Status(movie + " is being recorded right now");
-    if (!can_be_brought_back(movie, index)) continue;
+    if (regular_file_bytes(index) < 0 || !can_be_brought_back(movie, index)) continue;
     return Status(movie + " is an unfinished recording that its index " + index +
                   " can still bring back: let `zeva recover` do so, then move both away");
   }
@@ -55,8 +62,10 @@ Status check_replacing(const std::string& path, const GuardedOutputs& outputs, T
 Status guard_outputs(const GuardedOutputs& outputs, Terminal& terminal) {
   std::vector<std::string> there;
   for (const std::string& path : outputs.paths) {
+    Status status = check_running(path, outputs.index);
+    if (!status.ok()) return status;
     if (regular_file_bytes(path) <= 0) continue;
-    Status status = check_unfinished(path, outputs.index);
+    status = check_unfinished(path, outputs.index);
     if (!status.ok()) return status;
     there.push_back(path);
   }

@@ -10,7 +10,7 @@ namespace fs = std::filesystem;
 namespace zeva_tool {
 namespace {
 
-constexpr size_t kUsualReports = 16;
+constexpr size_t kMostReports = 16;
 constexpr int64_t kLookAgainUs = 20000;  // the end of a repair wakes nobody
 
 // FFmpeg would take what stands before a colon in a bare file name for a protocol.
@@ -24,7 +24,7 @@ std::string protocol_free(const std::string& path) {
 // Room is made beforehand, so that a report of missing memory needs none.
 RepairJob::RepairJob(Terminal& the_terminal, ProgressBar& the_bar)
     : terminal(the_terminal), bar(the_bar) {
-  failures.reserve(kUsualReports);
+  failures.reserve(kMostReports);
 }
 
 RepairRun RepairJob::run(const RepairPaths& paths) {
@@ -56,7 +56,7 @@ void RepairJob::receive(double progress, int code, const char* message, void* us
 
 void RepairJob::put(Report report) {
   std::lock_guard<std::mutex> lock(mutex);
-  failures.push_back(std::move(report));
+  if (failures.size() < kMostReports) failures.push_back(std::move(report));
 }
 
 }  // namespace zeva_tool

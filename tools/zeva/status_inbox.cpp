@@ -10,7 +10,7 @@ namespace zeva_tool {
 namespace {
 
 constexpr int kFirstNoticeCode = 100;  // codes from here on end nothing (zeva/status.h)
-constexpr size_t kUsualReports = 16;
+constexpr size_t kMostReports = 32;    // every output's, and one of each kind
 
 }  // namespace
 
@@ -25,8 +25,8 @@ Report make_report(int code, const char* message) noexcept {
 
 // Room is made beforehand, so that a report of missing memory needs none.
 StatusInbox::StatusInbox() {
-  reported.reserve(kUsualReports);
-  noticed.reserve(kUsualReports);
+  reported.reserve(kMostReports);
+  noticed.reserve(kMostReports);
 }
 
 void StatusInbox::receive(int code, const char* message, void* user) noexcept {
@@ -38,11 +38,11 @@ void StatusInbox::put(Report report) {
   std::lock_guard<std::mutex> lock(mutex);
   if (report.code == 0) {
     is_open = true;
-  } else if (report.code < kFirstNoticeCode) {
-    reported.push_back(std::move(report));
-  } else if (std::find(noticed.begin(), noticed.end(), report) == noticed.end()) {
-    noticed.push_back(std::move(report));
+    return;
   }
+  std::vector<Report>& list = report.code < kFirstNoticeCode ? reported : noticed;
+  bool known = &list == &noticed && std::find(list.begin(), list.end(), report) != list.end();
+  if (!known && list.size() < kMostReports) list.push_back(std::move(report));
 }
 
 bool StatusInbox::opened() const {
