@@ -244,5 +244,4 @@ class SearchTest(ToolTest):
         self.assertIn("is being recorded right now", self.zeva("recover")[0])
         session.process.kill()
         session.finish()
-        self.zeva("recover", expect=3)
-        self.assertGreater(Movie("a.recovered.mp4").frames, 0)
+        self.assertIn("can be recovered", self.zeva("recover", "--list")[0])
