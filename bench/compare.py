@@ -40,7 +40,7 @@ def main():
     zeva, host = (os.path.join(options.build, "bin", n) for n in ("zeva", "bench_host"))
     try:
         make_source(at("raw.nut"), options.frames)
-        record = [zeva, "record", "--fast", "--input", at("raw.nut"), "--preset", "veryfast",
+        record = [zeva, "record", "--fast", "-y", "--input", at("raw.nut"), "--preset", "veryfast",
                   "--profile", "high", "--rc", "abr", "--bitrate", str(BITRATE), "--gop", str(GOP),
                   "--audio-bitrate", "128"]
         peer = ["ffmpeg", "-v", "error", "-nostdin", "-y", "-i", at("raw.nut"), "-c:v", "libx264",

@@ -62,8 +62,8 @@ def main():
     zeva, host = (os.path.join(options.build, "bin", n) for n in ("zeva", "bench_packets"))
     try:
         make_source(at, options.minutes)
-        movie = [zeva, "mux", "--fast", "--input", at("in.mp4")]
-        streams = [zeva, "mux", "--fast", "--video", at("in.h264"), "--audio", at("in.aac")]
+        movie = [zeva, "mux", "--fast", "-y", "--input", at("in.mp4")]
+        streams = [zeva, "mux", "--fast", "-y", "--video", at("in.h264"), "--audio", at("in.aac")]
         kinds = (("a.mkv", "b.mkv"), ("a.flv", "b.flv"), ("a.ts", "b.ts"))
         also = [v for mine, _ in kinds for v in ("--also", at(mine))]
         tee = "|".join(f"[f={f}]{at(name)}" for f, name in

@@ -66,7 +66,7 @@ def main():
         seconds = options.gigabytes * 8000 / MEGABIT_S
         subprocess.run([*ffmpeg, "-stream_loop", "-1", "-i", at("piece.mp4"), "-t", str(seconds), "-c",
                         "copy", at("long.mkv")], check=True)
-        subprocess.run([zeva, "mux", "--fast", "--input", at("long.mkv"), "-o", at("a.mp4"),
+        subprocess.run([zeva, "mux", "--fast", "-y", "--input", at("long.mkv"), "-o", at("a.mp4"),
                         "--keep-index"], check=True, stdout=subprocess.DEVNULL)
         os.remove(at("long.mkv"))
         end = tables_offset(at("a.mp4"))

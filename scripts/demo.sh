@@ -82,7 +82,7 @@ rm -rf "$out"
 mkdir -p "$out"
 packages_step build-linux demo
 ffmpeg_step linux
-step "build the library and zeva" build_preset linux
+step "build the library and zeva" build_preset linux --target ZEVALib zeva_tool
 movie=$(find_movie)
 step "record ${movie##*/} as MP4, FLV and MKV at once" record
 try_step "look at the recordings with Debian's ffprobe" judge

@@ -122,10 +122,13 @@ use_ccache() {
   export CCACHE_DIR=$cache/ccache CCACHE_BASEDIR=$root CCACHE_NOHASHDIR=1 CCACHE_MAXSIZE=2G
 }
 
+# build_preset PRESET [OPTIONS]: everything, or the targets that the options name.
 build_preset() {
+  local preset=$1
+  shift
   use_ccache
-  cmake --preset "$1"
-  cmake --build --preset "$1"
+  cmake --preset "$preset"
+  cmake --build --preset "$preset" "$@"
 }
 
 # Wine with a Windows of our own, made once: no display, no questions about add-ons, no chatter.

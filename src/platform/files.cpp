@@ -9,6 +9,7 @@
 #include <windows.h>
 #else
 #include <fcntl.h>
+#include <sys/file.h>
 #include <unistd.h>
 
 #include <codecvt>
@@ -64,6 +65,19 @@ int reserve_space(FILE* file, int64_t end_bytes) {
   return GetLastError() == ERROR_DISK_FULL ? ENOSPC : ENOTSUP;
 }
 
+bool lock_file(FILE* /*file: sharing modes tell who writes*/) { return true; }
+
+bool is_locked(const std::string& path) {
+  const std::u16string wide = to_wide(path.c_str(), true);
+  // Others may read, so that only those who write are in the way.
+  const HANDLE file =
+      CreateFileW(reinterpret_cast<const wchar_t*>(wide.c_str()), GENERIC_READ, FILE_SHARE_READ,
+                  nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
+  if (file == INVALID_HANDLE_VALUE) return GetLastError() == ERROR_SHARING_VIOLATION;
+  CloseHandle(file);
+  return false;
+}
+
 void occupy_standard_descriptors() {
   // Programs without a console have these numbers taken by nothing, and none is given out anew.
   for (int number = _open("NUL", _O_RDWR); number >= 0; number = _open("NUL", _O_RDWR)) {
@@ -117,6 +131,21 @@ int reserve_space(FILE* file, int64_t end_bytes) {
   } while (result == EINTR);
   if (result == EDQUOT) return ENOSPC;
   return result == 0 || result == ENOSPC ? result : ENOTSUP;
+}
+
+bool lock_file(FILE* file) {
+  // A child process that outlives this one would keep the lock.
+  return fcntl(fileno(file), F_SETFD, FD_CLOEXEC) == 0 &&
+         flock(fileno(file), LOCK_EX | LOCK_NB) == 0;
+}
+
+bool is_locked(const std::string& path) {
+  const int number = ::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+  if (number < 0) return false;
+  // Shared, so that two programs that ask at the same time do not see each other.
+  const bool locked = flock(number, LOCK_SH | LOCK_NB) != 0 && errno == EWOULDBLOCK;
+  ::close(number);
+  return locked;
 }
 
 void occupy_standard_descriptors() {

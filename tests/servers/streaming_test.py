@@ -152,7 +152,7 @@ class ServersTest(StreamingTest):
                 ("mux", ["a.mp4", wrong_rtsp], "404 Not Found (code -33)")]:
             with self.subTest(command=command, outputs=outputs):
                 options = ["-o", outputs[0], *(f"--also={url}" for url in outputs[1:])]
-                status, said = self.run_zeva(command, "--input", "in.mp4", *options).end()
+                status, said = self.run_zeva(command, "--input", "in.mp4", "-y", *options).end()
                 self.assertIn(text, said)
                 self.assertEqual(status, 2 if "must be" in text else 1)
 

@@ -42,7 +42,7 @@ class MuxTest(ToolTest):
             original = Movie(source)
             pictures = original.picture_hashes("-ignore_editlist", "1")
             sounds, gap = len(original.packets("a")), original.longest_gap()
-            text = self.record("--input", source, "--fast", "-o", "a.mp4", "--also", "b.flv",
+            text = self.record("--input", source, "--fast", "-y", "-o", "a.mp4", "--also", "b.flv",
                                "--also", "c.mkv", "--also", "d.ts", "--meta", "title:A day")
             self.assertRegex(text, rf"{original.frames} frames.* 4 outputs finished")
             self.assertFalse([name for name in os.listdir(".") if name.endswith("index")])
@@ -59,8 +59,8 @@ class MuxTest(ToolTest):
     def test_elementary_streams_are_counted(self):
         self.make_streams()
         for fps, arguments in [(25, []), (10, ["--fps", "10"])]:
-            self.record("--video", "in.h264", *arguments, "--audio", "in.aac", "--fast", "-o",
-                        "a.mp4")
+            self.record("--video", "in.h264", *arguments, "--audio", "in.aac", "--fast", "-y",
+                        "-o", "a.mp4")
             self.assertEqual(Movie("a.mp4").picture_hashes(), Movie("in.mp4").picture_hashes())
             for i, (time, _) in enumerate(Movie("a.mp4").packets()[:-1]):  # the last is early
                 self.assertAlmostEqual(time, i / fps, delta=0.0015)
@@ -74,7 +74,7 @@ class MuxTest(ToolTest):
             ffmpeg("-i", "in.mp4", "-vn", "-c:a", codec, "-f", codec[4:], "in.raw")
             with open("in.raw", "rb") as raw:
                 self.record("--pcm", "--pcm-format", name, "--pcm-rate", "44100", "--video",
-                            "in.h264", "--fast", "-o", "a.mkv", stdin=raw)
+                            "in.h264", "--fast", "-y", "-o", "a.mkv", stdin=raw)
             volumes = [float(re.search(r"mean_volume: (\S+)", ffmpeg(
                 "-i", movie, "-t", "8", "-af", "volumedetect", "-vn", "-f", "null", "-")).group(1))
                 for movie in ("in.mp4", "a.mkv")]
@@ -113,7 +113,7 @@ class MuxTest(ToolTest):
         ffmpeg("-i", "in.mp4", "-c", "copy", "in.h264")
         for last in [b"q", b"\x03", *([] if EMULATOR else [signal.SIGTERM])]:
             with self.subTest(last):
-                session = self.start("--video", "in.h264", "--fps", "200", "-o", "a.mp4")
+                session = self.start("--video", "in.h264", "--fps", "200", "-y", "-o", "a.mp4")
                 session.wait_for(r" [1-9]\d\d frames")
                 session.press(b"p")
                 before = session.wait_for(r"paused  (\d+) frames").group(1)

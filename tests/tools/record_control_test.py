@@ -33,7 +33,7 @@ class ControlTest(ToolTest):
         signals = [(b"", signal.SIGTERM), (b"p", signal.SIGHUP)]
         for key, number in [(b"\x03", None), *([] if EMULATOR else signals)]:
             with self.subTest(key=key, number=number):
-                session = self.start("-o", "a.mp4")
+                session = self.start("-y", "-o", "a.mp4")
                 session.wait_for(r" [1-9]\d* frames")
                 session.press(key)
                 if number:
@@ -57,8 +57,9 @@ class ControlTest(ToolTest):
             session.process.send_signal(number)
         self.assertEqual(session.finish()[0], 130)
         index_size = os.path.getsize("a.mp4.index")
-        text = self.record("--pattern", "-o", "a.mp4", expect=1)
-        self.assertIn("a.mp4 is an unfinished recording", text)
+        for arguments in [], ["-y"], ["-y", "--no-index"], ["-y", "--index", "b.index"]:
+            text = self.record("--pattern", "-o", "a.mp4", *arguments, expect=1)
+            self.assertIn("a.mp4 is an unfinished recording", text)
         self.assertEqual(os.path.getsize("a.mp4.index"), index_size)
 
     def test_interrupt_while_a_server_does_not_answer(self):

@@ -19,7 +19,6 @@ REFUSALS = [
     (f"--pattern -o a.mp4 --meta a:{'x' * 125} --meta b:{'x' * 126}", "255 bytes"),
     (f"--pattern -o a.mp4 --also {'x' * 508}.flv", "511 bytes"),
     ("--pattern -o a.mp4 --also b.flv --also c.mkv --also d.mov --also e.avi", "at most three"),
-    ("--pattern -o a.mp4 --also b.MP4", "would write one index"),
     ("--pattern -o a.mp4 --also b.flv --also ./b.flv", "b.flv and --also ./b.flv are the same"),
     ("--input in.mp4 -o linked.mp4", "--input in.mp4 are the same"),
     ("--input in.mp4 -o file:in.mp4", "--input in.mp4 are the same"),
@@ -27,7 +26,7 @@ REFUSALS = [
     ("--pattern -o a.mp4 --also b.unheard", "--also b.unheard: no container"),
     ("--pattern -o a.flv --also b.mp4", "--also b.mp4: cannot hold the flv1"),
     ("--pattern -o a.webm", "-o a.webm: there is no encoder"),
-    ("--pattern -o a.mkv --index a.index", "only an .mp4 output has an index"),
+    ("--pattern -o a.mkv --index a.index", "only an MP4 or one of its kin"),
     ("--pattern -o a.mp4 --no-index --index a.index", "--index and --no-index"),
 ]
 

@@ -1,11 +1,12 @@
 """What a crash leaves is brought back, nothing else is touched, and what is said of it is true."""
+import fcntl
 import os
 import pathlib
 import re
 import signal
 
-from support import EMULATOR, Session
-from support import TOOL, Movie, ToolTest, judge
+from support import (EMULATOR, TOOL, Movie, Session, ToolTest, judge, native_only, read_index,
+                     run)
 
 PATTERN = ["--pattern", "--size", "160x96", "--fast"]
 
@@ -164,3 +165,101 @@ class RecoverTest(ToolTest):
         sizes = judge(*"ffprobe -v error -show_entries packet=size -of csv=p=0 b.mp4".split())
         self.assertEqual(len(re.findall(r"^1000000$", sizes, re.M)), counted)
         self.assertLess(counted, 4000)
+
+
+class SearchTest(ToolTest):
+    """Which files of a folder are taken for unfinished recordings."""
+
+    def make_broken(self, name="a.mp4", *arguments):
+        self.record(*PATTERN, "--duration", "2", "--keep-index", "-o", name, *arguments)
+        edit(name, without_trailer)
+
+    def test_kin_of_mp4(self):
+        """The recordings of today's library under each name, since the names are what counts here."""
+        self.make_broken("a.mp4")
+        movie, index = contents()["a.mp4"], contents()["a.mp4.index"]
+        outputs = {"a.mp4": "a.recovered.mp4"}
+        for name in ["b.mov", "c.M4V", "d.3gp", "no-ending", "unheard.ending"]:
+            pathlib.Path(name).write_bytes(movie)
+            pathlib.Path(name + ".index").write_bytes(index)
+            stem, ending = os.path.splitext(name)
+            known = len(ending) == 4
+            outputs[name] = f"{stem}.recovered{ending}" if known else f"{name}.recovered.mp4"
+        pathlib.Path("e.mkv").write_bytes(movie)  # by its name not ours
+        pathlib.Path("notes").write_bytes(b"of no kind")
+        pathlib.Path("notes.index").write_bytes(b"nor this")
+        pathlib.Path("alone").write_bytes(movie)  # looks like one of ours
+        found = {m["movie"]: m.get("output") for m in self.zeva_json("recover", expect=1)["movies"]}
+        self.assertEqual(found, outputs | {"alone": None})
+        for output in outputs.values():
+            self.assertEqual(Movie(output).frames, 60)
+        pathlib.Path("alone").unlink()
+        self.assertEqual({m["state"] for m in self.zeva_json("recover")["movies"]},
+                         {"recovered already"})
+
+    def test_default_index_of_every_kin(self):
+        for name in ["a.mp4", "b.mov", "c.m4a", "no-ending"]:
+            with self.subTest(name):
+                self.record(*PATTERN, "--duration", "1", "--keep-index", "-o", name)
+                self.assertIn(name + ".index", os.listdir("."))
+
+    def test_first_of_several_has_the_index(self):
+        self.record(*PATTERN, "--duration", "2", "--keep-index", "-o", "a.mkv", "--also", "b.mp4",
+                    "--also", "c.mp4")
+        self.assertEqual([n for n in os.listdir(".") if n.endswith("index")], ["b.mp4.index"])
+        lines = judge(*"ffprobe -v error -show_entries packet=size,pos -of csv=p=0 b.mp4".split())
+        held = {tuple(line.split(",")[:2]) for line in lines.split()}
+        told = [(str(size), str(position))
+                for position, _, size, *_ in read_index("b.mp4.index")[1]]
+        self.assertGreaterEqual(len(told), len(held) - 2)
+        self.assertLessEqual(set(told), held)
+
+    @native_only
+    def test_movie_that_may_not_be_read_is_named(self):
+        self.make_broken()
+        os.chmod("a.mp4", 0)
+        rights = "-dac_override,-dac_read_search"
+        for arguments in ["recover"], ["recover", "--list"], ["recover", "--json"]:
+            command = [TOOL, *arguments]
+            if os.getuid() == 0:
+                command = ["setpriv", f"--inh-caps={rights}", f"--bounding-set={rights}", *command]
+            done = run(command)
+            self.assertEqual(done.returncode, 1, done.stdout)
+            self.assertRegex(done.stdout, "a.mp4 cannot be opened")
+
+    def test_sound_alone_is_called_sound(self):
+        self.make_broken()
+        first = read_index("a.mp4.index")[1][0]
+        self.assertEqual(first[1], 1, "sound comes first")
+        edit("a.mp4", lambda data: data[:first[0] + first[2]])
+        text = self.zeva("repair", "a.mp4", "a.mp4.index", "-o", "b.mp4", expect=3)[0]
+        self.assertRegex(text, r"video h264.*: 0 of 60 packets")
+        self.assertRegex(text, r"audio aac.*: 1 of \d+ packets")
+        streams = self.zeva_json("recover", expect=3)["movies"][0]["repair"]["streams"]
+        self.assertEqual([(s["type"], s["recovered_packets"]) for s in streams],
+                         [("video", 0), ("audio", 1)])
+
+    @native_only
+    def test_locked_index_is_a_sign_of_life(self):
+        self.make_broken()
+        with open("a.mp4.index", "rb") as index:
+            fcntl.flock(index, fcntl.LOCK_EX)
+            for name in "a.mp4", "a.mp4.index":  # as if it stood still for long
+                os.utime(name, (1, 1))
+            left = contents()
+            self.assertIn("is being recorded right now", self.zeva("recover")[0])
+            self.assertEqual(contents(), left)
+        self.zeva("recover", expect=3)
+
+    @native_only
+    def test_paused_recording_is_alive_until_it_is_killed(self):
+        session = self.start("--pattern", "--size", "64x64", "-o", "a.mp4")
+        session.wait_for(r"[1-9]\.\d  \d+ frames")
+        session.press(b"p")
+        session.wait_for("paused")
+        for name in "a.mp4", "a.mp4.index":  # as if it stood still for long
+            os.utime(name, (1, 1))
+        self.assertIn("is being recorded right now", self.zeva("recover")[0])
+        session.process.kill()
+        session.finish()
+        self.assertIn("can be recovered", self.zeva("recover", "--list")[0])

@@ -76,7 +76,7 @@ class Movie:
         facts = json.loads(judge("ffprobe", "-v", "error", "-count_packets", "-show_streams",
                                  "-show_format", "-of", "json", path))
         self.tags = {k.lower(): v for k, v in facts["format"].get("tags", {}).items()}
-        self.duration = float(facts["format"]["duration"])
+        self.duration = float(facts["format"].get("duration", "nan"))  # a live stream has none
         streams = {stream["codec_type"]: stream for stream in facts["streams"]}
         self.video, self.audio = streams["video"], streams.get("audio")
         self.frames = int(self.video["nb_read_packets"])

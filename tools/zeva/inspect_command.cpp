@@ -2,6 +2,7 @@
 
 #include <CLI/CLI.hpp>
 
+#include "answers.h"
 #include "exit_status.h"
 #include "index_analysis.h"
 #include "inspect_text.h"
@@ -37,12 +38,8 @@ int run_inspect(const InspectOptions& options, Terminal& terminal) {
   IndexFacts facts;
   Status status = analyse_index(options.index, options.movie, facts);
   if (!status.ok()) return refuse(terminal, options.json, status, kExitFailure);
-  if (options.json) {
-    print_json(terminal.answers(), facts_json(facts));
-  } else {
-    fputs(facts_text(facts).c_str(), terminal.answers());
-  }
-  return facts.is_damaged() ? kExitPartly : kExitSuccess;
+  answer(terminal, options.json ? printed(facts_json(facts)) : facts_text(facts));
+  return finish_answers(terminal, facts.is_damaged() ? kExitPartly : kExitSuccess);
 }
 
 }  // namespace zeva_tool

@@ -1,5 +1,6 @@
 #include "json_text.h"
 
+#include "answers.h"
 #include "console_line.h"
 
 namespace zeva_tool {
@@ -51,10 +52,8 @@ Json movie_json(const IndexFacts& facts) {
 
 }  // namespace
 
-void print_json(FILE* stream, const Json& object) {
-  std::string text = object.dump(2, ' ', false, Json::error_handler_t::replace);
-  fprintf(stream, "%s\n", text.c_str());
-  fflush(stream);
+std::string printed(const Json& object) {
+  return object.dump(2, ' ', false, Json::error_handler_t::replace) + "\n";
 }
 
 int refuse(const Terminal& terminal, bool json, const Status& why, int exit_status) {
@@ -62,10 +61,10 @@ int refuse(const Terminal& terminal, bool json, const Status& why, int exit_stat
     Json object;
     object["error"] = why.sentence();
     object["exit_status"] = exit_status;
-    print_json(terminal.answers(), object);
+    answer(terminal, printed(object));
   }
   ConsoleLine(terminal).message(why.sentence());
-  return exit_status;
+  return finish_answers(terminal, exit_status);
 }
 
 double json_seconds(int64_t us) {

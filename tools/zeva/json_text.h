@@ -1,7 +1,6 @@
 // Answers for machines: one JSON object.
 #pragma once
 
-#include <cstdio>
 #include <nlohmann/json.hpp>
 #include <string>
 
@@ -11,8 +10,8 @@
 
 namespace zeva_tool {
 
-// Writes the object and a line feed. Bytes of names that are no UTF-8 are replaced.
-void print_json(FILE* stream, const nlohmann::ordered_json& object);
+// The object as text, with a line feed. Bytes of names that are no UTF-8 are replaced.
+std::string printed(const nlohmann::ordered_json& object);
 
 // Tells why a command did nothing: a line on the console, and a JSON object when `json` asks for
 // it. Returns `exit_status`.

@@ -2,9 +2,12 @@
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <exception>
+#include <new>
+#include <sstream>
 #include <string>
 #include <vector>
 
+#include "answers.h"
 #include "av.h"
 #include "exit_status.h"
 #include "inspect_command.h"
@@ -26,7 +29,19 @@ std::string version_text() {
          std::to_string(AV_VERSION_MICRO(version)) + ")";
 }
 
-int run(int argc, char** argv) {
+// Help and version are answers; everything else is a complaint.
+int explain(const CLI::App& app, const CLI::ParseError& error,
+            const zeva_tool::Terminal& terminal) {
+  std::ostringstream answers;
+  std::ostringstream complaints;
+  const bool wrong = app.exit(error, answers, complaints) != 0;
+  fputs(complaints.str().c_str(), terminal.console());
+  zeva_tool::answer(terminal, answers.str());
+  return zeva_tool::finish_answers(terminal,
+                                   wrong ? zeva_tool::kExitUsage : zeva_tool::kExitSuccess);
+}
+
+int run(int argc, char** argv, zeva_tool::Terminal& terminal) {
   CLI::App app{"Records pictures and sound with ZEVALib, and brings broken recordings back.",
                "zeva"};
   app.set_version_flag("--version", version_text(), "Print the version and exit");
@@ -48,9 +63,8 @@ int run(int argc, char** argv) {
   try {
     app.parse(arguments);
   } catch (const CLI::ParseError& error) {
-    return app.exit(error) == 0 ? zeva_tool::kExitSuccess : zeva_tool::kExitUsage;
+    return explain(app, error, terminal);
   }
-  zeva_tool::Terminal terminal;
   if (repair->parsed()) return zeva_tool::run_repair(repair_options, terminal);
   if (recover->parsed()) return zeva_tool::run_recover(recover_options, terminal);
   if (inspect->parsed()) return zeva_tool::run_inspect(inspect_options, terminal);
@@ -58,11 +72,25 @@ int run(int argc, char** argv) {
   return zeva_tool::run_record(record_options, terminal);
 }
 
+// What goes wrong anywhere is told where the user reads, also when standard error leads to a log.
+int run_guarded(int argc, char** argv) {
+  zeva_tool::Terminal terminal;
+  try {
+    return run(argc, argv, terminal);
+  } catch (const std::bad_alloc&) {
+    fputs("zeva: there is not enough memory\n", terminal.console());
+  } catch (const std::exception& error) {
+    fprintf(terminal.console(), "zeva: %s\n", error.what());
+  }
+  return zeva_tool::kExitFailure;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
+  zeva_tool::Terminal::occupy_standard_streams();
   try {
-    return run(argc, argv);
+    return run_guarded(argc, argv);
   } catch (const std::exception& error) {
     fprintf(stderr, "zeva: %s\n", error.what());
     return zeva_tool::kExitFailure;

@@ -1,8 +1,10 @@
 #include "movie_repair.h"
 
+#include <algorithm>
 #include <filesystem>
 #include <system_error>
 
+#include "av.h"
 #include "exit_status.h"
 #include "inspect_text.h"
 #include "json_text.h"
@@ -28,6 +30,32 @@ const char* result_word(const RepairOutcome& outcome) {
 void remove_useless_output(const RepairOutcome& outcome, bool was_there) {
   std::error_code error;
   if (outcome.packets() == 0 && !was_there) fs::remove(fs::u8path(outcome.paths.output), error);
+}
+
+// The kinds of the movie's streams; none when it cannot be opened.
+std::vector<bool> sound_streams(const std::string& movie) {
+  std::vector<bool> sound;
+  AVFormatContext* context = nullptr;
+  if (avformat_open_input(&context, ("file:" + movie).c_str(), nullptr, nullptr) < 0) return sound;
+  InputPtr owner(context);
+  for (unsigned i = 0; i < context->nb_streams; ++i) {
+    sound.push_back(context->streams[i]->codecpar->codec_type == AVMEDIA_TYPE_AUDIO);
+  }
+  return sound;
+}
+
+// A recording has one stream of a kind at most. The output lacks one that did not come back at all,
+// so that the others move up.
+std::vector<CountedStream> in_index_order(const IndexFacts& facts, const RepairOutcome& outcome) {
+  std::vector<CountedStream> ordered(facts.streams.size());
+  if (outcome.streams.empty()) return ordered;
+  std::vector<bool> sound = sound_streams(outcome.paths.output);
+  for (size_t i = 0; i < ordered.size(); ++i) {
+    auto found = std::find(sound.begin(), sound.end(), facts.streams[i].audio);
+    auto at = static_cast<size_t>(found - sound.begin());
+    if (found != sound.end() && at < outcome.streams.size()) ordered[i] = outcome.streams[at];
+  }
+  return ordered;
 }
 
 }  // namespace
@@ -59,7 +87,7 @@ RepairOutcome repair_movie(const RepairPaths& paths, const IndexFacts& facts, Te
             paths.output, [&bar](double share) { bar.update(share); }, outcome.streams)
             .sentence();
   }
-  outcome.streams.resize(facts.streams.size());
+  outcome.streams = in_index_order(facts, outcome);
   judge_repair(facts, outcome);
   remove_useless_output(outcome, was_there);
   return outcome;

@@ -68,9 +68,7 @@ CLI::App* add_mux_command(CLI::App& app, MuxOptions& options) {
   command->footer(std::string(kExamples) + kKeysAndExitHelp);
   add_source_options(*command, options);
   add_pcm_options(*command, options);
-  add_output_options(*command, options,
-                     "Main output: a file or an rtmp:// or rtsp:// URL; an existing file is "
-                     "replaced",
+  add_output_options(*command, options, "Main output: a file or an rtmp:// or rtsp:// URL",
                      "Further output, up to four times");
   add_message_options(*command, options);
   return command;

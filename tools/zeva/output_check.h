@@ -8,8 +8,8 @@
 
 namespace zeva_tool {
 
-// Whether the file (UTF-8 path) exists, holds something, and opens in the container that its name
-// promises, if that container can be read at all.
+// Whether the file (UTF-8 path, no FIFO or device) exists, holds something, and opens in the
+// container that its name promises, if that container can be read at all.
 Status check_movie_file(const std::string& path);
 
 // As above, and the movie is `length_us` long but for the tolerance; tells files that stopped

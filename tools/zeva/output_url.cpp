@@ -1,5 +1,7 @@
 #include "output_url.h"
 
+#include <algorithm>
+#include <array>
 #include <cstring>
 
 namespace zeva_tool {
@@ -32,6 +34,18 @@ AVOutputFormat* main_container(const std::string& url) {
 AVOutputFormat* further_container(const std::string& url) {
   return has_scheme(url, "rtmp") ? av_guess_format("flv", nullptr, nullptr)
                                  : av_guess_format(nullptr, url.c_str(), nullptr);
+}
+
+bool takes_index(const std::string& url) {
+  static const std::array<const char*, 7> family{"mp4", "mov", "ipod", "3gp", "3g2", "psp", "f4v"};
+  const AVOutputFormat* format = is_local_file(url) ? main_container(url) : nullptr;
+  return format && std::any_of(family.begin(), family.end(), [format](const char* name) {
+           return strcmp(format->name, name) == 0;
+         });
+}
+
+bool has_unknown_ending(const std::string& url) {
+  return av_guess_format(nullptr, url.c_str(), nullptr) == nullptr;
 }
 
 OutputCodecs main_codecs(const std::string& url) {

@@ -33,7 +33,7 @@ void add_source_options(CLI::App& command, RecordOptions& o) {
 void add_outputs(CLI::App& command, RecordOptions& o) {
   add_output_options(command, o,
                      "Main output: a file or an rtmp:// or rtsp:// URL. "
-                     "It decides the codecs; an existing file is replaced",
+                     "It decides the codecs",
                      "Further output, up to three times");
   command.add_option("--timeout", o.timeout_s, "Network time-out")
       ->type_name("SEC")

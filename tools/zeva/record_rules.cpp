@@ -114,16 +114,6 @@ Status check_further_outputs(const RecordOptions& o) {
   return {};
 }
 
-// Every .mp4 output would write the index.
-Status check_one_index(const RecordOptions& o) {
-  auto urls = output_urls(o);
-  auto mp4_count = std::count_if(urls.begin(), urls.end(),
-                                 [](const std::string& url) { return has_ending(url, ".mp4"); });
-  if (mp4_count <= 1 || o.no_index) return {};
-  return Status("--also: two .mp4 outputs would write one index, which would be useless: add " +
-                std::string("--no-index or choose another container for one of them"));
-}
-
 Status check_session(const RecordOptions& o) {
   return check_session_options(o, kLimits, {{"--input", o.input}});
 }
@@ -140,7 +130,7 @@ bool wants_audio(const RecordOptions& o) {
 
 Status check_record_options(const RecordOptions& options) {
   for (auto check : {check_source, check_names, check_rate_control, check_size, check_session,
-                     check_streams, check_one_index, check_encoders, check_further_outputs}) {
+                     check_streams, check_encoders, check_further_outputs}) {
     Status status = check(options);
     if (!status.ok()) return status;
   }

@@ -37,7 +37,9 @@ RecordingResult Recorder::run() {
   recording.stop();
   result.opened = begun && recording.outputs_opened();
   status_line.clear();
+  show_new_reports();
   result.failures = inbox.failures();
+  result.notices = inbox.notices();
   return result;
 }
 
@@ -145,7 +147,7 @@ void Recorder::toggle_pause() {
 }
 
 bool Recorder::must_stop() {
-  report_new_failures();
+  show_new_reports();
   size_t enough = recording.one_failure_ends_all() ? 1 : output_count;
   return quit || Terminal::stop_requested() || inbox.failure_count() >= enough;
 }
@@ -157,13 +159,22 @@ void Recorder::show_progress() {
   status_line.update(result.progress);
 }
 
+void Recorder::show_new_reports() {
+  bool ends_all = output_count == 1 || recording.one_failure_ends_all();
+  if (!ends_all) show_new_failures();  // otherwise the end will tell
+  if (inbox.notice_count() == notices_shown) return;
+  std::vector<Report> notices = inbox.notices();
+  for (; notices_shown < notices.size(); ++notices_shown) {
+    status_line.message("warning: " + notices[notices_shown].text);
+  }
+}
+
 // A broken output is told at once, while the others go on.
-void Recorder::report_new_failures() {
-  if (inbox.failure_count() == failures_reported || output_count == 1) return;
-  if (recording.one_failure_ends_all()) return;  // the end will tell
-  std::vector<Failure> failures = inbox.failures();
-  for (; failures_reported < failures.size(); ++failures_reported) {
-    status_line.message("an output failed: " + failures[failures_reported].text);
+void Recorder::show_new_failures() {
+  if (inbox.failure_count() == failures_shown) return;
+  std::vector<Report> failures = inbox.failures();
+  for (; failures_shown < failures.size(); ++failures_shown) {
+    status_line.message("an output failed: " + failures[failures_shown].text);
   }
 }
 

@@ -31,7 +31,8 @@ struct RecordingResult {
   std::string refusal;  // why the library took no more before the source was at its end
   int64_t pieces = 0;
   Progress progress;
-  std::vector<Failure> failures;
+  std::vector<Report> failures;
+  std::vector<Report> notices;  // reports that ended nothing
 };
 
 class Recorder {
@@ -56,7 +57,8 @@ class Recorder {
   void toggle_pause();
   bool must_stop();
   void show_progress();
-  void report_new_failures();
+  void show_new_reports();
+  void show_new_failures();
 
   Recording& recording;
   const RecordingPace pace;
@@ -69,7 +71,8 @@ class Recorder {
   RecordingStreams streams;
   PictureGrid grid;
   RecordingResult result;
-  size_t failures_reported = 0;
+  size_t failures_shown = 0;
+  size_t notices_shown = 0;
   bool quit = false;
   int64_t base_us = 0;  // host time of movie time 0, moved on by every pause
   int64_t pause_from_us = 0;

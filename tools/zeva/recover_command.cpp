@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <vector>
 
+#include "answers.h"
 #include "exit_status.h"
 #include "json_text.h"
 #include "movie_repair.h"
@@ -16,14 +17,11 @@ namespace {
 using State = RecoveryPlan::State;
 
 constexpr const char* kFooter =
-    "Looks at every .mp4 of the folder that has no trailer. Its index is beside it: "
-    "movie.mp4.index\n"
-    "or movie.index. movie.mp4 is recovered into movie.recovered.mp4. Nothing is ever overwritten "
-    "or\n"
-    "deleted: a movie that is recovered already is left alone, and if its recovery was cut short "
-    "the\n"
-    "new one is movie.recovered-2.mp4. A movie that is being recorded right now is left alone "
-    "too.\n"
+    "Looks at every MP4 of the folder that has no trailer, and at its kin such as .mov, .m4v and\n"
+    ".m4a. Its index is beside it: movie.mp4.index or movie.index. movie.mp4 is recovered into\n"
+    "movie.recovered.mp4. Nothing is ever overwritten or deleted: a movie that is recovered\n"
+    "already is left alone, and if its recovery was cut short the new one is\n"
+    "movie.recovered-2.mp4. A movie that is being recorded right now is left alone too.\n"
     "\n"
     "Ctrl-C ends early; the movie at work becomes a finished, shorter one.\n"
     "\n"
@@ -31,15 +29,13 @@ constexpr const char* kFooter =
     "  zeva recover\n"
     "  zeva recover --list /media/recordings\n"
     "\n"
-    "Exit status: that of the worst movie. 0 when nothing had to be recovered or all that the "
-    "files\n"
-    "hold came back, 1 when a movie could not be recovered at all, 2 for wrong usage, 3 when some "
-    "is\n"
-    "lost: the summary says what and why. What the crash took along before it reached the disk, "
-    "at\n"
-    "most the last moment, is in neither file. With --list only a folder that cannot be read "
-    "makes\n"
-    "it 1.\n";
+    "Exit status: that of the worst movie. 0 when nothing had to be recovered or all that the\n"
+    "files hold came back, 1 when a movie could not be recovered at all or not be read, 2 for "
+    "wrong\n"
+    "usage, 3 when some is lost: the summary says what and why. What the crash took along before "
+    "it\n"
+    "reached the disk, at most the last moment, is in neither file. With --list only a folder or\n"
+    "movie that cannot be read makes it 1.\n";
 
 // From what is well to what is lost.
 int worse(int a, int b) {
@@ -60,10 +56,10 @@ class Recovery {
       name_columns = std::max(name_columns, column_count(plan.movie.path));
     }
     for (const RecoveryPlan& plan : plans) say(plan_text(plan, name_columns) + "\n");
-    if (plans.empty()) say("every .mp4 of " + options.folder + " is finished\n");
+    if (plans.empty()) say("every movie of " + options.folder + " is finished\n");
     for (const RecoveryPlan& plan : plans) settle(plan);
     if (options.json) print_summary();
-    return exit_status;
+    return finish_answers(terminal, exit_status);
   }
 
  private:
@@ -75,6 +71,7 @@ class Recovery {
         exit_status = worse(exit_status, kExitFailure);
       }
     }
+    if (plan.state == State::kUnreadable) exit_status = worse(exit_status, kExitFailure);
     results.push_back(json);
   }
 
@@ -93,8 +90,7 @@ class Recovery {
 
   void say(const std::string& text) {
     if (options.json) return;
-    fputs(text.c_str(), terminal.answers());
-    fflush(terminal.answers());
+    answer(terminal, text);
   }
 
   void print_summary() {
@@ -102,7 +98,7 @@ class Recovery {
     json["folder"] = options.folder;
     json["movies"] = results;
     json["exit_status"] = exit_status;
-    print_json(terminal.answers(), json);
+    answer(terminal, printed(json));
   }
 
   const RecoverOptions& options;

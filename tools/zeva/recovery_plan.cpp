@@ -62,6 +62,7 @@ std::string state_text(const RecoveryPlan& plan) {
       return "is what an interrupted recovery left; it may be deleted";
     case State::kNoIndex:
       return "no index beside it; cannot be recovered";
+    case State::kUnreadable:
     case State::kHopeless:
       return plan.reason;
   }
@@ -80,6 +81,8 @@ const char* state_word(State state) {
       return "leftover";
     case State::kNoIndex:
       return "no index";
+    case State::kUnreadable:
+      return "unreadable";
     case State::kHopeless:
       return "hopeless";
   }
@@ -94,6 +97,11 @@ RecoveryPlan plan_recovery(const UnfinishedMovie& movie) {
   std::error_code error;
   uintmax_t bytes = fs::file_size(fs::u8path(movie.path), error);
   plan.bytes = error ? 0 : static_cast<int64_t>(bytes);
+  if (!movie.unreadable.empty()) {
+    plan.state = State::kUnreadable;
+    plan.reason = movie.unreadable;
+    return plan;
+  }
   if (movie.index.empty()) {
     plan.state = movie.is_recovery ? State::kLeftover : State::kNoIndex;
     return plan;
@@ -124,7 +132,8 @@ nlohmann::ordered_json plan_json(const RecoveryPlan& plan) {
   json["bytes"] = plan.bytes;
   if (!plan.movie.index.empty()) json["index"] = plan.movie.index;
   json["state"] = state_word(plan.state);
-  if (plan.state == State::kHopeless) json["reason"] = plan.reason;
+  bool has_reason = plan.state == State::kUnreadable || plan.state == State::kHopeless;
+  if (has_reason) json["reason"] = plan.reason;
   if (!plan.output.empty()) json["output"] = plan.output;
   json["duration_seconds"] = json_seconds(plan.facts.duration_us());
   json["recoverable_seconds"] = json_seconds(plan.facts.held_duration_us());

@@ -16,6 +16,7 @@ struct RecoveryPlan {
     kGrowing,    // being recorded right now
     kLeftover,   // itself a recovery that was cut short
     kNoIndex,
+    kUnreadable,
     kHopeless,  // there is an index, but nothing can come of it
   };
 
@@ -24,7 +25,7 @@ struct RecoveryPlan {
   IndexFacts facts;
   int64_t bytes = 0;
   std::string output;  // to be made, or made before
-  std::string reason;  // why it is hopeless
+  std::string reason;  // why it is hopeless or unreadable
 };
 
 RecoveryPlan plan_recovery(const UnfinishedMovie& movie);

@@ -4,10 +4,13 @@
 #include <filesystem>
 #include <system_error>
 
+#include "answers.h"
 #include "exit_status.h"
+#include "file_check.h"
 #include "index_analysis.h"
 #include "json_text.h"
 #include "movie_repair.h"
+#include "output_guard.h"
 #include "output_url.h"
 
 namespace fs = std::filesystem;
@@ -17,7 +20,10 @@ namespace {
 
 constexpr const char* kFooter =
     "Ctrl-C ends the repair early; what was recovered so far becomes a finished, shorter movie. A\n"
-    "second Ctrl-C ends the program at once. The broken movie and its index are only read.\n"
+    "second Ctrl-C ends the program at once. The broken movie and its index are only read. An "
+    "output\n"
+    "that exists already is replaced when the answer to the question is y, or with -y; without a\n"
+    "terminal to ask on it is refused.\n"
     "\n"
     "Example:\n"
     "  zeva repair movie.mp4 movie.mp4.index -o whole.mp4\n"
@@ -49,9 +55,6 @@ Status check_output(const RepairOptions& options) {
   std::error_code error;
   fs::path output = fs::u8path(local_path(options.output));
   if (fs::is_directory(output, error)) return Status(options.output + " is a folder");
-  if (fs::exists(output, error) && !options.force) {
-    return Status(options.output + " exists already; --force replaces it");
-  }
   fs::path folder = output.parent_path();
   if (folder.empty() || fs::is_directory(folder, error)) return {};
   return Status("the folder of " + options.output + " does not exist");
@@ -72,7 +75,7 @@ CLI::App* add_repair_command(CLI::App& app, RepairOptions& options) {
   command->add_option("-o,--output", options.output, "The movie to make; its name decides its kind")
       ->type_name("OUT")
       ->required();
-  command->add_flag("--force", options.force, "Replace an existing output");
+  command->add_flag("-y,--yes,--force", options.replace, "Replace an existing file without asking");
   command->add_flag("--json", options.json, "One JSON object on standard output");
   command->add_option("--log", options.log, "Append the library's messages to this file")
       ->type_name("FILE");
@@ -82,21 +85,21 @@ CLI::App* add_repair_command(CLI::App& app, RepairOptions& options) {
 int run_repair(const RepairOptions& options, Terminal& terminal) {
   Status status = check_usage(options);
   if (!status.ok()) return refuse(terminal, options.json, status, kExitUsage);
+  terminal.catch_signals();
   IndexFacts facts;
   status = analyse_index(options.index, options.broken, facts);
   if (status.ok()) status = check_output(options);
   if (status.ok()) status = Status(why_hopeless(facts));
+  if (status.ok()) {
+    status = guard_outputs({{local_path(options.output)}, "", options.replace, true}, terminal);
+  }
   if (status.ok()) status = quiet_libraries(options.log, terminal);
   if (!status.ok()) return refuse(terminal, options.json, status, kExitFailure);
-  terminal.catch_signals();
   RepairOutcome outcome =
       repair_movie({options.broken, options.index, local_path(options.output)}, facts, terminal);
-  if (options.json) {
-    print_json(terminal.answers(), outcome_json(facts, outcome));
-  } else {
-    fputs(outcome_text(facts, outcome).c_str(), terminal.answers());
-  }
-  return outcome.exit_status;
+  answer(terminal,
+         options.json ? printed(outcome_json(facts, outcome)) : outcome_text(facts, outcome));
+  return finish_answers(terminal, outcome.exit_status);
 }
 
 }  // namespace zeva_tool

@@ -15,7 +15,7 @@ struct RepairOptions {
   std::string broken;
   std::string index;
   std::string output;
-  bool force = false;
+  bool replace = false;
   bool json = false;
   std::string log;
 };

@@ -10,6 +10,7 @@ namespace fs = std::filesystem;
 namespace zeva_tool {
 namespace {
 
+constexpr size_t kMostReports = 16;
 constexpr int64_t kLookAgainUs = 20000;  // the end of a repair wakes nobody
 
 // FFmpeg would take what stands before a colon in a bare file name for a protocol.
@@ -19,6 +20,12 @@ std::string protocol_free(const std::string& path) {
 }
 
 }  // namespace
+
+// Room is made beforehand, so that a report of missing memory needs none.
+RepairJob::RepairJob(Terminal& the_terminal, ProgressBar& the_bar)
+    : terminal(the_terminal), bar(the_bar) {
+  failures.reserve(kMostReports);
+}
 
 RepairRun RepairJob::run(const RepairPaths& paths) {
   void* repair = ZEVA_StartRepair_Async(paths.broken.c_str(), paths.index.c_str(),
@@ -40,15 +47,16 @@ RepairRun RepairJob::run(const RepairPaths& paths) {
 // for one that is over.
 bool RepairJob::is_over(void* repair) const { return reported && !ZEVA_Repair_IsRunning(repair); }
 
-void RepairJob::receive(double progress, int code, const char* message, void* user) {
+void RepairJob::receive(double progress, int code, const char* message, void* user) noexcept {
   auto* job = static_cast<RepairJob*>(user);
   job->share = progress;
-  if (code != 0) {
-    std::string text = message && *message ? message : "no reason given";
-    std::lock_guard<std::mutex> lock(job->mutex);
-    job->failures.push_back({code, text + " (code " + std::to_string(code) + ")"});
-  }
+  if (code != 0) job->put(make_report(code, message));
   job->reported = true;
+}
+
+void RepairJob::put(Report report) {
+  std::lock_guard<std::mutex> lock(mutex);
+  if (failures.size() < kMostReports) failures.push_back(std::move(report));
 }
 
 }  // namespace zeva_tool

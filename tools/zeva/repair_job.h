@@ -20,19 +20,20 @@ struct RepairPaths {
 
 struct RepairRun {
   bool stopped_by_user = false;
-  std::vector<Failure> failures;  // the library's own reports
+  std::vector<Report> failures;  // the library's own reports
 };
 
 class RepairJob {
  public:
   // Both must outlive the job.
-  RepairJob(Terminal& the_terminal, ProgressBar& the_bar) : terminal(the_terminal), bar(the_bar) {}
+  RepairJob(Terminal& the_terminal, ProgressBar& the_bar);
 
   // Blocks until the output is finished. Once, on the main thread.
   RepairRun run(const RepairPaths& paths);
 
  private:
-  static void receive(double progress, int code, const char* message, void* user);
+  static void receive(double progress, int code, const char* message, void* user) noexcept;
+  void put(Report report);
   bool is_over(void* repair) const;
 
   Terminal& terminal;
@@ -41,7 +42,7 @@ class RepairJob {
   std::atomic<double> share{0};
   std::atomic<bool> reported{false};
   std::mutex mutex;
-  std::vector<Failure> failures;  // guarded by mutex
+  std::vector<Report> failures;  // guarded by mutex
 };
 
 }  // namespace zeva_tool

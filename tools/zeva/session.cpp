@@ -6,7 +6,8 @@
 #include <vector>
 
 #include "exit_status.h"
-#include "output_check.h"
+#include "file_check.h"
+#include "output_guard.h"
 #include "output_url.h"
 #include "recorder.h"
 #include "session_verdict.h"
@@ -55,28 +56,23 @@ Status check_folders(const SessionOptions& options) {
   return {};
 }
 
-bool file_exists(const std::string& path) {
-  std::error_code error;
-  return !path.empty() && fs::exists(fs::u8path(path), error);
-}
+bool file_exists(const std::string& path) { return !path.empty() && regular_file_bytes(path) >= 0; }
 
-// An index beside an unfinished movie is all that can bring that movie back.
-Status check_no_broken_recording(const SessionOptions& options) {
-  std::string index = index_path(options);
-  if (!file_exists(index)) return {};
-  for (const std::string& url : output_urls(options)) {
-    if (!is_local_file(url) || !has_ending(url, ".mp4")) continue;
-    if (!file_exists(local_path(url)) || check_movie_file(local_path(url)).ok()) continue;
-    return Status(url + " is an unfinished recording that its index " + index +
-                  " can still bring back: let `zeva recover` do so, then move both away");
+Status guard(const Session& session, Terminal& terminal) {
+  GuardedOutputs outputs;
+  outputs.index = index_path(session.options);
+  outputs.replace = session.options.replace;
+  outputs.may_ask = !session.stdin_is_data;
+  for (const std::string& url : output_urls(session.options)) {
+    if (is_local_file(url)) outputs.paths.push_back(local_path(url));
   }
-  return {};
+  return guard_outputs(outputs, terminal);
 }
 
 Status open(const Session& session, Terminal& terminal) {
-  Status status = set_up_log(session.options, terminal);
-  if (status.ok()) status = check_folders(session.options);
-  if (status.ok()) status = check_no_broken_recording(session.options);
+  Status status = check_folders(session.options);
+  if (status.ok()) status = guard(session, terminal);
+  if (status.ok()) status = set_up_log(session.options, terminal);
   if (status.ok()) status = session.source.open();
   if (status.ok()) status = session.recording.prepare();
   return status;
@@ -93,6 +89,7 @@ void report_success(const RecordingResult& result, size_t outputs, StatusLine& l
   }
   line.message(text + ", " + std::to_string(outputs) + " output" + (outputs == 1 ? "" : "s") +
                " finished");
+  for (const std::string& doubt : recording_doubts(result)) line.message("warning: " + doubt);
 }
 
 // The index goes when the movie is finished, and also when nothing was recorded that it could help
@@ -100,7 +97,7 @@ void report_success(const RecordingResult& result, size_t outputs, StatusLine& l
 void settle_index(const SessionOptions& options, const RecordingResult& result, bool finished,
                   bool was_there, StatusLine& line) {
   std::string index = index_path(options);
-  if (!file_exists(index)) return;
+  if (!file_exists(index) || lacks_index(result)) return;
   if (finished ? !options.keep_index : result.pieces == 0 && !was_there) {
     std::error_code error;
     fs::remove(fs::u8path(index), error);
@@ -137,8 +134,10 @@ int run_session(const Session& session, Terminal& terminal, StatusLine& line) {
   std::vector<std::string> faults =
       recording_faults(urls, result, session.recording.one_failure_ends_all());
   for (const std::string& fault : session.source.faults()) faults.push_back(fault);
+  const bool finished = faults.empty();
+  for (const std::string& fault : encoding_faults(result)) faults.push_back(fault);
   for (const std::string& fault : faults) line.message(fault);
-  settle_index(options, result, faults.empty(), index_was_there, line);
+  settle_index(options, result, finished, index_was_there, line);
   if (!faults.empty()) return kExitFailure;
   report_success(result, urls.size(), line);
   return kExitSuccess;

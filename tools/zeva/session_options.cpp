@@ -16,6 +16,10 @@ const char* const kKeysAndExitHelp =
     "Keys while recording from a terminal: p pauses and resumes, q stops. Ctrl-C stops too; the\n"
     "movie is finished in every case. A second Ctrl-C ends the program at once.\n"
     "\n"
+    "An output that exists already is replaced when the answer to the question is y, or with -y;\n"
+    "without a terminal to ask on it is refused. An unfinished recording that `zeva recover` can\n"
+    "still bring back is never replaced.\n"
+    "\n"
     "Exit status: 0 when every output was finished, 1 when something failed, 2 for wrong usage.\n";
 
 CLI::Validator int_in_range(int min, int max) { return CLI::Range(min, max).description(""); }
@@ -43,13 +47,16 @@ void add_output_options(CLI::App& command, SessionOptions& o, const char* main_h
       ->allow_extra_args(false)
       ->group(kOutputs);
   command
-      .add_option("--index", o.index,
-                  "Crash-safe index of the .mp4 output (default: its name and .index)")
+      .add_option(
+          "--index", o.index,
+          "Crash-safe index of the first output that is an MP4 or one of its kin, such as .mov "
+          "or .m4a (default: its name and .index)")
       ->type_name("PATH")
       ->group(kOutputs);
   command.add_flag("--no-index", o.no_index, "Write no index")->group(kOutputs);
   command.add_flag("--keep-index", o.keep_index, "Keep the index of a finished movie")
       ->group(kOutputs);
+  command.add_flag("-y,--yes", o.replace, "Replace existing files without asking")->group(kOutputs);
   command.add_option("--meta", o.meta, "Metadata item key:value, repeatable")
       ->type_name("K:V")
       ->allow_extra_args(false)
@@ -78,7 +85,7 @@ std::string index_path(const SessionOptions& options) {
   if (options.no_index) return {};
   if (!options.index.empty()) return options.index;
   for (const std::string& url : output_urls(options)) {
-    if (is_local_file(url) && has_ending(url, ".mp4")) return local_path(url) + ".index";
+    if (takes_index(url)) return local_path(url) + ".index";
   }
   return {};
 }

@@ -21,6 +21,7 @@ struct SessionOptions {
   std::string index;
   bool no_index = false;
   bool keep_index = false;
+  bool replace = false;  // existing files, without asking
   std::vector<std::string> meta;
 
   std::string log;

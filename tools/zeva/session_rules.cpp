@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <array>
 
+#include "file_check.h"
 #include "output_url.h"
-#include "terminal.h"
 
 namespace zeva_tool {
 namespace {
@@ -50,10 +50,8 @@ Status check_index(const SessionOptions& o, const SessionLimits& limits) {
   if (o.no_index && o.keep_index)
     return Status("--keep-index and --no-index contradict each other");
   auto urls = output_urls(o);
-  bool has_mp4 = std::any_of(urls.begin(), urls.end(),
-                             [](const std::string& url) { return has_ending(url, ".mp4"); });
-  if (!has_mp4 && !o.index.empty()) {
-    return Status("--index: only an .mp4 output has an index, and there is none");
+  if (!o.index.empty() && std::none_of(urls.begin(), urls.end(), takes_index)) {
+    return Status("--index: only an MP4 or one of its kin has an index, and no output is one");
   }
   if (index_path(o).size() > limits.index_bytes) {
     return Status("--index: the path is longer than " + std::to_string(limits.index_bytes) +

@@ -1,12 +1,18 @@
 #include "session_verdict.h"
 
+#include <algorithm>
 #include <set>
+#include <utility>
 
+#include "file_check.h"
 #include "output_check.h"
 #include "output_url.h"
+#include "zeva/status.h"
 
 namespace zeva_tool {
 namespace {
+
+using Sentences = std::vector<std::string>;
 
 constexpr int kMainOutputNotOpened = 11;  // ZEVA_status_callback
 // Encoders hold back a little at both ends, and sound is cut into whole frames.
@@ -18,85 +24,112 @@ std::string first_reason(const RecordingResult& result) {
   return result.refusal.empty() ? "" : ": " + result.refusal;
 }
 
-std::string failed_name(const std::vector<std::string>& urls, const Failure& failure) {
+// The output that a report is about; empty when it does not say.
+std::string failed_name(const std::vector<std::string>& urls, const Report& failure) {
   for (const std::string& url : urls) {
     if (failure.text.find("'" + url + "'") != std::string::npos) return url;
   }
   bool is_main = urls.size() == 1 || failure.code == kMainOutputNotOpened;
-  return is_main ? urls.front() : "an output";
+  return is_main ? urls.front() : "";
 }
 
-// Of packets: the outputs that were cut are named, and ended the others.
-std::vector<std::string> find_cut_outputs(const std::vector<std::string>& urls,
-                                          const RecordingResult& result) {
-  std::vector<std::string> faults;
+bool can_be_checked(const std::string& url) {
+  return is_local_file(url) && !is_special_file(local_path(url));
+}
+
+Status check_output(const std::string& url, const RecordingResult& result, bool of_packets) {
+  if (!of_packets && result.failures.empty()) return check_movie_file(local_path(url));
+  int64_t tolerance_us = of_packets ? kPacketsHoldBackUs : kEncodersHoldBackUs;
+  return check_movie_length(local_path(url), result.progress.movie_us, tolerance_us);
+}
+
+// The one output that nobody can look at, or no particular one.
+std::string suspect(const std::vector<std::string>& urls) {
+  auto unseen = [](const std::string& url) { return !can_be_checked(url); };
+  bool one = std::count_if(urls.begin(), urls.end(), unseen) == 1;
+  return one ? *std::find_if(urls.begin(), urls.end(), unseen) : "one of the outputs";
+}
+
+Sentences find_faults(const std::vector<std::string>& urls, const RecordingResult& result,
+                      bool of_packets) {
+  Sentences faults;
   std::set<std::string> named;
-  for (const Failure& failure : result.failures) {
+  for (const Report& failure : result.failures) {
     std::string name = failed_name(urls, failure);
+    if (name.empty() || !named.insert(name).second) continue;
     faults.push_back(name + " failed: " + failure.text);
-    named.insert(name);
   }
   for (const std::string& url : urls) {
-    if (!is_local_file(url) || named.count(url) > 0) continue;
-    Status status =
-        check_movie_length(local_path(url), result.progress.movie_us, kPacketsHoldBackUs);
+    if (!can_be_checked(url) || named.count(url) > 0) continue;
+    Status status = check_output(url, result, of_packets);
     if (status.ok()) continue;
     faults.push_back(url + " was not finished" + first_reason(result) + "; " + status.sentence());
   }
-  return faults;
-}
-
-std::vector<std::string> find_faults(const std::vector<std::string>& urls,
-                                     const RecordingResult& result) {
-  std::vector<std::string> faults;
-  std::vector<std::string> unseen;
-  bool failed = !result.failures.empty();
-  std::string reason = first_reason(result);
-  for (const std::string& url : urls) {
-    if (!is_local_file(url)) {
-      unseen.push_back(url);
-      continue;
-    }
-    Status status =
-        failed ? check_movie_length(local_path(url), result.progress.movie_us, kEncodersHoldBackUs)
-               : check_movie_file(local_path(url));
-    if (!status.ok())
-      faults.push_back(url + " was not finished" + reason + "; " + status.sentence());
-  }
-  if (failed && faults.empty()) {
-    std::string name = urls.size() == 1     ? urls.front()
-                       : unseen.size() == 1 ? unseen.front()
-                                            : "one of the outputs";
-    faults.push_back(name + " failed" + reason);
+  if (faults.empty() && !result.failures.empty()) {
+    faults.push_back(suspect(urls) + " failed" + first_reason(result));
   }
   return faults;
 }
 
-std::vector<std::string> opening_faults(const std::vector<std::string>& urls,
-                                        const RecordingResult& result, bool of_packets) {
-  std::vector<std::string> faults;
+Sentences opening_faults(const std::vector<std::string>& urls, const RecordingResult& result,
+                         bool of_packets) {
+  Sentences faults;
   std::string hint = of_packets ? "; some encoded pictures must come before they are known" : "";
   // Packets may have gone to it already, unseen: the text tells.
   std::string what = of_packets ? " failed: " : " could not be opened: ";
-  for (const Failure& failure : result.failures) {
-    faults.push_back(failed_name(urls, failure) + what + failure.text);
+  for (const Report& failure : result.failures) {
+    std::string name = failed_name(urls, failure);
+    faults.push_back((name.empty() ? "an output" : name) + what + failure.text);
   }
   if (faults.empty()) faults.emplace_back("stopped before the outputs were open" + hint);
   return faults;
 }
 
+// The sentences of those codes that were reported.
+Sentences told_of(const RecordingResult& result,
+                  const std::vector<std::pair<int, const char*>>& sentences) {
+  Sentences told;
+  for (const auto& [code, sentence] : sentences) {
+    for (const Report& notice : result.notices) {
+      if (notice.code != code) continue;
+      told.emplace_back(sentence);
+      break;
+    }
+  }
+  return told;
+}
+
 }  // namespace
 
-std::vector<std::string> recording_faults(const std::vector<std::string>& urls,
-                                          const RecordingResult& result, bool of_packets) {
+Sentences recording_faults(const std::vector<std::string>& urls, const RecordingResult& result,
+                           bool of_packets) {
   if (!result.opened) return opening_faults(urls, result, of_packets);
   if (result.pieces == 0 && !result.stopped_by_user && result.failures.empty()) {
     return {"the source brought nothing to record"};
   }
-  if (!of_packets) return find_faults(urls, result);
-  std::vector<std::string> faults = find_cut_outputs(urls, result);
-  if (faults.empty() && !result.refusal.empty()) faults.push_back(result.refusal);
+  Sentences faults = find_faults(urls, result, of_packets);
+  if (of_packets && faults.empty() && !result.refusal.empty()) faults.push_back(result.refusal);
   return faults;
+}
+
+Sentences encoding_faults(const RecordingResult& result) {
+  return told_of(
+      result, {{kZevaStatusPictureRefused, "the outputs lack pictures: the encoder refused them"},
+               {kZevaStatusSoundRefused, "the outputs lack sound: the encoder refused it"}});
+}
+
+bool lacks_index(const RecordingResult& result) {
+  return !told_of(result, {{kZevaStatusIndexMissing, ""}}).empty();
+}
+
+Sentences recording_doubts(const RecordingResult& result) {
+  return told_of(
+      result,
+      {{kZevaStatusIndexMissing, "there was no index: a crash would have lost the movie"},
+       {kZevaStatusIndexFailing, "the index has a hole: a crash would have lost part of the movie"},
+       {kZevaStatusSyncFailing,
+        "the disk did not confirm all it was given: a power failure would "
+        "have lost part of the movie"}});
 }
 
 }  // namespace zeva_tool

@@ -1,4 +1,4 @@
-// What went wrong with the outputs of a recording.
+// What became of a recording.
 #pragma once
 
 #include <string>
@@ -8,10 +8,21 @@
 
 namespace zeva_tool {
 
-// A sentence for every output that is not what it should be; empty when all were finished. Of
-// frames the reports do not say which output they are about; the files do. Of packets they name it,
-// but the others end with it, and packets may be dropped: each file must reach the recording's end.
+// A sentence for every output that is not what it should be; empty when all were finished. A report
+// that names its output in quotes is believed; for others the files tell. When packets are recorded
+// the other outputs end with one that fails, and packets may be dropped: each file must reach the
+// recording's end.
 std::vector<std::string> recording_faults(const std::vector<std::string>& urls,
                                           const RecordingResult& result, bool of_packets);
+
+// A sentence for pictures and one for sound that the outputs lack since the encoder refused them.
+std::vector<std::string> encoding_faults(const RecordingResult& result);
+
+// Whether the library could make no index, so that a file of its name is not the recording's.
+bool lacks_index(const RecordingResult& result);
+
+// A sentence for everything that is wrong with the recording's safety although its outputs are
+// whole.
+std::vector<std::string> recording_doubts(const RecordingResult& result);
 
 }  // namespace zeva_tool

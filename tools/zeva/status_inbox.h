@@ -8,27 +8,43 @@
 
 namespace zeva_tool {
 
-struct Failure {
+struct Report {
   int code;
   std::string text;  // the library's, with the code
+  bool operator==(const Report& other) const { return code == other.code && text == other.text; }
 };
+
+using Failure = Report;  // one that ended an output, the recording or the repair
+
+// Of what a callback was given.
+Report make_report(int code, const char* message) noexcept;
 
 class StatusInbox {
  public:
+  StatusInbox();
+
   // A ZEVA_status_callback; `user` is the inbox. Wakes the terminal.
-  static void receive(int code, const char* message, void* user);
+  static void receive(int code, const char* message, void* user) noexcept;
 
   bool opened() const;
   bool opening_decided() const;  // opened or failed
 
-  // All failures reported so far.
-  std::vector<Failure> failures() const;
+  // The reports so far that ended an output or the whole recording.
+  std::vector<Report> failures() const;
   size_t failure_count() const;
 
+  // Those that ended nothing, each of them once however often it came.
+  std::vector<Report> notices() const;
+  size_t notice_count() const;
+
  private:
+  void put(Report report);
+
   mutable std::mutex mutex;
+  // Guarded by mutex:
   bool is_open = false;
-  std::vector<Failure> reported;
+  std::vector<Report> reported;
+  std::vector<Report> noticed;
 };
 
 }  // namespace zeva_tool

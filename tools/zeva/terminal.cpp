@@ -2,8 +2,8 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cctype>
 #include <cerrno>
-#include <cstdlib>
 #include <filesystem>
 #include <system_error>
 
@@ -13,8 +13,6 @@
 #include <windows.h>
 
 #include <shellapi.h>
-
-#include <cwctype>
 #else
 #include <fcntl.h>
 #include <poll.h>
@@ -35,12 +33,10 @@ constexpr int kSecondInterruptStatus = 130;
 std::atomic<int> signal_count{0};
 static_assert(std::atomic<int>::is_always_lock_free, "used in a signal handler");
 
-// Links are followed as far as the path exists; the rest is compared by name.
-fs::path resolved(const std::string& path) {
-  std::error_code error;
-  fs::path absolute = fs::absolute(fs::u8path(path), error);
-  fs::path canonical = fs::weakly_canonical(absolute, error);
-  return error ? absolute.lexically_normal() : canonical;
+bool is_yes(std::string answer) {
+  answer.erase(answer.find_last_not_of(" \t\r") + 1);
+  for (char& c : answer) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+  return answer == "y" || answer == "yes";
 }
 
 }  // namespace
@@ -101,6 +97,13 @@ FILE* redirect(FILE* stream, const std::string& path) {
 
 }  // namespace
 
+void Terminal::occupy_standard_streams() {
+  // Programs without a console have these numbers taken by nothing, and none is given out anew.
+  int number = _open("NUL", _O_RDWR);
+  while (number >= 0 && number <= 2) number = _open("NUL", _O_RDWR);
+  if (number >= 0) _close(number);
+}
+
 std::vector<std::string> Terminal::arguments(int, char**) {
   std::vector<std::string> result;
   int count = 0;
@@ -128,6 +131,8 @@ bool Terminal::stdin_is_terminal() {
   DWORD mode = 0;
   return GetConsoleMode(GetStdHandle(STD_INPUT_HANDLE), &mode) != 0;
 }
+
+bool Terminal::can_ask() const { return console_tty && stdin_is_terminal(); }
 
 void Terminal::take_keys() { keys = stdin_is_terminal(); }
 
@@ -159,16 +164,6 @@ size_t Terminal::read_stdin(void* data, size_t size) {
   return done;
 }
 
-bool same_file(const std::string& a, const std::string& b) {
-  std::error_code error;
-  if (fs::equivalent(fs::u8path(a), fs::u8path(b), error)) return true;
-  auto lower = [](std::wstring text) {
-    std::transform(text.begin(), text.end(), text.begin(), std::towlower);
-    return text;
-  };
-  return lower(resolved(a).wstring()) == lower(resolved(b).wstring());
-}
-
 #else
 
 namespace {
@@ -190,6 +185,11 @@ void on_signal(int) {
   }
   Terminal::wake();
   errno = saved_errno;
+}
+
+// A job in the background would be stopped for touching the terminal.
+bool owns_keyboard() {
+  return Terminal::stdin_is_terminal() && tcgetpgrp(STDIN_FILENO) == getpgrp();
 }
 
 void drain_wake_pipe() {
@@ -226,13 +226,21 @@ FILE* redirect(FILE* stream, const std::string& path) {
 
 }  // namespace
 
+void Terminal::occupy_standard_streams() {
+  int number = open("/dev/null", O_RDWR);
+  while (number >= 0 && number <= STDERR_FILENO) number = open("/dev/null", O_RDWR);
+  if (number >= 0) close(number);
+}
+
 std::vector<std::string> Terminal::arguments(int argc, char** argv) {
   return {argv + std::min(argc, 1), argv + argc};
 }
 
 Terminal::Terminal() {
   console_tty = isatty(STDERR_FILENO) != 0;
-  if (pipe2(wake_pipe, O_NONBLOCK | O_CLOEXEC) != 0) std::abort();
+  if (pipe2(wake_pipe, O_NONBLOCK | O_CLOEXEC) != 0) {
+    throw std::system_error(errno, std::generic_category(), "a pipe cannot be made");
+  }
 }
 
 Terminal::~Terminal() {
@@ -251,9 +259,10 @@ void Terminal::catch_signals() {
 
 bool Terminal::stdin_is_terminal() { return isatty(STDIN_FILENO) != 0; }
 
+bool Terminal::can_ask() const { return console_tty && owns_keyboard(); }
+
 void Terminal::take_keys() {
-  // A job in the background would be stopped for touching the terminal.
-  if (!stdin_is_terminal() || tcgetpgrp(STDIN_FILENO) != getpgrp()) return;
+  if (!owns_keyboard()) return;
   if (tcgetattr(STDIN_FILENO, &saved_mode) != 0) return;
   termios mode = saved_mode;
   mode.c_lflag &= ~static_cast<tcflag_t>(ICANON | ECHO);
@@ -298,12 +307,17 @@ size_t Terminal::read_stdin(void* data, size_t size) {
   return done;
 }
 
-bool same_file(const std::string& a, const std::string& b) {
-  std::error_code error;
-  return fs::equivalent(fs::u8path(a), fs::u8path(b), error) || resolved(a) == resolved(b);
-}
-
 #endif
+
+bool Terminal::ask(const std::string& question) {
+  fprintf(console_stream, "%s ", question.c_str());
+  fflush(console_stream);
+  std::string answer;
+  char c = 0;
+  while (read_stdin(&c, 1) == 1 && c != '\n') answer += c;
+  if (c != '\n') fputs("\n", console_stream);  // no answer moved the cursor on
+  return c == '\n' && !stop_requested() && is_yes(answer);
+}
 
 bool Terminal::redirect_stderr(const std::string& path) {
   FILE* old = redirect(stderr, path);

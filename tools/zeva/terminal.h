@@ -1,5 +1,5 @@
-// The process's surroundings: arguments, keys, signals, standard streams, and file identity.
-// The only place of the tool that knows the operating system.
+// The process's surroundings: arguments, keys, signals and standard streams. Beside file_check, the
+// only place of the tool that knows the operating system.
 //
 // One object lives for the whole run; it owns the terminal's key mode and the saved standard
 // streams. wake() may be called from any thread, everything else from the main thread only.
@@ -20,6 +20,10 @@ class Terminal {
     kPauseKey,  // p
     kQuitKey,   // q
   };
+
+  // Puts the null device in the place of standard streams that are closed. Otherwise the next file
+  // would get such a number, and whatever is printed would go into it. Before anything is opened.
+  static void occupy_standard_streams();
 
   // The arguments behind the program's name, in UTF-8.
   static std::vector<std::string> arguments(int argc, char** argv);
@@ -53,6 +57,13 @@ class Terminal {
   bool redirect_stdout(const std::string& path);
   FILE* answers() const { return answer_stream; }
 
+  // Whether there is somebody to ask: keyboard and console are a terminal, and this program is in
+  // its foreground.
+  bool can_ask() const;
+  // Puts a question on the console; false for everything but "y" and "yes", also when signals or
+  // the end of the input come instead of an answer. Before take_keys().
+  bool ask(const std::string& question);
+
   // Reads exactly `size` bytes of standard input as they are; fewer at its end or after a signal.
   size_t read_stdin(void* data, size_t size);
   static bool stdin_is_terminal();
@@ -63,8 +74,5 @@ class Terminal {
   bool console_tty = false;
   bool keys = false;
 };
-
-// Whether two local paths (UTF-8) name the same file, existing or not.
-bool same_file(const std::string& a, const std::string& b);
 
 }  // namespace zeva_tool
