@@ -81,6 +81,12 @@ Terminal::Event read_key(HANDLE input) {
   return Terminal::Event::kNone;
 }
 
+// The console redraws for every byte of a stream without a buffer.
+void print_at_once(FILE* stream, const std::string& text) {
+  fflush(stream);
+  _write(_fileno(stream), text.data(), static_cast<unsigned>(text.size()));
+}
+
 // A stream that leads to where `stream` led, which from now on leads to the end of the file `path`;
 // null when that fails.
 FILE* redirect(FILE* stream, const std::string& path) {
@@ -210,6 +216,11 @@ bool wait_for_input(int input, int64_t timeout_us) {
   return input >= 0 && fds[1].revents != 0;
 }
 
+void print_at_once(FILE* stream, const std::string& text) {
+  fputs(text.c_str(), stream);
+  fflush(stream);
+}
+
 // A stream that leads to where `stream` led, which from now on leads to the end of the file `path`;
 // null when that fails.
 FILE* redirect(FILE* stream, const std::string& path) {
@@ -310,8 +321,7 @@ size_t Terminal::read_stdin(void* data, size_t size) {
 #endif
 
 bool Terminal::ask(const std::string& question) {
-  fprintf(console_stream, "%s ", question.c_str());
-  fflush(console_stream);
+  print_at_once(console_stream, question + " ");
   std::string answer;
   char c = 0;
   while (read_stdin(&c, 1) == 1 && c != '\n') answer += c;
