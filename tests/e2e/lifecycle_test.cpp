@@ -141,7 +141,7 @@ TEST(Recordings, FourAtOnceDoNotMix) {
 // ---- threads
 
 TEST(Threads, PicturesSoundAndPausesOfOneRecording) {
-  for (int round = 0; round < 20; ++round) {
+  for (int round = 0; round < 8; ++round) {
     const fs::path file = work_file("movie.mp4");
     Recording recording(settings(file));
     ASSERT_TRUE(recording.open());
