@@ -1,4 +1,4 @@
-// What the two encoders share.
+// The common base of the two encoders.
 #pragma once
 
 #include <functional>

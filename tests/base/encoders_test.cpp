@@ -1,4 +1,4 @@
-// What the encoders answer, and what the host is told.
+// The results of the encoders, and their reports to the host.
 #include <gtest/gtest.h>
 
 #include <cstring>

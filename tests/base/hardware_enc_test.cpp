@@ -1,4 +1,4 @@
-// Which hardware encoders are there.
+// The probe of hardware encoders.
 #include "hardware_enc.h"
 
 #include <gtest/gtest.h>

@@ -9,8 +9,8 @@
 
 namespace {
 
-// What a stream's encoder was told: average, highest and lowest rate, and what else was set of its
-// buffer and how full that starts, of crf and qp, and whether it may vary its quantiser.
+// The settings of a stream's encoder: average, highest and lowest rate, and what else was set of
+// its buffer and how full that starts, of crf and qp, and whether it may vary its quantiser.
 std::string rate_control(const AVCodecContext& enc) {
   std::string told = std::to_string(enc.bit_rate) + " " + std::to_string(enc.rc_max_rate) + " " +
                      std::to_string(enc.rc_min_rate);

@@ -1,4 +1,4 @@
-// What bad input gets: always a clear answer, never a crash, a hang or a movie that claims success.
+// Bad input gets a clear answer: never a crash, a hang or a movie that claims success.
 #include <gtest/gtest.h>
 
 #include <algorithm>

@@ -5,6 +5,7 @@
 #include <cstring>
 #include <future>
 #include <thread>
+#include <utility>
 
 extern "C" {
 #include <libavutil/mem.h>
@@ -140,8 +141,9 @@ TEST(Recordings, FourAtOnceDoNotMix) {
 
 // ---- threads
 
+// The two threads meet at the first picture and the first sound: many short recordings.
 TEST(Threads, PicturesSoundAndPausesOfOneRecording) {
-  for (int round = 0; round < 20; ++round) {
+  for (int round = 0; round < 40; ++round) {
     const fs::path file = work_file("movie.mp4");
     Recording recording(settings(file));
     ASSERT_TRUE(recording.open());
@@ -149,32 +151,36 @@ TEST(Threads, PicturesSoundAndPausesOfOneRecording) {
     std::atomic<int> writers{2};
     std::atomic<bool> go{false};
     std::thread picture_host([&] {
-      while (!go) std::this_thread::yield();
-      for (int frame = 0; frame < 20; ++frame) {
-        if (recording.picture(gradients(frame), time_us(frame))) ++pictures;
+      for (int frame = 0; frame < 8; ++frame) {
+        std::vector<uint8_t> picture = gradients(frame);
+        while (!go) std::this_thread::yield();
+        if (recording.picture(std::move(picture), time_us(frame))) ++pictures;
       }
       --writers;
     });
     std::thread sound_host([&] {
-      while (!go) std::this_thread::yield();
-      for (int frame = 0; frame < 60; ++frame) recording.sound(tone(frame), time_us(frame));
+      for (int frame = 0; frame < 24; ++frame) {
+        std::vector<int16_t> sound = tone(frame);
+        while (!go) std::this_thread::yield();
+        recording.sound(std::move(sound), time_us(frame));
+      }
       --writers;
     });
     go = true;
-    while (writers > 0) {
+    while (writers > 0 && ZEVA_movie_time(recording.handle) == 0) std::this_thread::yield();
+    for (; writers > 0; std::this_thread::yield()) {
       MovieInfo info{};
       EXPECT_TRUE(ZEVA_get_mInfo(recording.handle, &info));
       EXPECT_TRUE(ZEVA_pause(recording.handle));
       EXPECT_TRUE(ZEVA_is_paused(recording.handle));
       EXPECT_TRUE(ZEVA_resume(recording.handle));
-      EXPECT_GE(ZEVA_movie_time(recording.handle), 0);
       EXPECT_GE(ZEVA_last_usec_pts(recording.handle), -1);
-      std::this_thread::yield();
     }
     picture_host.join();
     sound_host.join();
     recording.stop();
     EXPECT_TRUE(recording.failures().empty());
+    if (round % 10 != 9) continue;
     EXPECT_EQ(decode_faults(file), "");
     EXPECT_EQ(number(streams(file).at(0), "nb_read_frames"), pictures);
   }

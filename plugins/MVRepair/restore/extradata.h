@@ -1,4 +1,4 @@
-// What a decoder must know before the first packet, made from what the index kept of it.
+// Makes the extradata that a decoder needs before the first packet from what the index kept of it.
 #pragma once
 
 #include <cstdint>
