@@ -1,0 +1,78 @@
+// What a disk may hold when the power fails at some point of a write log.
+#pragma once
+
+#include <map>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "write_log.h"
+
+namespace zeva_test {
+
+// How one file comes to be what it is in a state.
+enum class Loss {
+  kNone,    // all that was written is there
+  kTorn,    // all, and a part of the next write
+  kLag,     // all up to some instant since the last sync; the size may be of a later one
+  kWrites,  // any writes since the last sync, in any order; the size may cover missing ones
+  kBlocks,  // each block of 512 or 4096 bytes as it was at some instant since the last sync
+};
+constexpr int kLosses = 5;
+const char* loss_name(Loss loss);
+
+struct DiskState {
+  size_t cut = 0;  // so many operations had begun to take effect
+  std::string movie, index;
+  bool has_movie = false, has_index = false;
+  Loss movie_loss = Loss::kNone, index_loss = Loss::kNone;
+  bool names_lost = false;
+  // What completed syncs hold of them; the rest is there by luck.
+  std::string synced_movie, synced_index;
+};
+
+class DiskStates {
+ public:
+  // With `names_follow_files` a file's sync also holds the name it was created with, as file
+  // systems with a journal do; else only a sync of the folder does.
+  DiskStates(const WriteLog& log, std::string movie_name, std::string index_name,
+             bool names_follow_files);
+
+  size_t cuts() const { return log.operations.size() + 1; }
+
+  // What a crash of the program leaves: everything up to the cut, and nothing else.
+  DiskState exact(size_t cut) const;
+
+  // Any state, the same for the same number.
+  DiskState random(uint64_t seed) const;
+
+ private:
+  // A file's operations, as far as they change its bytes.
+  struct History {
+    std::vector<const Operation*> operations;
+    std::vector<size_t> places;  // in the log
+  };
+  struct File {
+    std::string content;
+    std::string synced;
+  };
+  using Random = std::mt19937_64;
+
+  size_t written(const History& history, size_t cut) const;
+  size_t synced(int32_t file, size_t cut) const;
+  std::string content(int32_t file, size_t version) const;
+  std::string lossy(int32_t file, size_t cut, Loss loss, Random& random) const;
+  std::string torn(int32_t file, size_t cut, Random& random) const;
+  std::string some_writes(int32_t file, size_t first, size_t last, Random& random) const;
+  std::string some_blocks(int32_t file, size_t first, size_t last, Random& random) const;
+  std::map<std::string, int32_t> names(size_t cut, Random* random) const;
+  bool name_synced(size_t place, size_t cut) const;
+  void fill(DiskState& state, Random* random) const;
+
+  const WriteLog& log;
+  const std::string movie_name, index_name;
+  const bool names_follow_files;
+  std::vector<History> histories;  // by file
+};
+
+}  // namespace zeva_test
