@@ -46,7 +46,8 @@ DiskState DiskStates::exact(size_t cut) const {
   return state;
 }
 
-DiskState DiskStates::random(uint64_t seed) const {
+DiskState DiskStates::random(const std::string& number) const {
+  std::seed_seq seed(number.begin(), number.end());
   Random random(seed);
   DiskState state;
   // The stop is short, and the only time when both files change their kind.

@@ -44,7 +44,7 @@ class DiskStates {
   DiskState exact(size_t cut) const;
 
   // Any state, the same for the same number.
-  DiskState random(uint64_t seed) const;
+  DiskState random(const std::string& number) const;
 
  private:
   // A file's operations, as far as they change its bytes.

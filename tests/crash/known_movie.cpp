@@ -51,8 +51,13 @@ int64_t allowed_shift(const MovieTrack& track, const MovieTrack& known) {
   return 0;
 }
 
-std::string match_track(const MovieTrack& track, const MovieTrack& known,
-                        std::vector<bool>& found) {
+bool differs_by_zeros(const std::string& bytes, const std::string& right) {
+  return std::equal(bytes.begin(), bytes.end(), right.begin(), right.end(),
+                    [](char byte, char known) { return byte == known || byte == 0; });
+}
+
+std::string match_track(const MovieTrack& track, const MovieTrack& known, std::vector<bool>& found,
+                        bool& only_holes) {
   found.assign(known.packets.size(), false);
   if (track.packets.empty()) return "";
   if (track.description != known.description) return "the track's description differs";
@@ -67,7 +72,10 @@ std::string match_track(const MovieTrack& track, const MovieTrack& known,
       return name + " is at no packet's time";
     }
     const MoviePacket& right = known.packets[next];
-    if (packet.bytes != right.bytes) return name + " has wrong bytes";
+    if (packet.bytes != right.bytes) {
+      only_holes = differs_by_zeros(packet.bytes, right.bytes);
+      return name + " of " + std::to_string(right.bytes.size()) + " bytes has wrong bytes";
+    }
     if (!same(packet, right, shift)) return name + " has a wrong decoding time or key flag";
     found[next++] = true;
   }
@@ -113,8 +121,11 @@ bool operator==(const Movie& a, const Movie& b) {
 Match match(const Movie& movie, const Movie& known) {
   Match result;
   for (const size_t t : {0, 1}) {
-    const std::string fault = match_track(movie.tracks[t], known.tracks[t], result.found[t]);
-    if (!fault.empty()) result.fault = std::string(t == 0 ? "pictures: " : "sound: ") + fault;
+    bool holes = false;
+    const std::string fault = match_track(movie.tracks[t], known.tracks[t], result.found[t], holes);
+    if (fault.empty() || (!result.fault.empty() && holes)) continue;
+    result.fault = std::string(t == 0 ? "pictures: " : "sound: ") + fault;
+    result.only_holes = holes;
   }
   return result;
 }

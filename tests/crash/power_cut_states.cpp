@@ -1,7 +1,9 @@
 // Cuts the power at every point of short recordings, and judges what the repair makes of the disk.
 //
 //   power_cut_states [--states N] [--seed N] [--setups NAME] [--every-prefix] [--keep FOLDER]
+//                    [--seconds S] [--names-follow-files]
 //   power_cut_states --log FOLDER/NAME.log --state NUMBER      one state of a log that was kept
+//   power_cut_states --log FOLDER/NAME.log --print             what the program did
 //
 // Each recording is made once, by this program in a process of its own whose every write and sync
 // is logged. The states of the disk are then made from the log, as many as are asked for, in
@@ -37,14 +39,14 @@ namespace fs = std::filesystem;
 constexpr int kSkipped = 77;
 constexpr char kMovieName[] = "movie.mp4";
 constexpr char kIndexName[] = "movie.mp4.index";
-constexpr size_t kFaultsShown = 3;  // of a kind
 
 struct Options {
   size_t states = 400;
   uint64_t seed = 1;
-  std::string setups, state;
+  std::string setups, state, seconds = "2.6";
   fs::path keep, log;
   bool every_prefix = false;
+  bool print = false;
   bool names_follow_files = false;
 };
 
@@ -99,13 +101,14 @@ std::string content_of(const fs::path& path) {
 }
 
 // On a disk, whose syncs take their time while other threads write.
-void record(Recording& recording, bool over_older, const fs::path& work) {
+void record(Recording& recording, bool over_older, const std::string& seconds,
+            const fs::path& work) {
   const fs::path folder = work / recording.name;
   fs::remove_all(folder);
   fs::create_directories(folder);
   const std::string self = fs::read_symlink("/proc/self/exe");
-  if (over_older) trace_writes({self, "--record", folder, kOlderSetup}, folder);
-  recording.log = trace_writes({self, "--record", folder, recording.name}, folder);
+  if (over_older) trace_writes({self, "--record", folder, kOlderSetup, "1"}, folder);
+  recording.log = trace_writes({self, "--record", folder, recording.name, seconds}, folder);
   for (const char* name : {kMovieName, kIndexName}) {
     const int32_t file = recording.log.last_file(name);
     if (recording.log.last_content(file) != content_of(folder / name)) {
@@ -144,7 +147,7 @@ Verdict judge(const Recording& recording, const DiskState& state, bool crash,
       recording.older.packets() > 0 && match(movie, recording.older).fault.empty();
   verdict.back = movie.packets();
   if (!newer.fault.empty() && !is_older) {
-    verdict.kind = "wrong packet";
+    verdict.kind = newer.only_holes ? "packet with holes" : "wrong packet";
     verdict.detail = newer.fault;
   }
   const auto promised = crash ? known.records_in(state.index)
@@ -176,7 +179,7 @@ DiskState make_state(const Recording& recording, const std::string& number, uint
   const uint64_t n = std::strtoull(number.c_str() + colon + 1, nullptr, 10);
   *crash = number.compare(0, colon, "prefix") == 0;
   if (*crash) return recording.states->exact(std::min<size_t>(n, recording.states->cuts() - 1));
-  return recording.states->random(seed * 1000003 + n);
+  return recording.states->random(recording.name + '/' + std::to_string(seed) + '/' + number);
 }
 
 // ---- all states
@@ -220,8 +223,16 @@ class Run {
     return totals;
   }
 
+  // Of each kind how it came about, and the state with the earliest cut.
   void report_faults() const {
-    for (const auto& [kind, count] : faults) fprintf(g_report, "%6zu x %s\n", count, kind.c_str());
+    for (const auto& [kind, fault] : faults) {
+      fprintf(g_report, "%s: %zu states\n", kind.c_str(), fault.count);
+      for (const auto& [how, count] : fault.ways)
+        fprintf(g_report, "%8zu  %s\n", count, how.c_str());
+      for (const auto& [recording, state] : fault.earliest) {
+        fprintf(g_report, "          %s\n", state.second.c_str());
+      }
+    }
   }
 
  private:
@@ -242,24 +253,33 @@ class Run {
     mine.back = verdict.back;
     mine.faults = verdict.kind.empty() ? 0 : 1;
     totals.add(mine);
-    if (!verdict.kind.empty()) tell(recording, number, state, verdict, crash);
+    if (!verdict.kind.empty()) note_locked(recording, number, state, verdict, crash);
   }
 
-  void tell(const Recording& recording, const std::string& number, const DiskState& state,
-            const Verdict& verdict, bool crash) {
-    const std::string how = crash ? "crash"
-                                  : std::string("movie ") + loss_name(state.movie_loss) +
-                                        ", index " + loss_name(state.index_loss);
-    const std::string kind = recording.name + ": " + verdict.kind + " (" + how + ")";
-    if (++faults[kind] > kFaultsShown && options.state.empty()) return;
-    fprintf(g_report, "%s %s, cut at %zu of %zu%s: %s: %s\n", recording.name.c_str(),
-            number.c_str(), state.cut, recording.log.operations.size(),
-            state.cut > recording.stop ? " (stop)" : "", kind.c_str(), verdict.detail.c_str());
+  void note_locked(const Recording& recording, const std::string& number, const DiskState& state,
+                   const Verdict& verdict, bool crash) {
+    Fault& fault = faults[verdict.kind];
+    ++fault.count;
+    ++fault.ways[crash ? "crash of the program"
+                       : std::string("movie ") + loss_name(state.movie_loss) + ", index " +
+                             loss_name(state.index_loss)];
+    auto& earliest = fault.earliest[recording.name];
+    if (!earliest.second.empty() && earliest.first <= state.cut) return;
+    earliest = {state.cut, recording.name + " " + number + ", cut at " + std::to_string(state.cut) +
+                               " of " + std::to_string(recording.log.operations.size()) +
+                               (state.cut > recording.stop ? ", in the stop: " : ": ") +
+                               verdict.detail};
   }
+
+  struct Fault {
+    size_t count = 0;
+    std::map<std::string, size_t> ways;
+    std::map<std::string, std::pair<size_t, std::string>> earliest;  // by recording
+  };
 
   const Options& options;
   std::mutex mutex;
-  std::map<std::string, size_t> faults;  // guarded by mutex
+  std::map<std::string, Fault> faults;  // by kind; guarded by mutex
 };
 
 // A recording of some seconds whose packets were not yet safe when its stop began was never synced.
@@ -319,7 +339,7 @@ std::vector<Recording> record_all(const Options& options) {
   for (size_t i = 0; i < recordings.size(); ++i) {
     threads.emplace_back([&, i] {
       try {
-        record(recordings[i], over_older[i], work);
+        record(recordings[i], over_older[i], options.seconds, work);
         recordings[i].log.save(work / (recordings[i].name + ".log"));
         prepare(recordings[i], options);
       } catch (const TracingRefused&) {
@@ -334,10 +354,24 @@ std::vector<Recording> record_all(const Options& options) {
   return recordings;
 }
 
+int print_log(const WriteLog& log) {
+  static constexpr const char* kKinds[] = {"write", "resize",       "sync {",       "} sync",
+                                           "name",  "sync names {", "} sync names", "mark"};
+  for (size_t place = 0; place < log.operations.size(); ++place) {
+    const Operation& o = log.operations[place];
+    const bool writes = o.kind == Operation::kWrite;
+    const std::string text = writes ? std::to_string(o.text.size()) + " bytes" : o.text;
+    fprintf(g_report, "%4zu  %-12s  file %2d  %9lld  %s\n", place, kKinds[o.kind], o.file,
+            static_cast<long long>(o.value), text.c_str());
+  }
+  return 0;
+}
+
 int judge_log(const Options& options) {
   std::vector<Recording> one(1);
   one[0].name = options.log.stem();
   one[0].log = WriteLog::load(options.log);
+  if (options.print) return print_log(one[0].log);
   prepare(one[0], options);
   if (options.state.empty()) return judge_all(one, options);
   bool crash = false;
@@ -359,12 +393,17 @@ bool parse(int count, char** words, Options& options) {
       options.every_prefix = true;
       continue;
     }
+    if (word == "--print") {
+      options.print = true;
+      continue;
+    }
     if (word == "--names-follow-files") {
       options.names_follow_files = true;
       continue;
     }
     if (++i == count) return false;
     if (word == "--states") options.states = std::strtoull(words[i], nullptr, 10);
+    if (word == "--seconds") options.seconds = words[i];
     if (word == "--seed") options.seed = std::strtoull(words[i], nullptr, 10);
     if (word == "--setups") options.setups = words[i];
     if (word == "--keep") options.keep = words[i];
@@ -377,7 +416,9 @@ bool parse(int count, char** words, Options& options) {
 }  // namespace
 
 int main(int count, char** words) {
-  if (count == 4 && strcmp(words[1], "--record") == 0) return record_traced(words[3], words[2]);
+  if (count == 5 && strcmp(words[1], "--record") == 0) {
+    return record_traced(words[3], words[2], std::strtod(words[4], nullptr));
+  }
   Options options;
   if (!parse(count, words, options)) return 2;
   g_report = fdopen(dup(STDOUT_FILENO), "w");

@@ -46,7 +46,7 @@ std::vector<uint8_t> noise(int frame) {
   return bgra;
 }
 
-void record_frames(const TracedSetup& setup, const std::string& path) {
+void record_frames(const TracedSetup& setup, const std::string& path, double seconds) {
   MovieInfo info = settings(path);
   set_text(info.moov_url, path + ".index");
   info.disable_video = !setup.pictures;
@@ -55,7 +55,7 @@ void record_frames(const TracedSetup& setup, const std::string& path) {
   info.gop_size = setup.gop;
   const bool rich = setup.bitrate_kbit > 5000;
   void* recording = ZEVA_start(info, on_status, nullptr, nullptr, false);
-  const int frames = static_cast<int>(setup.seconds * kFps);
+  const int frames = static_cast<int>(seconds * kFps);
   const Pace pace;
   for (int frame = 0; frame < frames; ++frame) {
     const int64_t time = time_us(frame);
@@ -76,16 +76,16 @@ void record_frames(const TracedSetup& setup, const std::string& path) {
   mark("stopped");
 }
 
-void record_packets(const TracedSetup& setup, const std::string& path) {
+void record_packets(const TracedSetup& setup, const std::string& path, double seconds) {
   MovieInfo2 info{};
   set_text(info.url, path);
   set_text(info.moov, path + ".index");
   info.vcodec = setup.pictures ? kPacketVideoH264 : kPacketVideoNone;
   info.acodec = setup.sound ? kPacketAudioAac : kPacketAudioNone;
   const int rate = setup.bitrate_kbit > 5000 ? 250 : kFps;  // pictures of some kilobytes a second
-  const auto count = static_cast<size_t>(setup.seconds * rate);
+  const auto count = static_cast<size_t>(seconds * rate);
   std::vector<std::string> pictures = h264_packets(static_cast<int>(count));
-  std::vector<std::string> sounds = aac_packets(static_cast<int>(setup.seconds * 48000 / 1024));
+  std::vector<std::string> sounds = aac_packets(static_cast<int>(seconds * 48000 / 1024));
   void* recording = ZEVA2_start(info, on_status, nullptr);
   const Pace pace;
   for (size_t i = 0, s = 0; i < count; ++i) {
@@ -161,12 +161,12 @@ const std::vector<TracedSetup>& traced_setups() {
   return all;
 }
 
-int record_traced(const std::string& name, const std::filesystem::path& folder) {
+int record_traced(const std::string& name, const std::filesystem::path& folder, double seconds) {
   const std::string path = folder / "movie.mp4";
   ZEVA_Log_Level(1);
   if (name == kOlderSetup) record_older(path);
   for (const TracedSetup& setup : traced_setups()) {
-    if (setup.name == name) (setup.packets ? record_packets : record_frames)(setup, path);
+    if (setup.name == name) (setup.packets ? record_packets : record_frames)(setup, path, seconds);
   }
   return g_failed ? 1 : 0;
 }

@@ -9,7 +9,7 @@ namespace zeva_test {
 
 // "movie.mp4" and "movie.mp4.index" in `folder`, through the classic or the packet interface. Sets
 // the marks "stop" and "stopped" around the stop. Returns the program's exit status.
-int record_traced(const std::string& setup, const std::filesystem::path& folder);
+int record_traced(const std::string& setup, const std::filesystem::path& folder, double seconds);
 
 struct TracedSetup {
   const char* name;
@@ -20,7 +20,6 @@ struct TracedSetup {
   int gop = 25;
   bool pause = false;
   bool over_older = false;  // files of an older recording lie there under the same names
-  double seconds = 2.6;
 };
 const std::vector<TracedSetup>& traced_setups();
 constexpr char kOlderSetup[] = "older";
