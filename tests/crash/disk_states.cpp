@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <set>
+#include <utility>
 
 namespace zeva_test {
 namespace {
@@ -25,17 +26,26 @@ const char* loss_name(Loss loss) {
 }
 
 DiskStates::DiskStates(const WriteLog& written_log, std::string movie, std::string index,
-                       bool follow)
+                       bool with_journal)
     : log(written_log),
       movie_name(std::move(movie)),
       index_name(std::move(index)),
-      names_follow_files(follow),
+      journal(with_journal),
       histories(log.before.size()) {
+  std::vector<size_t> sizes;
+  for (const std::string& content : log.before) sizes.push_back(content.size());
   for (size_t place = 0; place < log.operations.size(); ++place) {
     const Operation& o = log.operations[place];
     if (o.kind != Operation::kWrite && o.kind != Operation::kResize) continue;
-    histories[static_cast<size_t>(o.file)].operations.push_back(&o);
-    histories[static_cast<size_t>(o.file)].places.push_back(place);
+    History& history = histories[static_cast<size_t>(o.file)];
+    size_t& size = sizes[static_cast<size_t>(o.file)];
+    const auto end = static_cast<size_t>(o.value) + o.text.size();
+    if (o.kind == Operation::kResize && end < size) {
+      history.shorter.push_back(history.places.size());
+    }
+    size = o.kind == Operation::kResize ? end : std::max(size, end);
+    history.operations.push_back(&o);
+    history.places.push_back(place);
   }
 }
 
@@ -61,20 +71,29 @@ DiskState DiskStates::random(const std::string& number) const {
 }
 
 void DiskStates::fill(DiskState& state, Random* random) const {
-  const auto found = names(state.cut, state.names_lost ? random : nullptr);
-  const auto all = names(state.cut, nullptr);
+  // The journal's operations before this place are on the disk.
+  const bool all = state.movie_loss <= Loss::kTorn || state.index_loss <= Loss::kTorn;
+  size_t kept = state.cut;
+  if (journal && random != nullptr && !all) {
+    kept = pick(*random, journal_synced(state.cut), state.cut);
+  }
+  const auto found = names(state.cut, kept, state.names_lost ? random : nullptr);
+  const auto right = names(state.cut, state.cut, nullptr);
   Random unused;
   const auto read = [&](const std::string& name, Loss loss, bool& there, std::string& content_now,
                         std::string& held) {
     const auto file = found.find(name);
     there = file != found.end();
-    if (there) content_now = lossy(file->second, state.cut, loss, random ? *random : unused);
-    const auto last = all.find(name);
-    if (last != all.end()) held = content(last->second, synced(last->second, state.cut));
+    if (there) {
+      content_now =
+          lossy(file->second, state.cut, kept, loss, random != nullptr ? *random : unused);
+    }
+    const auto last = right.find(name);
+    if (last != right.end()) held = content(last->second, synced(last->second, state.cut));
   };
   read(movie_name, state.movie_loss, state.has_movie, state.movie, state.synced_movie);
   read(index_name, state.index_loss, state.has_index, state.index, state.synced_index);
-  state.names_lost = found != all;
+  state.names_lost = found != right;
 }
 
 // ---- versions: so many of the file's operations are applied
@@ -107,39 +126,32 @@ std::string DiskStates::content(int32_t file, size_t version) const {
 
 // ---- losses
 
-std::string DiskStates::lossy(int32_t file, size_t cut, Loss loss, Random& random) const {
+std::string DiskStates::lossy(int32_t file, size_t cut, size_t kept, Loss loss,
+                              Random& random) const {
   const History& history = histories[static_cast<size_t>(file)];
   const size_t last = written(history, cut);
   if (loss == Loss::kNone) return content(file, last);
   if (loss == Loss::kTorn) return torn(file, cut, random);
-  // The era: the size on the disk is that of this version.
-  const size_t held = synced(file, cut);
-  const size_t sized = pick(random, held, last);
-  size_t first = held, end = last;
-  std::string bytes = content(file, held);
-  for (size_t i = held; i < last; ++i) {
-    const size_t size = bytes.size();
-    perform(*history.operations[i], bytes);
-    if (bytes.size() >= size) continue;
-    if (i < sized) first = i + 1;
-    if (i >= sized) end = std::min(end, i);
+  size_t first = synced(file, cut), end = last;
+  const auto bound = [&](auto is_done) {
+    for (const size_t i : history.shorter) {
+      if (i < first || i >= end) continue;
+      (is_done(i) ? first : end) = is_done(i) ? i + 1 : i;
+    }
+  };
+  if (journal) bound([&](size_t i) { return history.places[i] < kept; });
+  // The size on the disk is that of this version, and so is the era.
+  const size_t sized = pick(random, first, end);
+  bound([&](size_t i) { return i < sized; });
+  const size_t size = content(file, sized).size();
+  if (loss == Loss::kBlocks) {
+    std::string result = some_blocks(file, first, end, random);
+    result.resize(size);
+    return result;
   }
-  const std::string sized_content = content(file, sized);
-  std::string result;
-  switch (loss) {
-    case Loss::kWrites:
-      result = some_writes(file, first, end, random);
-      break;
-    case Loss::kBlocks:
-      result = some_blocks(file, first, end, random);
-      break;
-    default:
-      result = content(file, pick(random, first, sized));
-  }
-  const bool own_size = loss != Loss::kBlocks && chance(random, 0.5);
-  if (!own_size && (loss == Loss::kBlocks || result.size() < sized_content.size())) {
-    result.resize(sized_content.size());
-  }
+  std::string result = loss == Loss::kWrites ? some_writes(file, first, end, random)
+                                             : content(file, pick(random, first, sized));
+  if (result.size() < size && chance(random, 0.5)) result.resize(size);
   return result;
 }
 
@@ -201,27 +213,29 @@ std::string DiskStates::some_blocks(int32_t file, size_t first, size_t last, Ran
 
 // ---- names
 
-bool DiskStates::name_synced(size_t place, size_t cut) const {
-  const int32_t named = log.operations[place].file;
-  std::set<int64_t> begun;
-  for (size_t i = place + 1; i < cut; ++i) {
-    const Operation& o = log.operations[i];
-    const bool of_file = names_follow_files && o.file == named && named != Operation::kNoFile;
-    if (o.kind == Operation::kFolderSyncBegin || (o.kind == Operation::kSyncBegin && of_file)) {
-      begun.insert(o.value);
+// What a sync of the folder holds; with a journal, any sync.
+size_t DiskStates::journal_synced(size_t cut) const {
+  std::map<int64_t, size_t> begun;
+  size_t held = 0;
+  for (size_t place = 0; place < cut; ++place) {
+    const Operation& o = log.operations[place];
+    if (o.kind == Operation::kFolderSyncBegin || (journal && o.kind == Operation::kSyncBegin)) {
+      begun[o.value] = place;
     }
-    const bool end = o.kind == Operation::kFolderSyncEnd || o.kind == Operation::kSyncEnd;
-    if (end && begun.count(o.value) != 0) return true;
+    const bool ends = o.kind == Operation::kFolderSyncEnd || o.kind == Operation::kSyncEnd;
+    if (ends && begun.count(o.value) != 0) held = std::max(held, begun[o.value]);
   }
-  return false;
+  return held;
 }
 
-std::map<std::string, int32_t> DiskStates::names(size_t cut, Random* random) const {
+std::map<std::string, int32_t> DiskStates::names(size_t cut, size_t kept, Random* random) const {
   std::map<std::string, int32_t> result = log.names;
+  const size_t held = journal_synced(cut);
   for (size_t place = 0; place < cut; ++place) {
     const Operation& o = log.operations[place];
     if (o.kind != Operation::kName) continue;
-    if (random != nullptr && !name_synced(place, cut) && chance(*random, 0.5)) continue;
+    if (journal && place >= kept) continue;
+    if (!journal && random != nullptr && place >= held && chance(*random, 0.5)) continue;
     if (o.file == Operation::kNoFile) result.erase(o.text);
     if (o.file != Operation::kNoFile) result[o.text] = o.file;
   }

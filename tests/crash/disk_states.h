@@ -33,10 +33,10 @@ struct DiskState {
 
 class DiskStates {
  public:
-  // With `names_follow_files` a file's sync also holds the name it was created with, as file
-  // systems with a journal do; else only a sync of the folder does.
-  DiskStates(const WriteLog& log, std::string movie_name, std::string index_name,
-             bool names_follow_files);
+  // With `journal`, names and what makes files shorter reach the disk in order, and any sync holds
+  // those before it, as ext4, XFS and NTFS do. Without, as on a camera's exFAT card, each is on its
+  // own: a name is held by a sync of the folder, a file's length by a sync of the file.
+  DiskStates(const WriteLog& log, std::string movie_name, std::string index_name, bool journal);
 
   size_t cuts() const { return log.operations.size() + 1; }
 
@@ -50,28 +50,26 @@ class DiskStates {
   // A file's operations, as far as they change its bytes.
   struct History {
     std::vector<const Operation*> operations;
-    std::vector<size_t> places;  // in the log
-  };
-  struct File {
-    std::string content;
-    std::string synced;
+    std::vector<size_t> places;   // in the log
+    std::vector<size_t> shorter;  // those that make the file shorter
   };
   using Random = std::mt19937_64;
 
   size_t written(const History& history, size_t cut) const;
   size_t synced(int32_t file, size_t cut) const;
+  size_t journal_synced(size_t cut) const;
   std::string content(int32_t file, size_t version) const;
-  std::string lossy(int32_t file, size_t cut, Loss loss, Random& random) const;
+  std::string lossy(int32_t file, size_t cut, size_t kept, Loss loss, Random& random) const;
   std::string torn(int32_t file, size_t cut, Random& random) const;
   std::string some_writes(int32_t file, size_t first, size_t last, Random& random) const;
   std::string some_blocks(int32_t file, size_t first, size_t last, Random& random) const;
-  std::map<std::string, int32_t> names(size_t cut, Random* random) const;
+  std::map<std::string, int32_t> names(size_t cut, size_t kept, Random* random) const;
   bool name_synced(size_t place, size_t cut) const;
   void fill(DiskState& state, Random* random) const;
 
   const WriteLog& log;
   const std::string movie_name, index_name;
-  const bool names_follow_files;
+  const bool journal;
   std::vector<History> histories;  // by file
 };
 

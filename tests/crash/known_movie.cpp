@@ -51,13 +51,20 @@ int64_t allowed_shift(const MovieTrack& track, const MovieTrack& known) {
   return 0;
 }
 
-bool differs_by_zeros(const std::string& bytes, const std::string& right) {
-  return std::equal(bytes.begin(), bytes.end(), right.begin(), right.end(),
-                    [](char byte, char known) { return byte == known || byte == 0; });
+// How many bytes of `right` are zero instead; 0 when that is not the only difference.
+size_t holes(const std::string& bytes, const std::string& right) {
+  if (bytes.size() != right.size()) return 0;
+  size_t count = 0;
+  for (size_t i = 0; i < bytes.size(); ++i) {
+    if (bytes[i] == right[i]) continue;
+    if (bytes[i] != 0) return 0;
+    ++count;
+  }
+  return count;
 }
 
 std::string match_track(const MovieTrack& track, const MovieTrack& known, std::vector<bool>& found,
-                        bool& only_holes) {
+                        size_t& hole_bytes) {
   found.assign(known.packets.size(), false);
   if (track.packets.empty()) return "";
   if (track.description != known.description) return "the track's description differs";
@@ -73,8 +80,9 @@ std::string match_track(const MovieTrack& track, const MovieTrack& known, std::v
     }
     const MoviePacket& right = known.packets[next];
     if (packet.bytes != right.bytes) {
-      only_holes = differs_by_zeros(packet.bytes, right.bytes);
-      return name + " of " + std::to_string(right.bytes.size()) + " bytes has wrong bytes";
+      hole_bytes = holes(packet.bytes, right.bytes);
+      return name + " has " + (hole_bytes > 0 ? std::to_string(hole_bytes) + " zeros" : "others") +
+             " in place of its " + std::to_string(right.bytes.size()) + " bytes";
     }
     if (!same(packet, right, shift)) return name + " has a wrong decoding time or key flag";
     found[next++] = true;
@@ -121,11 +129,11 @@ bool operator==(const Movie& a, const Movie& b) {
 Match match(const Movie& movie, const Movie& known) {
   Match result;
   for (const size_t t : {0, 1}) {
-    bool holes = false;
-    const std::string fault = match_track(movie.tracks[t], known.tracks[t], result.found[t], holes);
-    if (fault.empty() || (!result.fault.empty() && holes)) continue;
+    size_t zeros = 0;
+    const std::string fault = match_track(movie.tracks[t], known.tracks[t], result.found[t], zeros);
+    if (fault.empty() || (!result.fault.empty() && zeros > 0)) continue;
     result.fault = std::string(t == 0 ? "pictures: " : "sound: ") + fault;
-    result.only_holes = holes;
+    result.hole_bytes = zeros;
   }
   return result;
 }

@@ -32,7 +32,7 @@ bool operator==(const Movie& a, const Movie& b);
 // Which of a movie's packets another one holds. `fault` is not empty when it holds anything else.
 struct Match {
   std::string fault;
-  bool only_holes = false;  // the fault is zeros where the packet has its bytes
+  size_t hole_bytes = 0;  // not 0: the fault is so many zeros where the packet has its bytes
   std::vector<bool> found[2];
 };
 Match match(const Movie& movie, const Movie& known);

@@ -1,7 +1,7 @@
 // Cuts the power at every point of short recordings, and judges what the repair makes of the disk.
 //
 //   power_cut_states [--states N] [--seed N] [--setups NAME] [--every-prefix] [--keep FOLDER]
-//                    [--seconds S] [--names-follow-files]
+//                    [--seconds S] [--journal]
 //   power_cut_states --log FOLDER/NAME.log --state NUMBER      one state of a log that was kept
 //   power_cut_states --log FOLDER/NAME.log --print             what the program did
 //
@@ -39,6 +39,7 @@ namespace fs = std::filesystem;
 constexpr int kSkipped = 77;
 constexpr char kMovieName[] = "movie.mp4";
 constexpr char kIndexName[] = "movie.mp4.index";
+constexpr size_t kSmallHole = 64;  // bytes
 
 struct Options {
   size_t states = 400;
@@ -47,7 +48,7 @@ struct Options {
   fs::path keep, log;
   bool every_prefix = false;
   bool print = false;
-  bool names_follow_files = false;
+  bool journal = false;
 };
 
 FILE* g_report = nullptr;  // the library's own words on standard output are left out
@@ -88,8 +89,7 @@ void prepare(Recording& recording, const Options& options) {
     recording.older = read_movie(folder / kMovieName);
   }
   fs::remove_all(folder);
-  recording.states =
-      std::make_unique<DiskStates>(log, kMovieName, kIndexName, options.names_follow_files);
+  recording.states = std::make_unique<DiskStates>(log, kMovieName, kIndexName, options.journal);
   recording.stop = log.mark("stop");
   recording.stopped = log.mark("stopped") + 1;
   if (recording.stopped > log.operations.size()) throw std::runtime_error("the stop has no mark");
@@ -111,7 +111,8 @@ void record(Recording& recording, bool over_older, const std::string& seconds,
   recording.log = trace_writes({self, "--record", folder, recording.name, seconds}, folder);
   for (const char* name : {kMovieName, kIndexName}) {
     const int32_t file = recording.log.last_file(name);
-    if (recording.log.last_content(file) != content_of(folder / name)) {
+    if (fs::exists(folder / name) &&
+        recording.log.last_content(file) != content_of(folder / name)) {
       throw std::runtime_error(std::string("the log does not add up to ") + name);
     }
   }
@@ -147,7 +148,9 @@ Verdict judge(const Recording& recording, const DiskState& state, bool crash,
       recording.older.packets() > 0 && match(movie, recording.older).fault.empty();
   verdict.back = movie.packets();
   if (!newer.fault.empty() && !is_older) {
-    verdict.kind = newer.only_holes ? "packet with holes" : "wrong packet";
+    verdict.kind = newer.hole_bytes == 0           ? "wrong packet"
+                   : newer.hole_bytes < kSmallHole ? "packet with a small hole"
+                                                   : "packet with a hole";
     verdict.detail = newer.fault;
   }
   const auto promised = crash ? known.records_in(state.index)
@@ -397,8 +400,8 @@ bool parse(int count, char** words, Options& options) {
       options.print = true;
       continue;
     }
-    if (word == "--names-follow-files") {
-      options.names_follow_files = true;
+    if (word == "--journal") {
+      options.journal = true;
       continue;
     }
     if (++i == count) return false;
@@ -415,12 +418,12 @@ bool parse(int count, char** words, Options& options) {
 
 }  // namespace
 
-int main(int count, char** words) {
-  if (count == 5 && strcmp(words[1], "--record") == 0) {
+int main(int word_count, char** words) {
+  if (word_count == 5 && strcmp(words[1], "--record") == 0) {
     return record_traced(words[3], words[2], std::strtod(words[4], nullptr));
   }
   Options options;
-  if (!parse(count, words, options)) return 2;
+  if (!parse(word_count, words, options)) return 2;
   g_report = fdopen(dup(STDOUT_FILENO), "w");
   setvbuf(g_report, nullptr, _IOLBF, 0);
   const int nothing = open("/dev/null", O_WRONLY | O_CLOEXEC);
@@ -429,7 +432,8 @@ int main(int count, char** words) {
   try {
     if (!options.log.empty()) return judge_log(options);
     std::vector<Recording> recordings = record_all(options);
-    options.states /= std::max<size_t>(1, recordings.size());
+    const size_t count = std::max<size_t>(1, recordings.size());
+    options.states = (options.states + count - 1) / count;
     return judge_all(recordings, options);
   } catch (const TracingRefused& e) {
     fprintf(g_report, "%s\n", e.what());

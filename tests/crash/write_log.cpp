@@ -51,7 +51,7 @@ int32_t WriteLog::last_file(const std::string& name) const {
   const auto first = names.find(name);
   int32_t file = first != names.end() ? first->second : Operation::kNoFile;
   for (const Operation& o : operations) {
-    if (o.kind == Operation::kName && o.text == name) file = o.file;
+    if (o.kind == Operation::kName && o.text == name && o.file != Operation::kNoFile) file = o.file;
   }
   return file;
 }

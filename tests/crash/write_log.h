@@ -39,7 +39,7 @@ struct WriteLog {
 
   // The place behind a mark; the end without it.
   size_t mark(const std::string& text) const;
-  // The file that bears the name in the end.
+  // The last file that bore the name.
   int32_t last_file(const std::string& name) const;
   std::string last_content(int32_t file) const;
 
