@@ -78,40 +78,45 @@ void DiskStates::fill(DiskState& state, Random* random) const {
     kept = pick(*random, journal_synced(state.cut), state.cut);
   }
   const auto found = names(state.cut, kept, state.names_lost ? random : nullptr);
-  const auto right = names(state.cut, state.cut, nullptr);
   Random unused;
-  const auto read = [&](const std::string& name, Loss loss, bool& there, std::string& content_now,
-                        std::string& held) {
+  const auto read = [&](const std::string& name, Loss loss, bool& there, std::string& bytes) {
     const auto file = found.find(name);
     there = file != found.end();
     if (there) {
-      content_now =
-          lossy(file->second, state.cut, kept, loss, random != nullptr ? *random : unused);
+      bytes = lossy(file->second, state.cut, kept, loss, random != nullptr ? *random : unused);
     }
-    const auto last = right.find(name);
-    if (last != right.end()) held = content(last->second, synced(last->second, state.cut));
   };
-  read(movie_name, state.movie_loss, state.has_movie, state.movie, state.synced_movie);
-  read(index_name, state.index_loss, state.has_index, state.index, state.synced_index);
-  state.names_lost = found != right;
+  read(movie_name, state.movie_loss, state.has_movie, state.movie);
+  read(index_name, state.index_loss, state.has_index, state.index);
+  state.names_lost = found != names(state.cut, state.cut, nullptr);
+}
+
+std::string DiskStates::written(const std::string& name, size_t cut) const {
+  const auto all = names(cut, cut, nullptr);
+  const auto file = all.find(name);
+  return file != all.end() ? content(file->second, last_version(file->second, cut)) : "";
+}
+
+std::string DiskStates::synced(const std::string& name, size_t cut) const {
+  const auto all = names(cut, cut, nullptr);
+  const auto file = all.find(name);
+  return file != all.end() ? content(file->second, synced_version(file->second, cut)) : "";
 }
 
 // ---- versions: so many of the file's operations are applied
 
-size_t DiskStates::written(const History& history, size_t cut) const {
-  const auto end = std::lower_bound(history.places.begin(), history.places.end(), cut);
-  return static_cast<size_t>(end - history.places.begin());
+size_t DiskStates::last_version(int32_t file, size_t cut) const {
+  const auto& places = histories[static_cast<size_t>(file)].places;
+  return static_cast<size_t>(std::lower_bound(places.begin(), places.end(), cut) - places.begin());
 }
 
-size_t DiskStates::synced(int32_t file, size_t cut) const {
+size_t DiskStates::synced_version(int32_t file, size_t cut) const {
   std::map<int64_t, size_t> begun;
   size_t version = 0;
   for (size_t place = 0; place < cut; ++place) {
     const Operation& o = log.operations[place];
     if (o.file != file) continue;
-    if (o.kind == Operation::kSyncBegin) {
-      begun[o.value] = written(histories[static_cast<size_t>(file)], place);
-    }
+    if (o.kind == Operation::kSyncBegin) begun[o.value] = last_version(file, place);
     if (o.kind == Operation::kSyncEnd) version = std::max(version, begun[o.value]);
   }
   return version;
@@ -129,10 +134,10 @@ std::string DiskStates::content(int32_t file, size_t version) const {
 std::string DiskStates::lossy(int32_t file, size_t cut, size_t kept, Loss loss,
                               Random& random) const {
   const History& history = histories[static_cast<size_t>(file)];
-  const size_t last = written(history, cut);
+  const size_t last = last_version(file, cut);
   if (loss == Loss::kNone) return content(file, last);
   if (loss == Loss::kTorn) return torn(file, cut, random);
-  size_t first = synced(file, cut), end = last;
+  size_t first = synced_version(file, cut), end = last;
   const auto bound = [&](auto is_done) {
     for (const size_t i : history.shorter) {
       if (i < first || i >= end) continue;
@@ -157,7 +162,7 @@ std::string DiskStates::lossy(int32_t file, size_t cut, size_t kept, Loss loss,
 
 std::string DiskStates::torn(int32_t file, size_t cut, Random& random) const {
   const History& history = histories[static_cast<size_t>(file)];
-  const size_t version = written(history, cut);
+  const size_t version = last_version(file, cut);
   std::string bytes = content(file, version);
   // Only the very next operation may have begun.
   if (version == history.places.size() || history.places[version] != cut) return bytes;

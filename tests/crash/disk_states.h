@@ -27,8 +27,6 @@ struct DiskState {
   bool has_movie = false, has_index = false;
   Loss movie_loss = Loss::kNone, index_loss = Loss::kNone;
   bool names_lost = false;
-  // What completed syncs hold of them; the rest is there by luck.
-  std::string synced_movie, synced_index;
 };
 
 class DiskStates {
@@ -46,6 +44,10 @@ class DiskStates {
   // Any state, the same for the same number.
   DiskState random(const std::string& number) const;
 
+  // A file's bytes at the cut, and those that completed syncs hold; the rest is there by luck.
+  std::string written(const std::string& name, size_t cut) const;
+  std::string synced(const std::string& name, size_t cut) const;
+
  private:
   // A file's operations, as far as they change its bytes.
   struct History {
@@ -55,8 +57,8 @@ class DiskStates {
   };
   using Random = std::mt19937_64;
 
-  size_t written(const History& history, size_t cut) const;
-  size_t synced(int32_t file, size_t cut) const;
+  size_t last_version(int32_t file, size_t cut) const;
+  size_t synced_version(int32_t file, size_t cut) const;
   size_t journal_synced(size_t cut) const;
   std::string content(int32_t file, size_t version) const;
   std::string lossy(int32_t file, size_t cut, size_t kept, Loss loss, Random& random) const;

@@ -143,8 +143,8 @@ KnownMovie::KnownMovie(const std::filesystem::path& movie_file, const std::strin
   std::ifstream file(movie_file, std::ios::binary);
   movie_bytes.assign(std::istreambuf_iterator<char>(file), {});
   read_records();
-  if (records.empty() || records.size() >= known.packets()) {
-    throw std::runtime_error("the index has " + std::to_string(records.size()) + " records of " +
+  if (all.empty() || all.size() >= known.packets()) {
+    throw std::runtime_error("the index has " + std::to_string(all.size()) + " records of " +
                              std::to_string(known.packets()) + " packets");
   }
 }
@@ -171,45 +171,36 @@ void KnownMovie::read_records() {
         field = std::atoll(word.c_str());
       }
       const size_t track = tracks.at(static_cast<size_t>(fields[0]));
-      if (records.empty()) position = static_cast<size_t>(fields[1]);
+      if (all.empty()) position = static_cast<size_t>(fields[1]);
       const Record record{track, count[track]++, position, static_cast<size_t>(fields[2]),
                           stop + 1};
       const auto& packets = known.tracks[track].packets;
       if (record.number >= packets.size() ||
           movie_bytes.compare(position, record.size, packets[record.number].bytes) != 0) {
-        throw std::runtime_error("record " + std::to_string(records.size()) +
+        throw std::runtime_error("record " + std::to_string(all.size()) +
                                  " of the index does not fit the finished movie");
       }
       position += record.size;
-      records.push_back(record);
+      all.push_back(record);
     }
   }
 }
 
-std::vector<KnownMovie::Record> KnownMovie::records_in(const std::string& index) const {
-  const size_t shorter = std::min(index.size(), index_text.size());
-  const auto equal = static_cast<size_t>(
-      std::mismatch(index.begin(), index.begin() + static_cast<ptrdiff_t>(shorter),
-                    index_text.begin())
-          .first -
-      index.begin());
-  std::vector<Record> result;
-  for (const Record& record : records) {
-    if (record.end > equal) break;
-    result.push_back(record);
+void KnownMovie::add_records_in(const std::string& index, const std::string* movie,
+                                std::vector<bool>& found) const {
+  const auto shorter = static_cast<ptrdiff_t>(std::min(index.size(), index_text.size()));
+  const auto differs =
+      std::mismatch(index.begin(), index.begin() + shorter, index_text.begin()).first;
+  // A record's place follows from all those before it.
+  const auto equal = static_cast<size_t>(differs - index.begin());
+  for (size_t i = 0; i < all.size() && all[i].end <= equal; ++i) {
+    const Record& r = all[i];
+    if (movie == nullptr ||
+        (r.position + r.size <= movie->size() &&
+         movie->compare(r.position, r.size, movie_bytes, r.position, r.size) == 0)) {
+      found[i] = true;
+    }
   }
-  return result;
-}
-
-std::vector<KnownMovie::Record> KnownMovie::records_in(const std::string& index,
-                                                       const std::string& movie) const {
-  std::vector<Record> result = records_in(index);
-  const auto missing = [&](const Record& r) {
-    return r.position + r.size > movie.size() ||
-           movie.compare(r.position, r.size, movie_bytes, r.position, r.size) != 0;
-  };
-  result.erase(std::remove_if(result.begin(), result.end(), missing), result.end());
-  return result;
 }
 
 }  // namespace zeva_test

@@ -42,25 +42,26 @@ class KnownMovie {
  public:
   KnownMovie(const std::filesystem::path& movie_file, const std::string& index);
 
-  // The first packets whose records stand in `index`, each with its place in the movie.
+  // All but the last packet, in the order of the index.
   struct Record {
     size_t track, number;   // the packet
     size_t position, size;  // its bytes in the movie
     size_t end;             // its record's in the index
   };
-  std::vector<Record> records_in(const std::string& index) const;
-  // Those of them whose bytes stand in `movie`.
-  std::vector<Record> records_in(const std::string& index, const std::string& movie) const;
+  const std::vector<Record>& records() const { return all; }
+
+  // Sets what stands in `index` and, unless it is null, has its bytes in `movie`.
+  void add_records_in(const std::string& index, const std::string* movie,
+                      std::vector<bool>& found) const;
 
   const Movie& movie() const { return known; }
-  size_t record_count() const { return records.size(); }
 
  private:
   void read_records();
 
   Movie known;
   std::string movie_bytes, index_text;
-  std::vector<Record> records;  // in the order of the index
+  std::vector<Record> all;
 };
 
 }  // namespace zeva_test

@@ -26,8 +26,7 @@
 #include <mutex>
 #include <thread>
 
-#include "disk_states.h"
-#include "known_movie.h"
+#include "traced_movie.h"
 #include "traced_recordings.h"
 #include "write_tracer.h"
 #include "zeva/zeva.h"
@@ -37,14 +36,11 @@ using namespace zeva_test;  // NOLINT: as in the tests
 namespace fs = std::filesystem;
 
 constexpr int kSkipped = 77;
-constexpr char kMovieName[] = "movie.mp4";
-constexpr char kIndexName[] = "movie.mp4.index";
-constexpr size_t kSmallHole = 64;  // bytes
 
 struct Options {
   size_t states = 400;
   uint64_t seed = 1;
-  std::string setups, state, seconds = "2.6";
+  std::string setups, state, seconds = "4";
   fs::path keep, log;
   bool every_prefix = false;
   bool print = false;
@@ -53,146 +49,47 @@ struct Options {
 
 FILE* g_report = nullptr;  // the library's own words on standard output are left out
 
-void write_file(const fs::path& path, const std::string& content) {
-  std::ofstream(path, std::ios::binary) << content;
-}
-
-fs::path memory_folder() {
-  static std::atomic<int> count{0};
-  const fs::path memory = fs::exists("/dev/shm") ? "/dev/shm" : fs::temp_directory_path();
-  const fs::path folder =
-      memory / ("zeva-power-" + std::to_string(getpid()) + "-" + std::to_string(count++));
-  fs::create_directories(folder);
-  return folder;
-}
-
-// A recording, its log, and what is known of it.
-struct Recording {
-  std::string name;
-  WriteLog log;
-  std::unique_ptr<DiskStates> states;
-  std::unique_ptr<KnownMovie> known;
-  Movie older;
-  size_t stop = 0, stopped = 0;  // places in the log
-  std::string fault;
-};
-
-void prepare(Recording& recording, const Options& options) {
-  const WriteLog& log = recording.log;
-  const fs::path folder = memory_folder();
-  write_file(folder / kMovieName, log.last_content(log.last_file(kMovieName)));
-  recording.known = std::make_unique<KnownMovie>(folder / kMovieName,
-                                                 log.last_content(log.last_file(kIndexName)));
-  const auto older = log.names.find(kMovieName);
-  if (older != log.names.end()) {
-    write_file(folder / kMovieName, log.before[static_cast<size_t>(older->second)]);
-    recording.older = read_movie(folder / kMovieName);
-  }
-  fs::remove_all(folder);
-  recording.states = std::make_unique<DiskStates>(log, kMovieName, kIndexName, options.journal);
-  recording.stop = log.mark("stop");
-  recording.stopped = log.mark("stopped") + 1;
-  if (recording.stopped > log.operations.size()) throw std::runtime_error("the stop has no mark");
-}
-
 std::string content_of(const fs::path& path) {
   std::ifstream file(path, std::ios::binary);
   return {std::istreambuf_iterator<char>(file), {}};
 }
 
-// On a disk, whose syncs take their time while other threads write.
-void record(Recording& recording, bool over_older, const std::string& seconds,
-            const fs::path& work) {
-  const fs::path folder = work / recording.name;
+// Made on a disk, whose syncs take their time while other threads write.
+WriteLog record(const TracedSetup& setup, const std::string& seconds, const fs::path& work) {
+  const fs::path folder = work / setup.name;
   fs::remove_all(folder);
   fs::create_directories(folder);
   const std::string self = fs::read_symlink("/proc/self/exe");
-  if (over_older) trace_writes({self, "--record", folder, kOlderSetup, "1"}, folder);
-  recording.log = trace_writes({self, "--record", folder, recording.name, seconds}, folder);
+  if (setup.over_older) trace_writes({self, "--record", folder, kOlderSetup, "1"}, folder);
+  WriteLog log = trace_writes({self, "--record", folder, setup.name, seconds}, folder);
   for (const char* name : {kMovieName, kIndexName}) {
-    const int32_t file = recording.log.last_file(name);
-    if (fs::exists(folder / name) &&
-        recording.log.last_content(file) != content_of(folder / name)) {
+    const fs::path path = folder / name;
+    if (fs::exists(path) && log.last_content(log.last_file(name)) != content_of(path)) {
       throw std::runtime_error(std::string("the log does not add up to ") + name);
     }
   }
-}
-
-// ---- one state
-
-struct Verdict {
-  std::string kind, detail;  // empty: passed
-  size_t promised = 0, back = 0;
-  bool repaired = false, whole = false;
-};
-
-// What the repair makes of the state, in `folder`.
-Movie repair(const DiskState& state, const fs::path& folder, bool* done) {
-  for (const auto& entry : fs::directory_iterator(folder)) fs::remove(entry.path());
-  if (state.has_movie) write_file(folder / kMovieName, state.movie);
-  if (state.has_index) write_file(folder / kIndexName, state.index);
-  const fs::path out = folder / "repaired.mp4";
-  *done = ZEVA_StartRepair_sync((folder / kMovieName).c_str(), (folder / kIndexName).c_str(),
-                                out.c_str(), nullptr, nullptr);
-  return *done ? read_movie(out) : Movie{};
-}
-
-Verdict judge(const Recording& recording, const DiskState& state, bool crash,
-              const fs::path& folder) {
-  Verdict verdict;
-  const Movie movie = repair(state, folder, &verdict.repaired);
-  const KnownMovie& known = *recording.known;
-  const Match newer = match(movie, known.movie());
-  // Until its end has come to the disk, an older recording of the same name may still be there.
-  const bool is_older =
-      recording.older.packets() > 0 && match(movie, recording.older).fault.empty();
-  verdict.back = movie.packets();
-  if (!newer.fault.empty() && !is_older) {
-    verdict.kind = newer.hole_bytes == 0           ? "wrong packet"
-                   : newer.hole_bytes < kSmallHole ? "packet with a small hole"
-                                                   : "packet with a hole";
-    verdict.detail = newer.fault;
-  }
-  const auto promised = crash ? known.records_in(state.index)
-                              : known.records_in(state.synced_index, state.synced_movie);
-  verdict.promised = promised.size();
-  const auto lost = std::count_if(promised.begin(), promised.end(), [&](const auto& record) {
-    return !newer.fault.empty() || !newer.found[record.track][record.number];
-  });
-  const bool stopped = state.cut >= recording.stopped;
-  if (lost > 0 || stopped) {
-    verdict.whole = state.has_movie && read_movie(folder / kMovieName) == known.movie();
-  }
-  if (lost > 0 && !verdict.whole && verdict.kind.empty()) {
-    verdict.kind = state.names_lost ? "lost with the name" : "lost";
-    verdict.detail = std::to_string(lost) + " of " + std::to_string(promised.size()) +
-                     " promised packets did not come back";
-  }
-  if (stopped && !verdict.whole && verdict.kind.empty()) {
-    verdict.kind = "not whole after the stop";
-    verdict.detail = "the movie as it stands is not the recorded one";
-  }
-  return verdict;
+  log.save(work / (std::string(setup.name) + ".log"));
+  return log;
 }
 
 // Numbers of states: "prefix:17" and "random:4711".
-DiskState make_state(const Recording& recording, const std::string& number, uint64_t seed,
+DiskState make_state(const TracedMovie& recording, const std::string& number, uint64_t seed,
                      bool* crash) {
   const auto colon = number.find(':');
   const uint64_t n = std::strtoull(number.c_str() + colon + 1, nullptr, 10);
   *crash = number.compare(0, colon, "prefix") == 0;
-  if (*crash) return recording.states->exact(std::min<size_t>(n, recording.states->cuts() - 1));
-  return recording.states->random(recording.name + '/' + std::to_string(seed) + '/' + number);
+  if (*crash) return recording.states.exact(std::min<size_t>(n, recording.states.cuts() - 1));
+  return recording.states.random(recording.name + '/' + std::to_string(seed) + '/' + number);
 }
 
 // ---- all states
 
 struct Totals {
-  size_t states = 0, crashes = 0, in_stop = 0, stopped = 0, repaired = 0, whole = 0;
+  size_t states = 0, crashes = 0, in_stop = 0, stopped = 0, repaired = 0;
   size_t promised = 0, back = 0, faults = 0;
   void add(const Totals& t) {
     states += t.states, crashes += t.crashes, in_stop += t.in_stop, stopped += t.stopped;
-    repaired += t.repaired, whole += t.whole, promised += t.promised, back += t.back;
+    repaired += t.repaired, promised += t.promised, back += t.back;
     faults += t.faults;
   }
 };
@@ -201,8 +98,8 @@ class Run {
  public:
   explicit Run(const Options& given) : options(given) {}
 
-  Totals of(const Recording& recording) {
-    const size_t cuts = recording.states->cuts();
+  Totals of(const TracedMovie& recording) {
+    const size_t cuts = recording.states.cuts();
     std::vector<std::string> numbers;
     for (size_t i = 0; i < (options.every_prefix ? cuts : options.states / 4); ++i) {
       const size_t cut =
@@ -239,11 +136,11 @@ class Run {
   }
 
  private:
-  void one(const Recording& recording, const std::string& number, const fs::path& folder,
+  void one(const TracedMovie& recording, const std::string& number, const fs::path& folder,
            Totals& totals) {
     bool crash = false;
     const DiskState state = make_state(recording, number, options.seed, &crash);
-    const Verdict verdict = judge(recording, state, crash, folder);
+    const Verdict verdict = recording.judge(state, crash, folder);
     const std::lock_guard<std::mutex> lock(mutex);
     Totals mine;
     mine.states = 1;
@@ -251,7 +148,6 @@ class Run {
     mine.stopped = state.cut >= recording.stopped ? 1 : 0;
     mine.in_stop = state.cut > recording.stop && mine.stopped == 0 ? 1 : 0;
     mine.repaired = verdict.repaired ? 1 : 0;
-    mine.whole = verdict.whole ? 1 : 0;
     mine.promised = verdict.promised;
     mine.back = verdict.back;
     mine.faults = verdict.kind.empty() ? 0 : 1;
@@ -259,7 +155,7 @@ class Run {
     if (!verdict.kind.empty()) note_locked(recording, number, state, verdict, crash);
   }
 
-  void note_locked(const Recording& recording, const std::string& number, const DiskState& state,
+  void note_locked(const TracedMovie& recording, const std::string& number, const DiskState& state,
                    const Verdict& verdict, bool crash) {
     Fault& fault = faults[verdict.kind];
     ++fault.count;
@@ -285,70 +181,59 @@ class Run {
   std::map<std::string, Fault> faults;  // by kind; guarded by mutex
 };
 
-// A recording of some seconds whose packets were not yet safe when its stop began was never synced.
-std::string sync_fault(const Recording& recording) {
-  const DiskState state = recording.states->exact(recording.stop);
-  const size_t safe = recording.known->records_in(state.synced_index, state.synced_movie).size();
-  if (safe * 4 >= recording.known->record_count()) return "";
-  return "only " + std::to_string(safe) + " of " + std::to_string(recording.known->record_count()) +
-         " packets were synced before the stop";
-}
-
 void print_row(const std::string& name, const Totals& t) {
   fprintf(g_report, "| %-18s | %6zu | %6zu | %6zu | %6zu | %6zu | %9zu | %9zu | %6zu |\n",
           name.c_str(), t.states, t.crashes, t.in_stop, t.stopped, t.repaired, t.promised, t.back,
           t.faults);
 }
 
-int judge_all(std::vector<Recording>& recordings, const Options& options) {
+int judge_all(const std::vector<std::unique_ptr<TracedMovie>>& recordings, const Options& options) {
   Run run(options);
   Totals all;
-  bool failed = false;
+  bool failed = recordings.empty();
   std::vector<std::pair<std::string, Totals>> rows;
-  for (Recording& recording : recordings) {
-    if (recording.fault.empty()) recording.fault = sync_fault(recording);
-    if (!recording.fault.empty()) {
-      fprintf(g_report, "%s: %s\n", recording.name.c_str(), recording.fault.c_str());
+  for (const auto& recording : recordings) {
+    if (recording == nullptr) {
       failed = true;
+      continue;
     }
-    if (recording.known == nullptr || recording.states == nullptr) continue;
-    rows.emplace_back(recording.name, run.of(recording));
+    const std::string fault = recording->sync_fault();
+    if (!fault.empty()) fprintf(g_report, "%s: %s\n", recording->name.c_str(), fault.c_str());
+    failed = failed || !fault.empty();
+    rows.emplace_back(recording->name, run.of(*recording));
     all.add(rows.back().second);
   }
   run.report_faults();
-  fprintf(g_report,
-          "| recording          | states | crash  | stop   | after  | repaired | promised | back"
-          "      | faults |\n|---|---|---|---|---|---|---|---|---|\n");
+  fprintf(
+      g_report,
+      "| recording          | states |  crash |   stop |  after | repair |  promised |      back "
+      "| faults |\n|---|---|---|---|---|---|---|---|---|\n");
   for (const auto& [name, totals] : rows) print_row(name, totals);
   print_row("all", all);
-  return failed || all.faults > 0 || all.states == 0 || all.promised == 0 ? 1 : 0;
+  return failed || all.faults > 0 || all.promised == 0 ? 1 : 0;
 }
 
 // ---- from the command line
 
-std::vector<Recording> record_all(const Options& options) {
-  std::vector<Recording> recordings;
-  std::vector<bool> over_older;
+std::vector<std::unique_ptr<TracedMovie>> record_all(const Options& options) {
+  std::vector<TracedSetup> chosen;
   for (const TracedSetup& setup : traced_setups()) {
-    if (std::string(setup.name).find(options.setups) == std::string::npos) continue;
-    recordings.emplace_back();
-    recordings.back().name = setup.name;
-    over_older.push_back(setup.over_older);
+    if (std::string(setup.name).find(options.setups) != std::string::npos) chosen.push_back(setup);
   }
   const fs::path work =
       options.keep.empty() ? fs::current_path() / "work" / "power_cut_states" : options.keep;
+  std::vector<std::unique_ptr<TracedMovie>> recordings(chosen.size());
   std::atomic<bool> refused{false};
   std::vector<std::thread> threads;  // each traces a program of its own
-  for (size_t i = 0; i < recordings.size(); ++i) {
+  for (size_t i = 0; i < chosen.size(); ++i) {
     threads.emplace_back([&, i] {
       try {
-        record(recordings[i], over_older[i], options.seconds, work);
-        recordings[i].log.save(work / (recordings[i].name + ".log"));
-        prepare(recordings[i], options);
+        recordings[i] = std::make_unique<TracedMovie>(
+            chosen[i].name, record(chosen[i], options.seconds, work), options.journal);
       } catch (const TracingRefused&) {
         refused = true;
       } catch (const std::exception& e) {
-        recordings[i].fault = e.what();
+        fprintf(g_report, "%s: %s\n", chosen[i].name, e.what());
       }
     });
   }
@@ -371,19 +256,19 @@ int print_log(const WriteLog& log) {
 }
 
 int judge_log(const Options& options) {
-  std::vector<Recording> one(1);
-  one[0].name = options.log.stem();
-  one[0].log = WriteLog::load(options.log);
-  if (options.print) return print_log(one[0].log);
-  prepare(one[0], options);
+  WriteLog log = WriteLog::load(options.log);
+  if (options.print) return print_log(log);
+  std::vector<std::unique_ptr<TracedMovie>> one;
+  one.push_back(std::make_unique<TracedMovie>(options.log.stem(), std::move(log), options.journal));
   if (options.state.empty()) return judge_all(one, options);
   bool crash = false;
-  const DiskState state = make_state(one[0], options.state, options.seed, &crash);
+  const DiskState state = make_state(*one[0], options.state, options.seed, &crash);
   const fs::path folder = options.keep.empty() ? memory_folder() : options.keep;
   fs::create_directories(folder);
-  const Verdict verdict = judge(one[0], state, crash, folder);
-  fprintf(g_report, "cut at %zu of %zu, promised %zu, back %zu: %s %s\n", state.cut,
-          one[0].log.operations.size(), verdict.promised, verdict.back, verdict.kind.c_str(),
+  const Verdict verdict = one[0]->judge(state, crash, folder);
+  fprintf(g_report, "cut at %zu of %zu, movie %s, index %s, promised %zu, back %zu: %s %s\n",
+          state.cut, one[0]->log.operations.size(), loss_name(state.movie_loss),
+          loss_name(state.index_loss), verdict.promised, verdict.back, verdict.kind.c_str(),
           verdict.detail.c_str());
   if (options.keep.empty()) fs::remove_all(folder);
   return verdict.kind.empty() ? 0 : 1;
@@ -431,7 +316,7 @@ int main(int word_count, char** words) {
   ZEVA_Log_Level(-1);
   try {
     if (!options.log.empty()) return judge_log(options);
-    std::vector<Recording> recordings = record_all(options);
+    const auto recordings = record_all(options);
     const size_t count = std::max<size_t>(1, recordings.size());
     options.states = (options.states + count - 1) / count;
     return judge_all(recordings, options);
