@@ -38,7 +38,7 @@ namespace fs = std::filesystem;
 constexpr int kSkipped = 77;
 
 struct Options {
-  size_t states = 400;
+  size_t states = 560;
   uint64_t seed = 1;
   std::string setups, state, seconds = "4";
   fs::path keep, log;

@@ -47,7 +47,9 @@ std::vector<uint8_t> noise(int frame) {
 }
 
 void record_frames(const TracedSetup& setup, const std::string& path, double seconds) {
-  MovieInfo info = settings(path);
+  const std::string first = path + ".mkv";
+  MovieInfo info = settings(setup.behind ? first : path);
+  if (setup.behind) info.other_urls[0] = path.c_str();
   set_text(info.moov_url, path + ".index");
   info.disable_video = !setup.pictures;
   info.disable_audio = !setup.sound;
@@ -78,7 +80,8 @@ void record_frames(const TracedSetup& setup, const std::string& path, double sec
 
 void record_packets(const TracedSetup& setup, const std::string& path, double seconds) {
   MovieInfo2 info{};
-  set_text(info.url, path);
+  set_text(info.url, setup.behind ? path + ".flv" : path);
+  if (setup.behind) info.others[0] = path.c_str();
   set_text(info.moov, path + ".index");
   info.vcodec = setup.pictures ? kPacketVideoH264 : kPacketVideoNone;
   info.acodec = setup.sound ? kPacketAudioAac : kPacketAudioNone;
@@ -139,6 +142,7 @@ std::vector<TracedSetup> make_setups() {
   add("frames-sound").pictures = false;
   add("frames-rich").bitrate_kbit = 20000;
   add("frames-pause").pause = true;
+  add("frames-behind").behind = true;
   add("frames-over-older").over_older = true;
   add("packets").packets = true;
   add("packets-pictures").packets = true;
@@ -149,6 +153,8 @@ std::vector<TracedSetup> make_setups() {
   all.back().bitrate_kbit = 20000;
   add("packets-pause").packets = true;
   all.back().pause = true;
+  add("packets-behind").packets = true;
+  all.back().behind = true;
   add("packets-over-older").packets = true;
   all.back().over_older = true;
   return all;

@@ -64,8 +64,12 @@ class Tracer {
     int program_status = 0;
     int status = 0;
     for (pid_t thread; (thread = waitpid(-1, &status, __WALL | __WNOTHREAD)) > 0;) {
-      if (thread == program && !WIFSTOPPED(status)) program_status = status;
-      if (WIFSTOPPED(status)) go_on(thread, status);
+      if (WIFSTOPPED(status)) {
+        go_on(thread, status);
+        continue;
+      }
+      if (thread == program) program_status = status;
+      known.erase(thread);  // the system gives the numbers of ended threads again
     }
     if (!fault.empty()) throw std::runtime_error(fault);
     if (program_status != 0) throw std::runtime_error(command.back() + ": the recording failed");
@@ -123,27 +127,19 @@ class Tracer {
   void enter(pid_t thread, Call& call) {
     const Arguments& a = call.arguments;
     switch (call.number) {
-      case SYS_open:
-        return enter_path(thread, call, AT_FDCWD, a[0]);
-      case SYS_creat:
-        return enter_path(thread, call, AT_FDCWD, a[0]);
-      case SYS_openat:
-        return enter_path(thread, call, static_cast<int>(a[0]), a[1]);
-      case SYS_unlink:
-        return enter_path(thread, call, AT_FDCWD, a[0]);
-      case SYS_unlinkat:
-        return enter_path(thread, call, static_cast<int>(a[0]), a[1]);
-      case SYS_truncate:
-        return enter_path(thread, call, AT_FDCWD, a[0]);
-      case SYS_rename:
-        return enter_path(thread, call, AT_FDCWD, a[0]);
-      case SYS_renameat:
-      case SYS_renameat2:
-        return enter_path(thread, call, static_cast<int>(a[0]), a[1]);
       case SYS_access:
+      case SYS_creat:
+      case SYS_open:
+      case SYS_rename:
+      case SYS_truncate:
+      case SYS_unlink:
         return enter_path(thread, call, AT_FDCWD, a[0]);
       case SYS_faccessat:
       case SYS_faccessat2:
+      case SYS_openat:
+      case SYS_renameat:
+      case SYS_renameat2:
+      case SYS_unlinkat:
         return enter_path(thread, call, static_cast<int>(a[0]), a[1]);
       case SYS_write:
         return enter_write(thread, call, bytes, -1);
