@@ -75,7 +75,7 @@ void DiskStates::fill(DiskState& state, Random* random) const {
   const bool all = state.movie_loss <= Loss::kTorn || state.index_loss <= Loss::kTorn;
   size_t kept = state.cut;
   if (journal && random != nullptr && !all) {
-    kept = pick(*random, journal_synced(state.cut), state.cut);
+    kept = pick(*random, held_names(state.cut), state.cut);
   }
   const auto found = names(state.cut, kept, state.names_lost ? random : nullptr);
   Random unused;
@@ -218,8 +218,9 @@ std::string DiskStates::some_blocks(int32_t file, size_t first, size_t last, Ran
 
 // ---- names
 
-// What a sync of the folder holds; with a journal, any sync.
-size_t DiskStates::journal_synced(size_t cut) const {
+// The place in the log before which completed syncs hold all names: those of the folder; with a
+// journal, any.
+size_t DiskStates::held_names(size_t cut) const {
   std::map<int64_t, size_t> begun;
   size_t held = 0;
   for (size_t place = 0; place < cut; ++place) {
@@ -235,7 +236,7 @@ size_t DiskStates::journal_synced(size_t cut) const {
 
 std::map<std::string, int32_t> DiskStates::names(size_t cut, size_t kept, Random* random) const {
   std::map<std::string, int32_t> result = log.names;
-  const size_t held = journal_synced(cut);
+  const size_t held = held_names(cut);
   for (size_t place = 0; place < cut; ++place) {
     const Operation& o = log.operations[place];
     if (o.kind != Operation::kName) continue;

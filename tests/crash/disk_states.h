@@ -59,14 +59,13 @@ class DiskStates {
 
   size_t last_version(int32_t file, size_t cut) const;
   size_t synced_version(int32_t file, size_t cut) const;
-  size_t journal_synced(size_t cut) const;
+  size_t held_names(size_t cut) const;
   std::string content(int32_t file, size_t version) const;
   std::string lossy(int32_t file, size_t cut, size_t kept, Loss loss, Random& random) const;
   std::string torn(int32_t file, size_t cut, Random& random) const;
   std::string some_writes(int32_t file, size_t first, size_t last, Random& random) const;
   std::string some_blocks(int32_t file, size_t first, size_t last, Random& random) const;
   std::map<std::string, int32_t> names(size_t cut, size_t kept, Random* random) const;
-  bool name_synced(size_t place, size_t cut) const;
   void fill(DiskState& state, Random* random) const;
 
   const WriteLog& log;

@@ -94,7 +94,8 @@ std::string match_track(const MovieTrack& track, const MovieTrack& known, std::v
 
 Movie read_movie(const std::filesystem::path& path) {
   Movie movie;
-  AVFormatContext* opened = nullptr;
+  AVFormatContext* opened = avformat_alloc_context();
+  opened->flags |= AVFMT_FLAG_NOPARSE;  // packets as the container has them, not cut anew
   if (avformat_open_input(&opened, path.c_str(), nullptr, nullptr) < 0) return movie;
   const std::unique_ptr<AVFormatContext, InputDeleter> input(opened);
   const auto track_of = [&](unsigned i) -> MovieTrack& {

@@ -6,8 +6,6 @@
 #include <string>
 #include <vector>
 
-#include "disk_states.h"
-
 namespace zeva_test {
 
 struct MoviePacket {

@@ -12,7 +12,8 @@
 //   - after a power failure: every packet whose record and bytes a completed sync covers, unless
 //     the movie is whole as it stands;
 //   - once the stop has returned: the movie is whole as it stands.
-// Ends with 77 where processes may not be traced.
+// The logs are kept in FOLDER, by default work/power_cut_states, until the next run. Ends with 77
+// where processes may not be traced.
 #include <fcntl.h>
 #include <unistd.h>
 
