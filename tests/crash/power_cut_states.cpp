@@ -115,9 +115,10 @@ class Run {
     std::vector<std::thread> threads;
     for (unsigned t = 0; t < std::max(1U, std::thread::hardware_concurrency()); ++t) {
       threads.emplace_back([&] {
-        const fs::path folder = memory_folder();
-        for (size_t i; (i = next++) < numbers.size();) one(recording, numbers[i], folder, totals);
-        fs::remove_all(folder);
+        const MemoryFolder folder;
+        for (size_t i; (i = next++) < numbers.size();) {
+          one(recording, numbers[i], folder.path, totals);
+        }
       });
     }
     for (std::thread& thread : threads) thread.join();
@@ -264,14 +265,14 @@ int judge_log(const Options& options) {
   if (options.state.empty()) return judge_all(one, options);
   bool crash = false;
   const DiskState state = make_state(*one[0], options.state, options.seed, &crash);
-  const fs::path folder = options.keep.empty() ? memory_folder() : options.keep;
+  const MemoryFolder unkept;
+  const fs::path folder = options.keep.empty() ? unkept.path : options.keep;
   fs::create_directories(folder);
   const Verdict verdict = one[0]->judge(state, crash, folder);
   fprintf(g_report, "cut at %zu of %zu, movie %s, index %s, promised %zu, back %zu: %s %s\n",
           state.cut, one[0]->log.operations.size(), loss_name(state.movie_loss),
           loss_name(state.index_loss), verdict.promised, verdict.back, verdict.kind.c_str(),
           verdict.detail.c_str());
-  if (options.keep.empty()) fs::remove_all(folder);
   return verdict.kind.empty() ? 0 : 1;
 }
 

@@ -39,8 +39,8 @@ TracedMovie::TracedMovie(std::string given_name, WriteLog given_log, bool journa
 }
 
 void TracedMovie::read_movies() {
-  const fs::path folder = memory_folder();
-  const fs::path movie_file = folder / kMovieName;
+  const MemoryFolder folder;
+  const fs::path movie_file = folder.path / kMovieName;
   write_file(movie_file, log.last_content(log.last_file(kMovieName)));
   known = std::make_unique<KnownMovie>(movie_file, log.last_content(log.last_file(kIndexName)));
   const auto found = log.names.find(kMovieName);
@@ -48,7 +48,6 @@ void TracedMovie::read_movies() {
     write_file(movie_file, log.before[static_cast<size_t>(found->second)]);
     older = read_movie(movie_file);
   }
-  fs::remove_all(folder);
 }
 
 void TracedMovie::collect_promises() {
@@ -118,13 +117,16 @@ void write_file(const fs::path& path, const std::string& content) {
   std::ofstream(path, std::ios::binary) << content;
 }
 
-fs::path memory_folder() {
+MemoryFolder::MemoryFolder() {
   static std::atomic<int> count{0};
   const fs::path memory = fs::exists("/dev/shm") ? "/dev/shm" : fs::temp_directory_path();
-  const fs::path folder =
-      memory / ("zeva-power-" + std::to_string(getpid()) + "-" + std::to_string(count++));
-  fs::create_directories(folder);
-  return folder;
+  path = memory / ("zeva-power-" + std::to_string(getpid()) + "-" + std::to_string(count++));
+  fs::create_directories(path);
+}
+
+MemoryFolder::~MemoryFolder() {
+  std::error_code ignored;
+  fs::remove_all(path, ignored);
 }
 
 }  // namespace zeva_test

@@ -51,7 +51,15 @@ class TracedMovie {
 
 void write_file(const std::filesystem::path& path, const std::string& content);
 
-// A new folder, in memory where there is such a file system.
-std::filesystem::path memory_folder();
+// A new folder, in memory where there is such a file system, for the life of the object.
+class MemoryFolder {
+ public:
+  MemoryFolder();
+  ~MemoryFolder();
+  MemoryFolder(const MemoryFolder&) = delete;
+  MemoryFolder& operator=(const MemoryFolder&) = delete;
+
+  std::filesystem::path path;
+};
 
 }  // namespace zeva_test
