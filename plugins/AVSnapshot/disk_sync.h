@@ -17,8 +17,8 @@ namespace zeva {
 // to put the files on the disk. Writers never wait for it. One thread at a time calls the
 // functions.
 //
-// After a failed sync the system forgets what it could not write, and later ones succeed without
-// it. So the first failure is reported, and final.
+// After a failed sync the system forgets what it could not write, and later syncs succeed without
+// it. So the first failure is final: it is reported, and no sync follows.
 class DiskSync {
  public:
   using Failed = std::function<void(const std::string& text)>;

@@ -194,7 +194,7 @@ bool MvRepair::copy_packet(RepairOutput& output, const IndexedPacket& packet) {
       return false;
     case Fate::kLost:
       ++lost_packets;
-      ZEVA_LOG(kLogWarning, "stream %d, pts %lld: zeros in place of its bytes at %lld, left out",
+      ZEVA_LOG(kLogDebug, "stream %d, pts %lld: zeros in place of its bytes at %lld, left out",
                packet.stream_index, static_cast<long long>(packet.pts),
                static_cast<long long>(packet.position));
       return true;
