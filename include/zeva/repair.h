@@ -35,9 +35,9 @@
 //     own position. Times behind the hole are right.
 // Behind both, pictures are left out up to the next key picture: they build on what is missing, and
 // a decoder would show them damaged without a word. The sound goes on. A player holds the last good
-// picture meanwhile, at most as long as key pictures are apart. The log has a line for every packet
-// that is zeros, and how much was left out at the end; `zeva repair`, `zeva recover` and `zeva
-// inspect` name it and end with status 3.
+// picture meanwhile, at most as long as key pictures are apart. The log says at the end
+// how much was left out (and each packet that is zeros at level 5); `zeva repair`, `zeva recover`
+// and `zeva inspect` name it and end with status 3.
 //
 // Paths are UTF-8. Broken file and index must be regular files. The container follows from the
 // output's name (".mp4" as a rule). An existing output file is overwritten, but never the broken

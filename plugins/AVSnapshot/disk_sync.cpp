@@ -33,8 +33,7 @@ void DiskSync::start(const std::vector<std::string>& paths, bool sync_now) {
   try {
     thread = std::thread(&DiskSync::run, this);
   } catch (const std::system_error& e) {
-    ZEVA_LOG(kLogError, "no thread to keep the movie on the disk: %s", e.what());
-    fail(files.front().path, e.code().value());
+    report("no thread to keep " + files.front().path + " on the disk: " + e.what());
   }
 }
 
@@ -89,9 +88,13 @@ void DiskSync::sync_files() {
 }
 
 void DiskSync::fail(const std::string& path, int error) {
-  if (std::exchange(failed, true)) return;
-  const std::string text = "the disk may not keep " + path + ": " +
-                           std::generic_category().message(error != 0 ? error : EIO);
+  failed = true;
+  report("the disk may not keep " + path + ": " +
+         std::generic_category().message(error != 0 ? error : EIO));
+}
+
+void DiskSync::report(const std::string& text) {
+  if (std::exchange(reported, true)) return;
   ZEVA_LOG(kLogError, "%s", text.c_str());
   if (failed_callback) failed_callback(text);
 }

@@ -17,8 +17,8 @@ namespace zeva {
 // to put the files on the disk. Writers never wait for it. One thread at a time calls the
 // functions.
 //
-// After a failed sync the system forgets what it could not write, and later ones succeed without
-// it. So the first failure is reported, and final.
+// After a failed sync the system forgets what it could not write, and later syncs succeed without
+// it. So the first failure is final: it is reported, and no sync follows.
 class DiskSync {
  public:
   using Failed = std::function<void(const std::string& text)>;
@@ -34,7 +34,8 @@ class DiskSync {
   DiskSync& operator=(const DiskSync&) = delete;
 
   // Begins with the regular files among the UTF-8 paths, which exist by now, and their folders;
-  // other paths are left out. With `sync_now` the files are on the disk when the call returns.
+  // other paths are left out. Without a thread to be had the files are synced at the end only,
+  // which is reported. With `sync_now` the files are on the disk when the call returns.
   void start(const std::vector<std::string>& paths, bool sync_now);
 
   // What the operating system was given until now is to reach the disk within a second or so. Does
@@ -55,6 +56,7 @@ class DiskSync {
   void sync_folders();
   void sync_files();
   void fail(const std::string& path, int error);
+  void report(const std::string& text);
 
   // Fixed after start.
   const Failed failed_callback;
@@ -63,6 +65,7 @@ class DiskSync {
   std::thread thread;
   // Of one thread at a time: the caller's, and between `start` and `end` the own one.
   bool failed = false;
+  bool reported = false;
 
   std::mutex mutex;
   std::condition_variable changed;

@@ -7,7 +7,7 @@ namespace zeva {
 
 int IndexFile::open(const std::string& path) {
   const int error = file.open(path, NewFile::Mode::kText);
-  // Without a buffer of the C library's nothing is left in there after an error.
+  // A buffer of the C library would keep an unknown part of the text after an error.
   if (error == 0) setvbuf(file.get(), nullptr, _IONBF, 0);
   return error;
 }

@@ -1,4 +1,4 @@
-// The index's text on its way to the file, which may refuse it for a while.
+// Writes the index's text to a file that may refuse it for a while.
 #pragma once
 
 #include <cstdint>
@@ -10,10 +10,9 @@
 
 namespace zeva {
 
-// Owns the file and the text that it does not have yet, at most the head and a little more than one
-// line. What a failed write left in the file is written over by the next one, which begins at the
-// same place with the same text: no record is ever half there with others behind it. Used by one
-// thread at a time. Results are 0 or errno values.
+// Owns the file and the text not yet written: at most the head and a little more than one line. The
+// write after a failed one begins at the same place with the same text, so that no torn record
+// stays in the middle of the file. Used by one thread at a time. Results are 0 or errno values.
 class IndexFile {
  public:
   using Write = size_t (*)(const void* data, size_t size, size_t count, FILE* file);
@@ -45,7 +44,7 @@ class IndexFile {
   void append(const IndexRecord& record);
   bool is_line_full() const { return line_bytes > kIndexLineBytes; }
 
-  // Hands everything to the operating system, with a line feed behind a full line.
+  // Hands all text to the operating system; a full line gets its line feed.
   [[nodiscard]] int write();
 
   // Drops what is not written. A new index without its head does not stay.
@@ -55,7 +54,7 @@ class IndexFile {
   NewFile file;
   const Write write_bytes;
   std::string unwritten;
-  int64_t written_bytes = 0;  // of the file, whatever a failed write left behind them
+  int64_t written_bytes = 0;  // of the file; a failed write may have left more
   int line_bytes = 0;         // of the line that the next record belongs to
   size_t head_bytes = 0;      // of `unwritten`
   bool head_set = false;

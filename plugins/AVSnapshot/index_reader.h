@@ -80,9 +80,9 @@ class IndexReader {
 
   // The next packet of this line. False when no further record can be read from it.
   bool next_packet(IndexedPacket& packet);
-  // What stands behind the last packet in this line; without one, the line.
+  // The rest of the line after the last packet; before the first, the line.
   std::string_view rest() const { return unread; }
-  // Whether any of it is left, bytes behind a NUL included.
+  // True when some of it is left, bytes after a NUL included.
   bool has_rest() const { return !unread.empty() || holds_nul; }
 
  private:

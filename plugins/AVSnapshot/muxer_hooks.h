@@ -1,4 +1,4 @@
-// Tells a snapshot what FFmpeg's muxer is given, and where the bytes of it go.
+// Passes to a snapshot each packet that FFmpeg's muxer is given, and the position of its bytes.
 #pragma once
 
 #include "ffmpeg.h"
@@ -7,10 +7,10 @@ namespace zeva {
 
 class Snapshot;
 
-// The only place that knows how this is found out: by functions of ours in the muxer's description.
-// FFmpeg 4 lets them be replaced; from FFmpeg 5 on descriptions are constant. All functions may be
-// called from any thread. A snapshot is called back, on the thread that drives the muxer, between
-// `add` and `remove` only; who calls `remove` sees to it that no muxer call is under way.
+// Replaces functions in the muxer's description, which FFmpeg 4 allows; from FFmpeg 5 on
+// descriptions are constant. No other file depends on this. All functions may be called from any
+// thread. A snapshot is called back between `add` and `remove` only, on the thread that drives the
+// muxer; the caller of `remove` ensures that no muxer call is under way.
 class MuxerHooks {
  public:
   static void add(Snapshot& snapshot);

@@ -36,8 +36,8 @@ IndexRecord RecordEncoder::encode(const IndexedPacket& packet, const IndexedPack
   record.pts_delta = wrapping_difference(packet.pts, last.pts);
   record.dts_delta = wrapping_difference(packet.dts, last.dts);
   if (record.dts_delta == record.pts_delta) record.dts_delta = 0;
-  // Readers restore the frame size of an audio record without a duration. That the test looks at
-  // the packet behind the recorded one is deliberate: a video record of that duration reads as 0.
+  // Readers restore the frame size of an audio record without a duration. The test looks at the
+  // packet after the recorded one; this is deliberate: a video record of that duration reads as 0.
   const bool implied = next.stream_index == audio_index && packet.duration == frame_size;
   record.duration = implied ? 0 : packet.duration;
   record.key = packet.key ? 1 : 0;

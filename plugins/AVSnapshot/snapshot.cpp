@@ -15,7 +15,8 @@ namespace zeva {
 Snapshot::Snapshot(Report report, DiskCalls calls)
     : report(std::move(report)),
       index(calls.write),
-      disk([this](const std::string& text) { tell(kZevaStatusSyncFailing, text); }, calls.sync) {
+      disk([this](const std::string& text) { report_status(kZevaStatusSyncFailing, text); },
+           calls.sync) {
   MuxerHooks::add(*this);
 }
 
@@ -114,7 +115,7 @@ bool Snapshot::judge_write(int error) {
                                         std::generic_category().message(error)
                                   : "the index is written again: " + index.path();
   ZEVA_LOG(kLogError, "%s", text.c_str());
-  tell(failed ? kZevaStatusIndexFailing : kZevaStatusIndexBack, text);
+  report_status(failed ? kZevaStatusIndexFailing : kZevaStatusIndexBack, text);
   return !failed;
 }
 
@@ -129,7 +130,7 @@ bool Snapshot::end() {
   return on_disk;
 }
 
-void Snapshot::tell(int32_t code, const std::string& text) const {
+void Snapshot::report_status(int32_t code, const std::string& text) const {
   if (report) report(code, text);
 }
 

@@ -20,11 +20,11 @@ namespace zeva {
 // time calls the rest. Call `end`, or destroy the object, only when no muxer call can be under way.
 //
 // Records are handed to the operating system when their line is full, and before that once
-// kIndexHandOverMs have passed, each time behind the bytes of the movie they tell of: few packets a
-// second would else wait seconds for a full line. DiskSync takes both from there to the disk.
+// kIndexHandOverMs have passed, each time after the movie's bytes that they describe: at few
+// packets a second a line takes seconds to fill. DiskSync takes both from there to the disk.
 //
-// While the index cannot be written, the records of one line are kept and later packets have none.
-// Every hand-over tries again; the first record behind such a hole carries its own position.
+// While the index cannot be written, the records of one line are kept; later packets get none.
+// Every hand-over tries again, and the first record after such a hole carries its own position.
 class Snapshot {
  public:
   // `code` is one of kZevaStatusIndexFailing, kZevaStatusIndexBack and kZevaStatusSyncFailing;
@@ -70,7 +70,7 @@ class Snapshot {
  private:
   void hand_over(const AVFormatContext& oc);
   bool judge_write(int error);
-  void tell(int32_t code, const std::string& text) const;
+  void report_status(int32_t code, const std::string& text) const;
 
   const Report report;
   IndexFile index;

@@ -280,6 +280,7 @@ TEST(MvRepair, AHoleInTheIndexCostsItsPacketsAndThePicturesThatBuildOnThem) {
     EXPECT_TRUE(Repairing(r.broken, index).recover() == expected) << first;
   }
   EXPECT_EQ(log.count("the index has no record of "), 3);
+  EXPECT_EQ(log.count(" have no record"), 3);
 }
 
 TEST(LostBytes, ZerosThatAPacketMayHaveAreNoLoss) {

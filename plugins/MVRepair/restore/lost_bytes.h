@@ -1,4 +1,4 @@
-// Tells bytes that were never written from those of a packet.
+// Recognises bytes of a packet that were never written.
 //
 // A power failure may leave a file whose blocks reached the disk out of order: what is missing in
 // between reads as zeros. File systems lose whole blocks, 512 bytes at least, which begin at
@@ -14,8 +14,8 @@ inline constexpr int64_t kLostBlockBytes = 512;
 
 bool is_all_zero(const uint8_t* bytes, int64_t count);
 
-// What zeros in the packets of a codec tell. Each rule holds for every valid packet, so that no
-// whole one is taken for a lost one.
+// The zeros that no packet of a codec has. Each rule holds for every valid packet, so that no whole
+// one is taken for a lost one.
 enum class ZeroRule {
   kNone,       // anything may be zero: silence in PCM, codecs that are not known
   kNotWhole,   // a packet has a byte that is not zero, but padding may be long
@@ -24,9 +24,8 @@ enum class ZeroRule {
 ZeroRule zero_rule(const std::string& codec);
 
 // Whether the H.264 packet is a row of whole NAL units, each behind its length (ISO/IEC 14496-15,
-// 5.3.4.2), none with three zero bytes in a row (ISO/IEC 14496-10, 7.4.1): emulation prevention
-// keeps them out, so there a lost block was. Zeros at the end of a unit are let through; they come
-// from encoders that pad.
+// 5.3.4.2), none with three zero bytes in a row: emulation prevention keeps them out (ISO/IEC
+// 14496-10, 7.4.1). Zeros at the end of a unit are accepted, since some encoders pad their units.
 bool is_whole_avc(const uint8_t* bytes, int64_t count, int length_bytes);
 
 }  // namespace zeva

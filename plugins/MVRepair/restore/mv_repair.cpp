@@ -161,9 +161,7 @@ void MvRepair::process_line(RepairOutput& output) {
   bool dropped = false;
   std::string_view here = parser.rest_of_line();
   for (IndexedPacket packet; parser.next_packet(packet); here = parser.rest_of_line()) {
-    if (packet.placed) {
-      ZEVA_LOG(kLogDebug, "packet数据 seek fpos=%lld", static_cast<long long>(packet.position));
-    }
+    if (packet.placed) log_place(packet);
     if (dropped) {
       // The rest of a dropped line still tells where the next line's bytes and times begin.
       recovery.pass_over(packet);
@@ -194,7 +192,7 @@ bool MvRepair::copy_packet(RepairOutput& output, const IndexedPacket& packet) {
       return false;
     case Fate::kLost:
       ++lost_packets;
-      ZEVA_LOG(kLogWarning, "stream %d, pts %lld: zeros in place of its bytes at %lld, left out",
+      ZEVA_LOG(kLogDebug, "stream %d, pts %lld: zeros in place of its bytes at %lld, left out",
                packet.stream_index, static_cast<long long>(packet.pts),
                static_cast<long long>(packet.position));
       return true;
@@ -223,6 +221,14 @@ void MvRepair::log_read_failure(const IndexedPacket& packet) const {
            "读取packet数据 %d < %d(需求)，该行索引处理结束 (eof=%d, fpos=%lld) err_code=%d",
            read.count, packet.size, recovery.at_end() ? 1 : 0,
            static_cast<long long>(read.position), read.error);
+}
+
+void MvRepair::log_place(const IndexedPacket& packet) const {
+  ZEVA_LOG(kLogDebug, "packet数据 seek fpos=%lld", static_cast<long long>(packet.position));
+  if (packet.skipped_bytes <= 0) return;
+  ZEVA_LOG(kLogWarning, "line %d: %lld bytes before %lld have no record",
+           static_cast<int>(parser.line_number()), static_cast<long long>(packet.skipped_bytes),
+           static_cast<long long>(packet.position));
 }
 
 void MvRepair::log_losses() const {

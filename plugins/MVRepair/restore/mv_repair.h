@@ -54,6 +54,7 @@ class MvRepair {
   bool copy_packet(RepairOutput& output, const IndexedPacket& packet);
   bool write_packet(RepairOutput& output, const IndexedPacket& packet);
   void log_read_failure(const IndexedPacket& packet) const;
+  void log_place(const IndexedPacket& packet) const;
   void log_losses() const;
   void report_progress();
   void report(double progress, int code, const char* message);

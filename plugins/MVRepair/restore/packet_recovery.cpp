@@ -6,7 +6,7 @@
 namespace zeva {
 namespace {
 
-// The muxer puts each length into four bytes when it is given byte streams.
+// FFmpeg's muxer writes four-byte lengths when it converts byte streams.
 constexpr int kLengthBytes = 4;
 
 }  // namespace
@@ -82,7 +82,7 @@ bool PacketRecovery::touches_lost_block(const IndexedPacket& packet) {
   return false;
 }
 
-// A block that the packet shares with its neighbours counts only when all of it is zero.
+// A block shared with neighbouring packets was lost only if all of it is zero.
 bool PacketRecovery::is_lost_edge(const IndexedPacket& packet, int64_t block) {
   const int64_t begin = std::max(block, packet.position);
   const int64_t end = std::min(block + kLostBlockBytes, packet.position + packet.size);

@@ -13,17 +13,17 @@
 
 namespace zeva {
 
-// The one judge of a packet: the repair writes what it finds, and whoever foretells a repair asks
-// it too. Owns the movie and one packet's bytes. Used by one thread at a time; packets come in the
+// The repair writes the packets that are recovered here; `zeva inspect` counts them and so agrees
+// with it. Owns the movie and one packet's bytes. Used by one thread at a time; packets come in the
 // order of the index.
 class PacketRecovery {
  public:
   enum class Fate {
     kRecovered,
-    kBehindEnd,   // not wholly in the file; neither is anything behind it
+    kBehindEnd,   // not wholly in the file; later packets are not there either
     kUnreadable,  // the system cannot read the place
     kNoMemory,
-    kLost,       // in its place, or in a part of it, are zeros that nobody wrote
+    kLost,       // zeros stand in place of its bytes or of some of them
     kDependent,  // a picture that only shows right with one before it that is missing
   };
 
@@ -35,16 +35,16 @@ class PacketRecovery {
 
   // Reads the packet and judges it. Its stream index may be anything.
   Fate take(const IndexedPacket& packet);
-  // For a packet that is not wanted: its place may be the end, and behind a hole, too.
+  // For a packet that is not wanted: it may lie at the end of the file or follow a hole, too.
   void pass_over(const IndexedPacket& packet);
 
   // Of the packet taken last, with FFmpeg's padding behind it; the caller may not keep it.
   uint8_t* data() { return bytes.get(); }
   const BrokenFile::ReadResult& read_result() const { return result; }
 
-  // Between packets, without a record, so far.
+  // Bytes without a record between the packets so far.
   int64_t unrecorded_bytes() const { return bytes_in_holes; }
-  // Nothing behind this point can be placed any more.
+  // No later packet can be placed any more.
   bool at_end() const { return movie.at_end(); }
 
  private:
