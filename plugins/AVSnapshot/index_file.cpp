@@ -9,6 +9,8 @@ int IndexFile::open(const std::string& path) {
   const int error = file.open(path, NewFile::Mode::kText);
   // A buffer of the C library would keep an unknown part of the text after an error.
   if (error == 0) setvbuf(file.get(), nullptr, _IONBF, 0);
+  // The sign of life by which others tell a recording that is paused from one that crashed.
+  if (error == 0) (void)lock_file(file.get());
   return error;
 }
 

@@ -166,8 +166,11 @@ void IndexReader::read_head() {
   }
 }
 
+// Bytes that are zero were never written. Without the records in between, nothing behind them can
+// be placed or timed.
 bool IndexReader::next_line() {
-  const bool more = is_first_record_line_read || read_line();
+  const bool gap = holds_nul && !is_first_record_line_read;
+  const bool more = is_first_record_line_read || (!gap && read_line());
   is_first_record_line_read = false;
   unread = text;
   return more;

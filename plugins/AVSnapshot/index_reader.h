@@ -70,7 +70,7 @@ class IndexReader {
   const IndexStreams& streams() const { return described; }
 
   // Goes to the next line behind the head; longer lines than the buffer come in pieces. False at
-  // the end.
+  // the end, and after a line with a NUL: a power failure left a gap there.
   bool next_line();
   // The line without its line end, up to a NUL; terminated by one. Valid until the next line.
   std::string_view line() const { return text; }

@@ -79,6 +79,7 @@ int Snapshot::commit() {
 void Snapshot::packet_coming(const AVFormatContext& oc, const AVPacket& packet, int64_t position) {
   if (ended || !index.has_head()) return;
   if (!index.is_committed()) (void)commit();
+  keep_packet_in_one_write(oc, packet);
   IndexedPacket coming;
   coming.stream_index = packet.stream_index;
   coming.position = position;
@@ -95,6 +96,13 @@ void Snapshot::packet_coming(const AVFormatContext& oc, const AVPacket& packet, 
     return;
   }
   hand_over(oc);
+}
+
+// A power failure may take one write and leave the next: half a packet is hard to tell from a whole
+// one, none of it is not.
+void Snapshot::keep_packet_in_one_write(const AVFormatContext& oc, const AVPacket& packet) {
+  const int64_t room = oc.pb->buffer + oc.pb->buffer_size - oc.pb->buf_ptr;
+  if (packet.size > room) avio_flush(oc.pb);
 }
 
 void Snapshot::hand_over(const AVFormatContext& oc) {

@@ -68,6 +68,7 @@ class Snapshot {
   void packet_coming(const AVFormatContext& oc, const AVPacket& packet, int64_t position);
 
  private:
+  static void keep_packet_in_one_write(const AVFormatContext& oc, const AVPacket& packet);
   void hand_over(const AVFormatContext& oc);
   bool judge_write(int error);
   void report_status(int32_t code, const std::string& text) const;

@@ -13,7 +13,9 @@ namespace zeva {
 // (NTFS) keep the new size before the bytes, and what never came reads as zeros. Packets that lie
 // there are lost, although the file seems to hold them.
 //
-// Returns where a tail of so many zeros begins that no packet ends in them, else `size_bytes`.
+// Returns where a tail of so many zeros begins that no packet ends in them, else `size_bytes`. File
+// systems keep blocks of 512 bytes at least, so the block with the last byte counts as written: a
+// packet may end in zeros of its own.
 // `read_at(position, buffer, count)` fills `buffer`; when it returns false the size is believed.
 template <typename ReadAt>
 int64_t written_size(int64_t size_bytes, ReadAt read_at) {
@@ -29,7 +31,9 @@ int64_t written_size(int64_t size_bytes, ReadAt read_at) {
     end -= last - std::make_reverse_iterator(bytes.begin() + count);
     if (last != bytes.rend()) break;
   }
-  return size_bytes - end >= kZerosOfNoPacket ? end : size_bytes;
+  if (size_bytes - end < kZerosOfNoPacket) return size_bytes;
+  constexpr int64_t kBlockBytes = 512;
+  return (end + kBlockBytes - 1) / kBlockBytes * kBlockBytes;
 }
 
 }  // namespace zeva

@@ -35,6 +35,8 @@ int FileIo::commit() {
   if (is_committed()) return 0;
   const int error = file.commit();
   if (error != 0) return AVERROR(error);
+  // An older movie's bytes must not come back under the index of this one after a power failure.
+  if (file.replaces()) (void)sync_file(file.get());
   const int64_t continued_at = position;
   position = 0;
   const int result = write_at_position(kept.data(), kept.size());

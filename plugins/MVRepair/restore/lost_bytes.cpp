@@ -3,6 +3,12 @@
 #include <algorithm>
 #include <cstring>
 
+#include "ffmpeg.h"
+
+extern "C" {
+#include <libavutil/crc.h>
+}
+
 namespace zeva {
 namespace {
 
@@ -40,6 +46,20 @@ ZeroRule zero_rule(const std::string& codec) {
     if (codec == name) return ZeroRule::kNotWhole;
   }
   return ZeroRule::kNone;
+}
+
+bool is_plausible(const std::string& codec, int channels, const uint8_t* bytes, int64_t count) {
+  if (count < 4) return true;
+  // Stereo begins with a channel pair, whose id is not zero; one channel that is silent begins with
+  // a few zeros (ISO/IEC 14496-3, raw_data_block).
+  if (codec == "aac") return channels == 2 ? bytes[0] != 0 : !is_all_zero(bytes, 4);
+  if (codec == "mp2" || codec == "mp3") return bytes[0] == 0xFF;
+  if (codec == "mpeg4") return !is_all_zero(bytes, 4);
+  if (codec != "ac3" && codec != "eac3") return true;
+  // A sync word, and a check sum over all that follows (ATSC A/52, 5.4.1 and 7.10.1).
+  return bytes[0] == 0x0B && bytes[1] == 0x77 &&
+         av_crc(av_crc_get_table(AV_CRC_16_ANSI), 0, bytes + 2, static_cast<size_t>(count - 2)) ==
+             0;
 }
 
 bool is_whole_avc(const uint8_t* bytes, int64_t count, int length_bytes) {

@@ -26,6 +26,8 @@ void PacketRecovery::begin(const IndexStreams& described) {
     stream.pictures = described.list[i] == AVMEDIA_TYPE_VIDEO;
     const std::string& codec = stream.pictures ? described.video.codec : described.audio.codec;
     stream.zeros = zero_rule(codec);
+    stream.codec = codec;
+    stream.channels = described.audio.channels;
     // A recording that knew no parameter sets had its packets written as they were.
     stream.has_lengths = stream.pictures && codec == "h264" && !described.video.ev.empty();
     zeros_are_lost = zeros_are_lost && stream.zeros == ZeroRule::kNotABlock;
@@ -66,6 +68,7 @@ void PacketRecovery::notice_hole(const IndexedPacket& packet) {
 bool PacketRecovery::is_lost(const Stream& stream, const IndexedPacket& packet) {
   if (packet.size == 0 || stream.zeros == ZeroRule::kNone) return false;
   if (is_all_zero(bytes.get(), packet.size)) return true;
+  if (!is_plausible(stream.codec, stream.channels, bytes.get(), packet.size)) return true;
   if (stream.zeros == ZeroRule::kNotABlock && touches_lost_block(packet)) return true;
   return stream.has_lengths && !is_whole_avc(bytes.get(), packet.size, kLengthBytes);
 }

@@ -52,6 +52,8 @@ class PacketRecovery {
     bool pictures = false;
     bool has_lengths = false;  // H.264 with the length of each NAL unit in four bytes
     ZeroRule zeros = ZeroRule::kNone;
+    std::string codec;
+    int channels = 0;
     bool awaits_key = false;  // a picture is missing that the next ones may build on
   };
 
