@@ -55,7 +55,7 @@ void ZEVA2_stop(void** handle) {
     ZEVA_LOG(zeva::kLogInfo, "Muxer already Stopped.");
     return;
   }
-  if (static_cast<AVMux*>(*handle)->on_worker_thread()) {
+  if (static_cast<AVMux*>(*handle)->in_status_callback()) {
     ZEVA_LOG(zeva::kLogError, "stop refused: called by the status callback");
     return;
   }

@@ -36,7 +36,15 @@
 // are lost, and the six of each stream that are being sorted and demuxed (at 30 pictures a second
 // another 200 ms). A thread of each recording with an index has the disk keep both files about once
 // a second, and all of the finished movie before ZEVA2_stop returns: a power failure costs about a
-// second more, as far as the disk keeps what it says it has.
+// second more, as far as the disk keeps what it says it has. Every output whose muxer is that of MP4
+// or a relative (.mov, .m4v, .3gp, a name without a known ending) can have the index; the first of
+// them has it.
+//
+// Files: one that is there already keeps its bytes until the first packet of the recording is
+// written, which is not before all outputs are open. A start that fails, and a recording of nothing,
+// leave no file behind and change none. Two outputs, or an output and the index, that are one file
+// are refused. On a full disk an output is finished with what fitted, where the file system can set
+// space aside for its table; else the index brings it back. The report says which.
 #pragma once
 
 #include <cstddef>
@@ -60,7 +68,7 @@ enum : int32_t {
 // and zero-terminated; one that fills its array without a terminator is cut there by one byte.
 struct MovieInfo2 {
   char url[512];          // main output: a path, rtmp:// (FLV) or rtsp:// (TCP; sound becomes Opus)
-  char moov[512];         // crash-safe index of the first .mp4 among the outputs; empty for none
+  char moov[512];         // crash-safe index of the first MP4 among the outputs; empty for none
   char meta[256];         // "key:value;key:value", written into every container
   const char* others[4];  // further outputs; null entries are skipped
 
@@ -107,7 +115,8 @@ extern "C" {
 // one of the outputs). When ZEVA2_stop has returned without any report, the system took all of
 // every output. Called inside ZEVA2_start (codes -10, -11) or on the recording's worker thread,
 // also while ZEVA2_stop waits for it but never after it has returned; `message` lives only during
-// the call. It must not call ZEVA2_stop.
+// the call. Codes of 100 and more (zeva/status.h) do not end the recording and may come on other
+// threads of the library. It must not call ZEVA2_stop.
 typedef void (*ZEVA2_status_callback)(int code, const char* message, void* user);
 
 // Starts a recording and returns its handle, which ZEVA2_stop frees; null on failure, with nothing

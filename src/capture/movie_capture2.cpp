@@ -4,24 +4,13 @@
 
 #include "av_error.h"
 #include "clock.h"
+#include "host_call.h"
 #include "logger.h"
 
 using zeva::kLogDebug;
 using zeva::kLogError;
 using zeva::kLogInfo;
 using zeva::kMicroseconds;
-
-namespace {
-
-// The captures whose host is being told something by this thread, innermost first: a callback may
-// start another recording, which reports at once.
-struct Telling {
-  const MovieCapture2* const capture;
-  const Telling* const outer;
-};
-thread_local const Telling* t_telling = nullptr;
-
-}  // namespace
 
 MovieCapture2::MovieCapture2(std::unique_ptr<ZV::ZV_AVWriter> writer)
     : MovieMuxer(std::move(writer)) {}
@@ -64,17 +53,11 @@ void MovieCapture2::on_status(int code, const char* message, void* capture) {
   ZEVA_LOG(kLogError, "### statu cb [id=%d]: %s", code, message);
   if (code == 0) self.start_ok = true;
   if (self.host.callback == nullptr) return;
-  const Telling telling{&self, t_telling};
-  t_telling = &telling;
+  const zeva::HostCall call(&self);
   self.host.callback(code, message, self.host.user);
-  t_telling = telling.outer;
 }
 
-bool MovieCapture2::in_status_callback() const {
-  const Telling* telling = t_telling;
-  while (telling != nullptr && telling->capture != this) telling = telling->outer;
-  return telling != nullptr;
-}
+bool MovieCapture2::in_status_callback() const { return zeva::HostCall::is_inside(this); }
 
 // ---- frames
 

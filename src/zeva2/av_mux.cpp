@@ -5,6 +5,7 @@
 
 #include "av_error.h"
 #include "clock.h"
+#include "host_call.h"
 #include "logger.h"
 #include "output_url.h"
 #include "saturating.h"
@@ -118,7 +119,6 @@ void AVMux::give_up_outputs_soon_locked() {
 // ---- the worker thread
 
 void AVMux::work() {
-  worker_id = std::this_thread::get_id();
   try {
     record();
   } catch (const std::exception& e) {
@@ -207,9 +207,11 @@ bool AVMux::close_outputs() {
   return cut;
 }
 
-// What does not end the recording; from any of the library's threads.
+// On any of the library's threads.
 void AVMux::report(int32_t code, const std::string& text) {
-  if (status_cb != nullptr) status_cb(code, text.c_str(), user);
+  if (status_cb == nullptr) return;
+  const HostCall call(this);
+  status_cb(code, text.c_str(), user);
 }
 
 void AVMux::pop_status(const Status& status) {
@@ -217,7 +219,7 @@ void AVMux::pop_status(const Status& status) {
   ZEVA_LOG(status.ok ? kLogInfo : kLogError, "pop_status: [code=%d] *** msg=%s", code,
            status.message.c_str());
   if (code != 0) aborted = true;
-  if (status_cb != nullptr) status_cb(code, status.message.c_str(), user);
+  report(code, status.message);
 }
 
 // ---- the host's threads

@@ -10,6 +10,7 @@
 
 #include "aac_encoder.h"
 #include "annexb_filter.h"
+#include "host_call.h"
 #include "mux_settings.h"
 #include "open_files.h"
 #include "status.h"
@@ -58,8 +59,8 @@ class AVMux {
   bool backlog(Backlog* backlog);
 
   bool is_aborted() const { return aborted; }
-  // The worker cannot end itself: true inside the status callback.
-  bool on_worker_thread() const { return worker_id == std::this_thread::get_id(); }
+  // None of the library's threads can wait for itself.
+  bool in_status_callback() const { return HostCall::is_inside(this); }
 
  private:
   // The time line of one stream, in microseconds.
@@ -90,7 +91,6 @@ class AVMux {
   std::atomic<int64_t> pause_start{0};  // microseconds of the clock; above 0 while paused
   std::atomic<int64_t> pause_drift{0};  // microseconds paused so far
   std::atomic<bool> aborted{false};
-  std::atomic<std::thread::id> worker_id{};
   std::thread worker;
   StreamClock audio_clock;
   StreamClock video_clock;

@@ -69,28 +69,32 @@ bool PacketRecovery::is_lost(const Stream& stream, const IndexedPacket& packet) 
   if (packet.size == 0 || stream.zeros == ZeroRule::kNone) return false;
   if (is_all_zero(bytes.get(), packet.size)) return true;
   if (!is_plausible(stream.codec, stream.channels, bytes.get(), packet.size)) return true;
-  if (stream.zeros == ZeroRule::kNotABlock && touches_lost_block(packet)) return true;
+  if (stream.zeros == ZeroRule::kNotABlock && touches_lost_block(stream, packet)) return true;
   return stream.has_lengths && !is_whole_avc(bytes.get(), packet.size, kLengthBytes);
 }
 
-bool PacketRecovery::touches_lost_block(const IndexedPacket& packet) {
+bool PacketRecovery::touches_lost_block(const Stream& stream, const IndexedPacket& packet) {
   const int64_t end = packet.position + packet.size;
   const int64_t first = packet.position - packet.position % kLostBlockBytes;
   for (int64_t block = first; block < end; block += kLostBlockBytes) {
     const bool inside = block >= packet.position && block + kLostBlockBytes <= end;
     const bool lost = inside ? is_all_zero(bytes.get() + (block - packet.position), kLostBlockBytes)
-                             : is_lost_edge(packet, block);
+                             : is_lost_edge(stream, packet, block);
     if (lost) return true;
   }
   return false;
 }
 
-// A block shared with neighbouring packets was lost only if all of it is zero.
-bool PacketRecovery::is_lost_edge(const IndexedPacket& packet, int64_t block) {
+// A block shared with neighbouring packets was lost only if all of it is zero. No NAL unit ends in
+// more zeros than an encoder pads with, so there its own part is enough.
+bool PacketRecovery::is_lost_edge(const Stream& stream, const IndexedPacket& packet,
+                                  int64_t block) {
+  constexpr int64_t kPaddingBytes = 16;
   const int64_t begin = std::max(block, packet.position);
   const int64_t end = std::min(block + kLostBlockBytes, packet.position + packet.size);
-  return zeros_are_lost && is_all_zero(bytes.get() + (begin - packet.position), end - begin) &&
-         movie.is_zero_block(block);
+  if (!is_all_zero(bytes.get() + (begin - packet.position), end - begin)) return false;
+  if (stream.has_lengths && end - begin > kPaddingBytes) return true;
+  return zeros_are_lost && movie.is_zero_block(block);
 }
 
 bool PacketRecovery::reserve(int32_t size) {

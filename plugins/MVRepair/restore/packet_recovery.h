@@ -60,8 +60,8 @@ class PacketRecovery {
   bool reserve(int32_t size);
   void notice_hole(const IndexedPacket& packet);
   bool is_lost(const Stream& stream, const IndexedPacket& packet);
-  bool touches_lost_block(const IndexedPacket& packet);
-  bool is_lost_edge(const IndexedPacket& packet, int64_t block);
+  bool touches_lost_block(const Stream& stream, const IndexedPacket& packet);
+  bool is_lost_edge(const Stream& stream, const IndexedPacket& packet, int64_t block);
 
   BrokenFile movie;
   int64_t bytes_in_holes = 0;

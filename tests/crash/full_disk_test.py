@@ -1,9 +1,10 @@
 #!/usr/bin/env python3
-"""Lets the disk of the index run full under a recording, and judges what comes back.
+"""Lets disks run full under recordings, and judges what comes back.
 
-    index_full_test.py --zeva build/linux/bin/zeva --movie camera.mp4
+    full_disk_test.py --zeva build/linux/bin/zeva --movie camera.mp4
 
-The index lies on a disk of a few pages, the movie elsewhere. The disk is filled, emptied again, and the
+The disk of the movie: the movie must be finished, hold nearly all that fits, and play without a fault;
+a copy elsewhere goes on. The disk of the index, a few pages: it is filled, emptied again, and the
 recorder killed. Every packet that has a record must come back exactly, and the hole must be named. Ends
 with 77 without the right to mount a disk.
 """
@@ -19,7 +20,8 @@ import time
 from crash_test import Broken, judge, read_index, run, wait_until
 
 SKIPPED = 77
-DISK_BYTES = 64 << 10
+MOVIE_DISK_BYTES = 2 << 20
+INDEX_DISK_BYTES = 64 << 10
 FAILING_S = 2
 
 
@@ -54,7 +56,33 @@ def record(options, movie_file, index, filler):
         process.wait()
 
 
-def check(options, work, disk):
+def seconds_of(path):
+    faults = run("ffmpeg", "-v", "error", "-xerror", "-i", path, "-f", "null", "-")
+    if faults.returncode != 0 or faults.stderr:
+        raise Broken(f"{path} does not play: {faults.stderr}")
+    return float(run("ffprobe", "-v", "error", "-show_entries", "format=duration", "-of",
+                     "csv=p=0", path).stdout)
+
+
+def check_movie(options, work, disk):
+    for command in "record", "mux":
+        full, copy = os.path.join(disk, "full.mp4"), os.path.join(work, command + ".mkv")
+        ended = run(options.zeva, command, "--fast", "--input", options.movie, "-o", full, "--also",
+                    copy)
+        told = f"'{full}'" in ended.stderr and "it is finished with what fitted" in ended.stderr
+        if ended.returncode != 1 or not told:
+            raise Broken(f"{command} does not tell of the full disk: {ended.stderr}")
+        size, seconds, whole = os.path.getsize(full), seconds_of(full), seconds_of(copy)
+        if size < 0.85 * MOVIE_DISK_BYTES or not 1 < seconds <= whole:
+            raise Broken(f"{command}: {size} bytes, {seconds} s of {whole} s")
+        if command == "record" and whole < 8:  # of packets one failure ends all outputs
+            raise Broken(f"the copy ended after {whole} s")
+        print(f"{command}: {size} of {MOVIE_DISK_BYTES} bytes used, {seconds} s")
+        for name in os.listdir(disk):
+            os.remove(os.path.join(disk, name))
+
+
+def check_index(options, work, disk):
     movie_file, index = os.path.join(work, "movie.mp4"), os.path.join(disk, "movie.index")
     record(options, movie_file, index, os.path.join(disk, "filler"))
     shutil.copy(index, movie_file + ".index")
@@ -73,6 +101,17 @@ def check(options, work, disk):
     print(f"{packets} packets came back, {seconds:.2f} s with the hole")
 
 
+def on_small_disk(size, check, options, work):
+    disk = os.path.join(work, "disk")
+    os.makedirs(disk, exist_ok=True)
+    if run("mount", "-t", "tmpfs", "-o", f"size={size}", "tmpfs", disk).returncode != 0:
+        sys.exit(SKIPPED)
+    try:
+        check(options, work, disk)
+    finally:
+        run("umount", disk)
+
+
 def main():
     parser = argparse.ArgumentParser(description=__doc__.split("\n", maxsplit=1)[0])
     parser.add_argument("--zeva", required=True)
@@ -83,15 +122,9 @@ def main():
         if run("unshare", "--mount", "true").returncode != 0:
             sys.exit(SKIPPED)
         os.execvp("unshare", ["unshare", "--mount", sys.executable, "-B", *sys.argv, "--alone"])
-    with tempfile.TemporaryDirectory(prefix="zeva-index-") as work:
-        disk = os.path.join(work, "disk")
-        os.mkdir(disk)
-        if run("mount", "-t", "tmpfs", "-o", f"size={DISK_BYTES}", "tmpfs", disk).returncode != 0:
-            sys.exit(SKIPPED)
-        try:
-            check(options, work, disk)
-        finally:
-            run("umount", disk)
+    with tempfile.TemporaryDirectory(prefix="zeva-full-") as work:
+        for size, check in (MOVIE_DISK_BYTES, check_movie), (INDEX_DISK_BYTES, check_index):
+            on_small_disk(size, check, options, work)
 
 
 if __name__ == "__main__":
