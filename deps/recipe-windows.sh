@@ -74,6 +74,7 @@ configure_ffmpeg() {
     --extra-cflags=-I../sysroot/include --extra-ldflags='-L../sysroot/lib -static-libgcc' \
     --enable-w32threads --enable-mediafoundation --enable-encoder=h264_mf
   check_components
+  grep '^#define CONFIG_H264_MF_ENCODER 1$' config.h
 }
 
 compile_ffmpeg() {
