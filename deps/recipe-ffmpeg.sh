@@ -1,4 +1,4 @@
-# shellcheck shell=bash disable=SC2034,SC2154,SC2206,SC2016  # variables go from file to file, -e is on
+# shellcheck shell=bash disable=SC2034,SC2154,SC2206,SC2207,SC2016  # variables go from file to file, -e is on
 # What FFmpeg is built with on both systems. Sourced by build.sh; part of the recipe hash.
 #
 # Every recipe runs with the variables of build.sh: $work (scratch folder holding one source folder a tarball: FFmpeg,
