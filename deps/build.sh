@@ -23,6 +23,8 @@ prefix_of() {
     {
       grep -E "^[a-z,]*\b$1\b" "$here/tarballs.txt"
       sed -E '/^ *(#|$)/d' "$here/recipe-ffmpeg.sh" "$here/recipe-$1.sh"
+      awk '!/^(#|$)/ { print $1, $2 }' "$here/components.txt"
+      cat "$here"/patches/*.patch
     } | sha256sum
   )
   echo "$cache/$1-${hash:0:12}"
@@ -105,7 +107,7 @@ progress_note() {
 
 check_machine() {
   local what missing=()
-  for what in curl tar xz "${required_commands[@]}"; do
+  for what in curl tar xz patch "${required_commands[@]}"; do
     command -v "$what" > /dev/null || missing+=("$what")
   done
   for what in "${required_files[@]}"; do

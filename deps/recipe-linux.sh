@@ -7,6 +7,7 @@ required_files=(/usr/include/lame/lame.h)
 packages_set=build-linux
 
 build_steps=(
+  "patch FFmpeg|patch_ffmpeg"
   "configure FFmpeg|configure_ffmpeg"
   "compile FFmpeg|compile_ffmpeg"
   "install|ffmpeg_install"
@@ -16,6 +17,7 @@ build_steps=(
 configure_ffmpeg() {
   cd "$work/FFmpeg"
   ./configure "${ffmpeg_common_options[@]}" --enable-pthreads
+  check_components
   # The libraries find each other beside themselves, so that a product folder can be moved. It goes straight into
   # config.mak, as configure's quoting does not survive a dollar sign; make expands the line twice, hence four.
   sed -i "s|^LDSOFLAGS=|&-Wl,-rpath,'\$\$\$\$ORIGIN' |" ffbuild/config.mak

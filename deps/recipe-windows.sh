@@ -15,6 +15,7 @@ build_steps=(
   "compile x264|build_x264"
   "compile LAME|build_lame"
   "compile Opus|build_opus"
+  "patch FFmpeg|patch_ffmpeg"
   "configure FFmpeg|configure_ffmpeg"
   "compile FFmpeg|compile_ffmpeg"
   "install|install_windows"
@@ -71,7 +72,9 @@ configure_ffmpeg() {
     --enable-cross-compile --target-os=mingw32 --arch=x86_64 --cross-prefix=$kTriplet- --cc=$kCompiler \
     --pkg-config=pkg-config --pkg-config-flags=--static \
     --extra-cflags=-I../sysroot/include --extra-ldflags='-L../sysroot/lib -static-libgcc' \
-    --enable-w32threads --enable-mediafoundation
+    --enable-w32threads --enable-mediafoundation --enable-encoder=h264_mf
+  check_components
+  grep '^#define CONFIG_H264_MF_ENCODER 1$' config.h
 }
 
 compile_ffmpeg() {

@@ -12,12 +12,12 @@ set -euo pipefail
 packages_of() {
   case $1 in
     build-linux)
-      echo build-essential ccache cmake ninja-build pkg-config nasm git xz-utils ca-certificates curl \
+      echo build-essential ccache cmake ninja-build pkg-config nasm git patch xz-utils ca-certificates curl \
         libx264-dev libmp3lame-dev libopus-dev zlib1g-dev libffmpeg-nvenc-dev libcli11-dev nlohmann-json3-dev
       ;;
     # The package wine brings the command of that name, wine64 what it runs; no 32-bit part is needed.
     windows)
-      echo make ccache cmake ninja-build pkg-config nasm git xz-utils ca-certificates curl libffmpeg-nvenc-dev \
+      echo make ccache cmake ninja-build pkg-config nasm git patch xz-utils ca-certificates curl libffmpeg-nvenc-dev \
         g++-mingw-w64-x86-64-posix gcc-mingw-w64-x86-64-posix binutils-mingw-w64-x86-64 libz-mingw-w64-dev \
         gcc libc6-dev wine wine64
       ;;
