@@ -217,12 +217,13 @@ bool MovieMuxer::stop() {
   if (record->thread.joinable()) record->thread.join();
 
   if (phase == Phase::kStopping) return true;
-  if (!running()) {
+  const bool was_running = running();
+  if (!was_running) {
     ZEVA_LOG(kLogInfo, "end begin... ======  maybe start rtmp thread blocking ..");
   }
   phase = Phase::kStopping;
-  if (audio_enc) audio_enc->encode(nullptr);
-  if (video_enc) video_enc->encode(nullptr);
+  if (was_running && audio_enc) audio_enc->encode(nullptr);
+  if (was_running && video_enc) video_enc->encode(nullptr);
 
   ZEVA_LOG(kLogInfo, "before write stop ...");
   writer->stop();

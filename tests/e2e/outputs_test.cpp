@@ -159,7 +159,7 @@ TEST(Outputs, HaveTheContainerOfTheirName) {
   const fs::path folder = work_file("x").parent_path();
   const struct {
     const char *main, *further, *format;
-  } cases[] = {{"a.mkv", "b.nut", "nut"}, {"a.avi", "b.mkv", "matroska,webm"}};
+  } cases[] = {{"a.mkv", "b.ts", "mpegts"}, {"a.avi", "b.mkv", "matroska,webm"}};
   for (const auto& c : cases) {
     Take take{false, utf8(folder / c.main), "", {utf8(folder / c.further)}, {}};
     take.record();

@@ -88,7 +88,7 @@ class InputFormatsTest(ToolTest):
         for name, video, audio, options in CLIPS:
             with self.subTest(name, video=video, audio=audio):
                 self.make(name, video, audio, options)
-                text = self.record("--input", name, "--fast", "--no-index", "-o", "out.mp4")
+                text = self.record("--input", name, "--fast", "--no-index", "-y", "-o", "out.mp4")
                 frames = int(re.search(r"(\d+) frames", text).group(1)) if video else 0
                 self.assertAlmostEqual(frames, 25 if video else 0, delta=3)
                 self.assert_holds(bool(video), bool(audio))
