@@ -109,6 +109,10 @@ void Snapshot::hand_over(const AVFormatContext& oc) {
   const int64_t now = steady_us();
   if (!index.is_line_full() && now < next_hand_over) return;
   next_hand_over = now + kIndexHandOverMs * 1000;
+  flush(oc);
+}
+
+void Snapshot::flush(const AVFormatContext& oc) {
   // The movie's bytes go first: a record must not tell of bytes that died in FFmpeg's buffer.
   avio_flush(oc.pb);
   (void)judge_write(index.write());

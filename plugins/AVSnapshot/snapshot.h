@@ -59,6 +59,9 @@ class Snapshot {
   // has.
   int commit();
 
+  // Hands everything to the operating system now. Packets go on.
+  void flush(const AVFormatContext& oc);
+
   // Writes and closes the index. True when all of it and of the movie is on the disk.
   bool end();
 

@@ -15,7 +15,6 @@ namespace {
 // chunks, offsets, times and key pictures (ISO/IEC 14496-12, 8.6 and 8.7), and the rest.
 constexpr int64_t kTrailerBytesPerPacket = 48;
 constexpr int64_t kTrailerBytes = 128 * 1024;
-constexpr int64_t kRtspInterleaveUs = 1000000;
 
 }  // namespace
 
@@ -38,10 +37,8 @@ int MovieOutput::create(AVOutputFormat* format) {
   if (oc == nullptr) return AVERROR_UNKNOWN;
   // A file is never interrupted: what was recorded must be written.
   if (is_network()) oc->interrupt_callback = io.callback();
-  if (is_rtsp_url(output_url.c_str())) {
-    av_opt_set(oc->priv_data, "rtsp_transport", "tcp", 0);
-    oc->max_interleave_delta = kRtspInterleaveUs;
-  }
+  if (is_rtsp_url(output_url.c_str())) av_opt_set(oc->priv_data, "rtsp_transport", "tcp", 0);
+  oc->max_interleave_delta = kLongestHoldMs * 1000;
   return 0;
 }
 
@@ -127,11 +124,16 @@ bool MovieOutput::has_room_for(const AVPacket& packet) {
 }
 
 int MovieOutput::write(AVPacket* packet) {
-  int result = packet != nullptr ? begin_packet(*packet) : 0;
-  if (packet == nullptr) io.begin_operation();
-  const bool refused = result < 0;
-  if (!refused) result = io.result_of_operation(av_interleaved_write_frame(oc.get(), packet));
-  if (result < 0 && packet != nullptr) av_packet_unref(packet);
+  int result = begin_packet(*packet);
+  if (result >= 0) result = io.result_of_operation(av_interleaved_write_frame(oc.get(), packet));
+  if (result < 0) av_packet_unref(packet);
+  return result;
+}
+
+int MovieOutput::write_held() {
+  io.begin_operation();
+  const int result = io.result_of_operation(av_interleaved_write_frame(oc.get(), nullptr));
+  if (result >= 0 && snapshot != nullptr && packets > 0) snapshot->flush(*oc);
   return result;
 }
 

@@ -13,6 +13,10 @@
 
 namespace zeva {
 
+// No packet waits longer for a packet of another stream, which may have fallen silent: what waits
+// is neither in the movie nor in its index, and a crash would take it along.
+inline constexpr int kLongestHoldMs = 500;
+
 // The only place that opens, writes and closes an output. Owns the muxer's context, its I/O, the
 // deadline of a network output and the crash-safe index of a movie. Results are FFmpeg codes; the
 // caller knows which step it asked for, and words it for its host.
@@ -54,11 +58,14 @@ class MovieOutput {
 
   // Lets the output take the place of an older file.
   [[nodiscard]] int commit();
-  // Writes a packet with interleaving and takes over its reference, also on failure; null writes
-  // what is held back for interleaving. AVERROR(ENOSPC) before the disk is so full that the trailer
-  // would not fit: the movie can be finished then.
+  // Writes a packet with interleaving and takes over its reference, also on failure. It is held
+  // back until the other streams have one as well, but for no more than kLongestHoldMs of movie
+  // time; the caller sees to it that it is not for longer by the clock. AVERROR(ENOSPC) before the
+  // disk is so full that the trailer would not fit: the movie can be finished then.
   [[nodiscard]] int write(AVPacket* packet);
-  // The same without interleaving; the packet's data stays the caller's.
+  // Writes what is held back, and lets the system have all of it.
+  [[nodiscard]] int write_held();
+  // Writes a packet without interleaving; the packet's data stays the caller's.
   [[nodiscard]] int write_in_order(AVPacket* packet);
   // Finishes the movie. An output that got no packet has nothing to be finished.
   [[nodiscard]] int write_trailer();

@@ -49,17 +49,27 @@ void OutputThread::run() {
   listener.on_finished();
 }
 
-// Until the end of the packets; negative is a write error.
+// Until the end of the packets; negative is a write error. When no packet comes for a while, none
+// is held back any longer for a stream that may have fallen silent.
 int OutputThread::write_queued() {
+  bool holding = false;
   while (true) {
     AVPacket packet;
-    if (queue.get(&packet, true) < 0) return 0;
+    const int got = queue.get_within(&packet, holding ? kLongestHoldMs : PacketQueue::kForever);
+    if (got < 0) return 0;
+    if (got == 0) {
+      holding = false;
+      const int result = output.write_held();
+      if (result < 0) return result;
+      continue;
+    }
     if (PacketQueue::is_tailer(packet)) {
       listener.on_end_of_packets(written);
-      return output.write(nullptr);
+      return output.write_held();
     }
     const int result = output.write(&packet);
     if (result < 0) return result;
+    holding = true;
     ++written;
   }
 }

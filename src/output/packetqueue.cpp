@@ -1,5 +1,6 @@
 #include "packetqueue.h"
 
+#include <chrono>
 #include <exception>
 
 #include "logger.h"
@@ -76,14 +77,15 @@ int PacketQueue::append_locked(AVPacket* packet) try {
   return -1;
 }
 
-int PacketQueue::get(AVPacket* packet, bool block) {
+int PacketQueue::get_within(AVPacket* packet, int timeout_ms) {
   std::unique_lock<std::mutex> lock(mutex);
-  if (abort_request) return -1;
-  while (packets.empty()) {
-    if (!block) return 0;
-    not_empty.wait(lock);
-    if (abort_request) return -1;
+  const auto ready = [this] { return abort_request || !packets.empty(); };
+  if (timeout_ms == kForever) {
+    not_empty.wait(lock, ready);
+  } else if (!not_empty.wait_for(lock, std::chrono::milliseconds(timeout_ms), ready)) {
+    return 0;
   }
+  if (abort_request) return -1;
   *packet = packets.front();
   packets.pop_front();
   not_full.notify_one();

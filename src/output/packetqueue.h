@@ -11,8 +11,7 @@
 namespace zeva {
 
 // First in, first out; packets share their payloads, nothing is copied. Owns the packets in it. Any
-// thread puts (the stopping thread puts the tailer) or aborts, one consumer gets. Put bounded and
-// get wait on conditions, never on time.
+// thread puts (the stopping thread puts the tailer) or aborts, one consumer gets.
 class PacketQueue {
  public:
   PacketQueue() { tailer(); }
@@ -30,7 +29,10 @@ class PacketQueue {
 
   // Moves the oldest packet into `packet`. 1; 0 empty and `block` is false; -1 aborted, even when
   // packets are left.
-  int get(AVPacket* packet, bool block);
+  int get(AVPacket* packet, bool block) { return get_within(packet, block ? kForever : 0); }
+  // The same, waiting for `timeout_ms` at most.
+  static constexpr int kForever = -1;
+  int get_within(AVPacket* packet, int timeout_ms);
 
   // Makes every waiter return, and every later bounded put and get fail. Cannot be undone.
   void abort();

@@ -2,7 +2,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
+#include <chrono>
 #include <cstring>
 #include <fstream>
 #include <future>
@@ -204,6 +206,51 @@ TEST(Index, GoesToTheFirstMovieOnly) {
     EXPECT_TRUE(
         ZEVA_StartRepair_sync(utf8(file).c_str(), index.c_str(), whole.c_str(), nullptr, nullptr));
     EXPECT_GE(zeva_test::packets(whole).size() + 2, zeva_test::packets(file).size());
+    EXPECT_EQ(decode_faults(whole), "");
+  }
+}
+
+// ---- a stream that falls silent
+
+int64_t records_in(const std::string& index) {
+  const std::string text = read_file(index);
+  return std::count(text.begin(), text.end(), ';');
+}
+
+// What a crash would leave: nothing waits for the silent stream, neither for one that never spoke
+// nor for one that stopped, by the clock of the host or by the movie's.
+TEST(SilentStream, HoldsNothingBack) {
+  const struct {
+    const char* what;
+    int pictures_until, sound_until;
+  } cases[] = {{"sound never comes", 75, 0},
+               {"sound stops", 75, 25},
+               {"pictures never come", 0, 75},
+               {"pictures stop", 25, 75}};
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.what);
+    MovieInfo info = settings(work_file("movie.mp4"));
+    const std::string index = utf8(work_file("movie.mp4.index"));
+    set_text(info.moov_url, index);
+    Recording recording(info);
+    for (int frame = 0; frame < 75; ++frame) {
+      if (frame < c.pictures_until) recording.picture(gradients(frame), time_us(frame));
+      if (frame < c.sound_until) recording.sound(tone(frame), time_us(frame));
+    }
+    // The last packet of a movie has no record, and sound waits for a whole encoder frame.
+    const int64_t sounds = c.sound_until * 1920 / 1024;
+    const int64_t expected = c.pictures_until + std::max<int64_t>(sounds - 3, 0) - 1;
+    const auto begin = std::chrono::steady_clock::now();
+    while (records_in(index) < expected &&
+           std::chrono::steady_clock::now() - begin < std::chrono::milliseconds(3 * 500)) {
+      std::this_thread::yield();
+    }
+    EXPECT_GE(records_in(index), expected);
+    const fs::path broken = work_file("broken.mp4"), whole = work_file("whole.mp4");
+    fs::copy_file(work_file("movie.mp4"), broken, fs::copy_options::overwrite_existing);
+    EXPECT_TRUE(ZEVA_StartRepair_sync(utf8(broken).c_str(), index.c_str(), utf8(whole).c_str(),
+                                      nullptr, nullptr));
+    EXPECT_GE(static_cast<int64_t>(packets(whole).size()), expected);
     EXPECT_EQ(decode_faults(whole), "");
   }
 }
