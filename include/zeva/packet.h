@@ -36,15 +36,15 @@
 // are lost, and the six of each stream that are being sorted and demuxed (at 30 pictures a second
 // another 200 ms). A thread of each recording with an index has the disk keep both files about once
 // a second, and all of the finished movie before ZEVA2_stop returns: a power failure costs about a
-// second more, as far as the disk keeps what it says it has. Every output whose muxer is that of MP4
-// or a relative (.mov, .m4v, .3gp, a name without a known ending) can have the index; the first of
-// them has it.
+// second more, as far as the disk keeps what it says it has. Every output whose muxer is that of
+// MP4 or a relative (.mov, .m4v, .3gp, a name without a known ending) can have the index; the first
+// of them has it.
 //
 // Files: one that is there already keeps its bytes until the first packet of the recording is
-// written, which is not before all outputs are open. A start that fails, and a recording of nothing,
-// leave no file behind and change none. Two outputs, or an output and the index, that are one file
-// are refused. On a full disk an output is finished with what fitted, where the file system can set
-// space aside for its table; else the index brings it back. The report says which.
+// written, which is not before all outputs are open. A start that fails, and a recording of
+// nothing, leave no file behind and change none. Two outputs, or an output and the index, that are
+// one file are refused. On a full disk an output is finished with what fitted, where the file
+// system can set space aside for its table; else the index brings it back. The report says which.
 #pragma once
 
 #include <cstddef>

@@ -24,7 +24,7 @@
 // recorder has the disk keep both files once a second. Both promises end when the recorder cannot
 // keep them, and then it says so: kZevaStatusIndexFailing and kZevaStatusSyncFailing (status.h).
 //
-// What was not written is never handed out. Two kinds of loss lie in the middle of a movie:
+// Bytes that were not written are never handed out. Two kinds of loss lie in the middle of a movie:
 //   - Blocks that reached the disk out of order before a power failure: the file has zeros there. A
 //     packet of H.264, H.265, MPEG-4 video or AAC is left out when it touches a block of 512 zero
 //     bytes that begins at a multiple of 512, or is all zeros. So is one of H.264 whose NAL units

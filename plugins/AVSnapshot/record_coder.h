@@ -24,7 +24,7 @@ struct IndexedPacket {
   int64_t skipped_bytes = 0;
 };
 
-// What both sides remember of the records so far.
+// The state that encoder and decoder share: the records so far.
 struct RecordState {
   struct Times {
     int64_t pts = 0;

@@ -32,7 +32,7 @@ class Snapshot {
   // the same time, never after `end` or the destructor has returned.
   using Report = std::function<void(int32_t code, const std::string& text)>;
 
-  // What reaches the disk, and may fail in tests.
+  // The calls that reach the disk; tests let them fail.
   struct DiskCalls {
     IndexFile::Write write = fwrite;
     DiskSync::Sync sync = sync_file;

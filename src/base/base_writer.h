@@ -1,4 +1,4 @@
-// What the encoders write to.
+// The end of an encoder: it hands every packet to a writer.
 #pragma once
 
 #include "ffmpeg.h"

@@ -12,7 +12,7 @@ class HostCall {
   HostCall(const HostCall&) = delete;
   HostCall& operator=(const HostCall&) = delete;
 
-  // Whether the calling thread is inside such a call: it cannot wait for itself to end.
+  // True when the calling thread is inside such a call: it cannot wait for itself to end.
   static bool is_inside(const void* handle) {
     for (const HostCall* call = innermost; call != nullptr; call = call->outer) {
       if (call->handle == handle) return true;

@@ -79,11 +79,11 @@ class MovieOutput {
   const std::string& url() const { return output_url; }
   AVFormatContext* context() const { return oc.get(); }
   bool is_network() const;
-  // Whether a write error left room for the trailer.
+  // True when a write error left room for the trailer.
   bool can_be_finished() const { return full; }
-  // What becomes of the movie after a write error, as the end of a sentence that reports it.
+  // The fate of the movie after a write error, as the end of a sentence that reports the error.
   std::string fate() const;
-  // Whether the system took no more bytes; it never will again.
+  // True when the system took no more bytes; it never will again.
   bool is_broken() const { return oc != nullptr && oc->pb != nullptr && oc->pb->error < 0; }
 
   IoInterrupt io;
@@ -107,7 +107,7 @@ class MovieOutput {
   int64_t payload_bytes = 0;
 };
 
-// Whether the muxer writes MP4 or one of its relatives (MOV, M4A, 3GP): such a file cannot be
+// True when the muxer writes MP4 or one of its relatives (MOV, M4A, 3GP): such a file cannot be
 // played without its trailer, and is what the crash-safe index is for.
 bool needs_index(const AVOutputFormat& format);
 

@@ -45,10 +45,10 @@ int reserve_space(FILE* file, int64_t end_bytes);
 // process does not inherit the mark. False when the file system cannot, or another program has it.
 // Where files that are open for writing can be told from others anyway, this does nothing.
 bool lock_file(FILE* file);
-// Whether a living program marked the file, or on such a system has it open for writing.
+// True when a living program marked the file, or on such a system has it open for writing.
 bool is_locked(const std::string& path);
 
-// Whether the path leads to anything, links followed.
+// True when the path leads to anything, links followed.
 bool file_exists(const std::string& path);
 // False when there is no such file or it cannot be removed.
 bool remove_file(const std::string& path);

@@ -31,7 +31,7 @@ class NewFile {
 
   bool is_open() const { return file != nullptr; }
   bool is_committed() const { return committed; }
-  // Whether there was an older file; its bytes are gone after `commit`.
+  // True when there was an older file; its bytes are gone after `commit`.
   bool replaces() const { return !created; }
   FILE* get() const { return file.get(); }
   const std::string& path() const { return name; }

@@ -67,8 +67,8 @@ bool FFResample::convert(const uint8_t** planes, int nb_samples) {
   if (most == 0) return true;
   const AVFrame* converted = get_frame(static_cast<int>(most));
   if (converted == nullptr) return false;
-  const int count = swr_convert(swr.get(), converted->extended_data, converted->nb_samples, planes,
-                                nb_samples);
+  const int count =
+      swr_convert(swr.get(), converted->extended_data, converted->nb_samples, planes, nb_samples);
   if (count < 0) return false;
   auto* data = reinterpret_cast<void**>(converted->extended_data);
   return av_audio_fifo_write(fifo.get(), data, count) == count;

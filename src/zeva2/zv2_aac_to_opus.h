@@ -23,9 +23,9 @@ class AacToOpus {
   // `par` describes the AAC; call once.
   Status init(const AVCodecParameters* par);
 
-  // A null packet ends the sound: all that is still held comes out. False when a packet cannot be decoded or
-  // encoded, or `emit` refused; later calls work again. Opus time counts samples from 0; the AAC's
-  // own time stamps are not carried over.
+  // A null packet ends the sound: all that is still held comes out. False when a packet cannot be
+  // decoded or encoded, or `emit` refused; later calls work again. Opus time counts samples from 0;
+  // the AAC's own time stamps are not carried over.
   bool transcode(const AVPacket* packet, AVRational time_base, EmitPacket emit, void* user);
 
   const AVCodecContext* opus_encoder() const { return encoder.get(); }

@@ -68,7 +68,7 @@ TEST(IndexReader, StreamLines) {
             std::make_tuple(0, 0, 0, 0, ""));
 }
 
-// What `zeva inspect` and the repair do with a head follows from the same few facts.
+// `zeva inspect` and the repair both act on these few facts of a head.
 TEST(IndexReader, DamagedHeads) {
   const TempDir dir;
   const LogCapture quiet;

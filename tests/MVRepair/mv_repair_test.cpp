@@ -207,7 +207,7 @@ std::vector<Packet> without(IsMissing is_missing, bool hides_pictures) {
   for (size_t i = 0; i + 1 < all.size(); ++i) {  // the last one has no record
     const auto& [stream, pts, dts, key, data] = all[i];
     const bool missing = is_missing(i);
-    // What is not recorded may have been a picture.
+    // The packets without a record may have been pictures.
     if (was_missing && !missing && hides_pictures) awaits_key = true;
     was_missing = missing;
     if (missing && stream == kPictures) awaits_key = true;

@@ -1,4 +1,4 @@
-// What a disk may hold when the power fails at some point of a write log.
+// The states of a disk when the power fails at some point of a write log.
 #pragma once
 
 #include <map>
@@ -38,7 +38,7 @@ class DiskStates {
 
   size_t cuts() const { return log.operations.size() + 1; }
 
-  // What a crash of the program leaves: everything up to the cut, and nothing else.
+  // A crash of the program leaves everything up to the cut, and nothing else.
   DiskState exact(size_t cut) const;
 
   // Any state, the same for the same number.

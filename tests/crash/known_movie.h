@@ -27,7 +27,7 @@ struct Movie {
 Movie read_movie(const std::filesystem::path& path);
 bool operator==(const Movie& a, const Movie& b);
 
-// Which of a movie's packets another one holds. `fault` is not empty when it holds anything else.
+// The packets of a movie that another one holds. `fault` is not empty when it holds anything else.
 struct Match {
   std::string fault;
   size_t hole_bytes = 0;  // not 0: the fault is so many zeros where the packet has its bytes

@@ -29,7 +29,7 @@ struct Operation {
   std::string text;
 };
 
-// What a file holds after an operation.
+// The content of a file after an operation.
 void perform(const Operation& operation, std::string& content);
 
 struct WriteLog {

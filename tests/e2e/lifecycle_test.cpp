@@ -12,10 +12,6 @@ extern "C" {
 #include <libavutil/rational.h>
 }
 
-#ifdef _WIN32
-#include <windows.h>
-#endif
-
 #include "judge.h"
 #include "recording.h"
 
@@ -74,18 +70,6 @@ TEST(Handles, NeedNoCallbackAndStopTwice) {
   handle = ZEVA_start(info, nullptr, nullptr, nullptr, false);
   EXPECT_FALSE(ZEVA_get_mInfo(handle, &info));
   ZEVA_stop(&handle);
-}
-
-int open_handles() {
-#ifdef _WIN32
-  DWORD count = 0;
-  GetProcessHandleCount(GetCurrentProcess(), &count);
-  return static_cast<int>(count);
-#else
-  int count = 0;
-  for (const auto& entry : fs::directory_iterator("/proc/self/fd")) count += entry.exists() ? 1 : 0;
-  return count;
-#endif
 }
 
 void record_short_movie(const fs::path& file) {

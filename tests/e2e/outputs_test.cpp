@@ -34,7 +34,7 @@ std::set<std::string> names_beside(const fs::path& file) {
   return names;
 }
 
-// What a recording was told through either interface, and where it writes.
+// One recording through either interface: its outputs and the reports about it.
 struct Take {
   bool packets;
   std::string url, index;
@@ -217,8 +217,8 @@ int64_t records_in(const std::string& index) {
   return std::count(text.begin(), text.end(), ';');
 }
 
-// What a crash would leave: nothing waits for the silent stream, neither for one that never spoke
-// nor for one that stopped, by the clock of the host or by the movie's.
+// A crash must take nothing along that waits for the silent stream, neither for one that never
+// spoke nor for one that stopped, by the clock of the host or by the movie's.
 TEST(SilentStream, HoldsNothingBack) {
   const struct {
     const char* what;

@@ -8,7 +8,7 @@
 
 namespace {
 
-// What a stop that was cut short leaves, for example without memory: the worker must end all the
+// A stop may be cut short, for example without memory: the worker must end all the
 // same, and finish the movie.
 TEST(AVMux, EndsItsWorkerWithoutAStop) {
   const TempDir dir;

@@ -17,11 +17,11 @@ int64_t regular_file_bytes(const std::string& path);
 // A FIFO, a socket or a device: opening it could wait for ever or take data from a reader.
 bool is_special_file(const std::string& path);
 
-// Whether a program that is alive keeps the file for its writing: on Windows by having it open for
-// writing, elsewhere by an exclusive flock(). Both end with the program, however it ends.
+// True when a program that is alive keeps the file for its writing: on Windows by having it open
+// for writing, elsewhere by an exclusive flock(). Both end with the program, however it ends.
 bool is_being_written(const std::string& path);
 
-// Whether two paths name the same file, existing or not.
+// True when two paths name the same file, existing or not.
 bool same_file(const std::string& a, const std::string& b);
 
 }  // namespace zeva_tool

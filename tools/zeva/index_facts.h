@@ -84,7 +84,7 @@ struct IndexFacts {
   int64_t held_packets() const;
   int64_t lost_packets() const;
   int64_t dependent_packets() const;
-  // Whether something in the middle of the recording cannot be brought back.
+  // True when something in the middle of the recording cannot be brought back.
   bool is_damaged() const;
   int64_t start_us() const;
   int64_t end_us() const;

@@ -12,7 +12,7 @@ std::string facts_text(const IndexFacts& facts);
 // "video h264 1280x720", "audio aac 48000 Hz, 2 channels"
 std::string stream_name(const StreamFacts& stream);
 
-// What is lost in the middle of the recording, a sentence each: lines of the index that are
+// The losses in the middle of the recording, a sentence each: lines of the index that are
 // damaged, packets without a record, packets without their bytes. The first ones of each kind stand
 // alone, the others are counted.
 std::vector<std::string> damage_sentences(const IndexFacts& facts);

@@ -72,7 +72,7 @@ int run(int argc, char** argv, zeva_tool::Terminal& terminal) {
   return zeva_tool::run_record(record_options, terminal);
 }
 
-// What goes wrong anywhere is told where the user reads, also when standard error leads to a log.
+// A failure anywhere is told where the user reads, also when standard error leads to a log.
 int run_guarded(int argc, char** argv) {
   zeva_tool::Terminal terminal;
   try {

@@ -8,7 +8,7 @@
 
 namespace zeva_tool {
 
-// Whether the file (UTF-8 path, no FIFO or device) exists, holds something, and opens in the
+// True when the file (UTF-8 path, no FIFO or device) exists, holds something, and opens in the
 // container that its name promises, if that container can be read at all.
 Status check_movie_file(const std::string& path);
 

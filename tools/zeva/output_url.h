@@ -14,12 +14,12 @@ bool has_scheme(const std::string& url, const char* scheme);  // "rtmp", "rtsp"
 bool is_local_file(const std::string& url);
 std::string local_path(const std::string& url);
 
-// Whether the library keeps a crash-safe index for an output of this name, if it is the first such
-// one: it does for the formats of the MP4 family, also for .mov, .m4v, .m4a and .3gp, and for a
-// file whose ending says nothing.
+// True when the library keeps a crash-safe index for an output of this name, if it is the first
+// such one: it does for the formats of the MP4 family, also for .mov, .m4v, .m4a and .3gp, and for
+// a file whose ending says nothing.
 bool takes_index(const std::string& url);
 
-// Whether the ending says nothing, so that a main output becomes an MP4.
+// True when the ending says nothing, so that a main output becomes an MP4.
 bool has_unknown_ending(const std::string& url);
 
 // The container that the library will choose for a main output; never null for a local file. For a

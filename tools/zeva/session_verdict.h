@@ -1,4 +1,4 @@
-// What became of a recording.
+// The outcome of a recording.
 #pragma once
 
 #include <string>
@@ -18,7 +18,7 @@ std::vector<std::string> recording_faults(const std::vector<std::string>& urls,
 // A sentence for pictures and one for sound that the outputs lack since the encoder refused them.
 std::vector<std::string> encoding_faults(const RecordingResult& result);
 
-// Whether the library could make no index, so that a file of its name is not the recording's.
+// True when the library could make no index, so that a file of its name is not the recording's.
 bool lacks_index(const RecordingResult& result);
 
 // A sentence for everything that is wrong with the recording's safety although its outputs are

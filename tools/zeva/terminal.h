@@ -57,7 +57,7 @@ class Terminal {
   bool redirect_stdout(const std::string& path);
   FILE* answers() const { return answer_stream; }
 
-  // Whether there is somebody to ask: keyboard and console are a terminal, and this program is in
+  // True when there is somebody to ask: keyboard and console are a terminal, and this program is in
   // its foreground.
   bool can_ask() const;
   // Puts a question on the console; false for everything but "y" and "yes", also when signals or

@@ -26,7 +26,7 @@ class BrokenFile {
   // counts as a read that met the end, and so does a negative size; `out` needs no room for those.
   ReadResult read(int64_t position, int32_t size, uint8_t* out);
 
-  // Whether the kLostBlockBytes from `position` on, as far as the file reaches, are zeros.
+  // True when the kLostBlockBytes from `position` on, as far as the file reaches, are zeros.
   bool is_zero_block(int64_t position);
 
   // For bytes that are not wanted: a place outside the file counts as the end here, too.

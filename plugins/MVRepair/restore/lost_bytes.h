@@ -23,13 +23,15 @@ enum class ZeroRule {
 };
 ZeroRule zero_rule(const std::string& codec);
 
-// Whether a packet of the codec can begin, and for AC-3 can be, as it does. A lost block may end
-// inside of a packet whose other bytes came with the blocks behind it. `channels` is the stream's.
+// True when the codec allows a packet to begin like this, and for AC-3 when the check sum is right.
+// A lost block may end inside of a packet whose other bytes came with the next blocks. `channels`
+// is the stream's.
 bool is_plausible(const std::string& codec, int channels, const uint8_t* bytes, int64_t count);
 
-// Whether the H.264 packet is a row of whole NAL units, each behind its length (ISO/IEC 14496-15,
-// 5.3.4.2), none with three zero bytes in a row: emulation prevention keeps them out (ISO/IEC
-// 14496-10, 7.4.1). Zeros at the end of a unit are accepted, since some encoders pad their units.
+// True for an H.264 packet that is a row of whole NAL units, each behind its length (ISO/IEC
+// 14496-15, 5.3.4.2), none with three zero bytes in a row: emulation prevention keeps them out
+// (ISO/IEC 14496-10, 7.4.1). Zeros at the end of a unit are accepted, since some encoders pad their
+// units.
 bool is_whole_avc(const uint8_t* bytes, int64_t count, int length_bytes);
 
 }  // namespace zeva

@@ -30,7 +30,8 @@ class PacketRecovery {
   [[nodiscard]] bool open(const std::string& movie_path) { return movie.open(movie_path); }
   void close();
 
-  // What the index describes, its extradata as it stands there. Call before the first packet.
+  // Takes the streams that the index describes, their extradata as it stands there. Call before the
+  // first packet.
   void begin(const IndexStreams& streams);
 
   // Reads the packet and judges it. Its stream index may be anything.
