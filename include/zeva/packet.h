@@ -16,8 +16,11 @@
 // Time stamps are signed 64-bit microseconds of any steady clock. The first packet of each stream
 // becomes time 0 of that stream, so begin sound and picture together. Packets are kept until five
 // newer ones of their stream have come, and leave in the order of their stamps (equal stamps one
-// microsecond apart); jitter is smoothed to a tenth. Decoding times equal presentation times:
-// pictures must come without reordering (no B-frames). One H.264 packet is one access unit.
+// microsecond apart). Jitter is smoothed to a tenth; a step, such as a gap or a new frame rate, is
+// taken over at once. Times in the movie are never more than 0.1 s from the host's, and packets
+// that go back further than that are left out (kZevaStatusPacketsLeftOut). Decoding times equal
+// presentation times: pictures must come without reordering (no B-frames). One H.264 packet is one
+// access unit.
 //
 // Nothing is opened before enough packets came to know the streams: a key picture and the packets
 // that are being sorted, some ten in all, which are recorded too. An input that gets nothing for 3

@@ -22,4 +22,7 @@ enum {
   // met it returned false.
   kZevaStatusPictureRefused = 130,
   kZevaStatusSoundRefused = 131,
+  // Packets whose time goes back by more than 0.1 s behind what is recorded are left out, until
+  // their stamps have caught up.
+  kZevaStatusPacketsLeftOut = 132,
 };

@@ -9,6 +9,7 @@
 #include "logger.h"
 #include "output_url.h"
 #include "saturating.h"
+#include "zeva/status.h"
 
 namespace zeva {
 namespace {
@@ -29,6 +30,11 @@ void start_network_once() {
 AVMux::AVMux(const MovieInfo2& info, ZEVA2_status_callback status_cb, void* user)
     : settings(info), status_cb(status_cb), user(user) {
   settings.log();
+  input.on_left_out = [this](const char* name) {
+    report(kZevaStatusPacketsLeftOut,
+           std::string("packets of '") + name +
+               "' are left out: their time goes back behind what is recorded");
+  };
 }
 
 AVMux::~AVMux() {

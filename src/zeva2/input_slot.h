@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 
 #include "ffmpeg.h"
 #include "input_queue.h"
@@ -15,8 +16,9 @@ struct InputSlot {
   InputSlot(const char* name, AVFormatContext* ic, InputQueue* queue)
       : name(name), eof(ic == nullptr), ic(ic), queue(queue) {}
 
-  // Gives a demuxed packet the host's stamp: the n-th packet gets the n-th stamp, smoothed.
-  void stamp(AVPacket* packet);
+  // Gives a demuxed packet the host's stamp: the n-th packet gets the n-th stamp, smoothed. False
+  // for a packet that is to be left out.
+  bool stamp(AVPacket* packet);
 
   const char* name;
   bool eof;
@@ -24,9 +26,10 @@ struct InputSlot {
   InputQueue* queue;
   int64_t last_pts = 0;  // microseconds
   PtsSmoother smoother;
+  bool leaving_out = false;  // the last packet was left out; told once, not for every packet
 
  private:
-  int64_t host_pts();
+  std::optional<int64_t> next_time();
 };
 
 }  // namespace zeva

@@ -113,7 +113,13 @@ int InputContext::run_demux(DeliverPacket deliver, void* user) {
       ended = result;
       break;
     }
-    slot.stamp(packet.get());
+    const bool placed = slot.stamp(packet.get());
+    if (!placed && !slot.leaving_out && on_left_out) on_left_out(slot.name);
+    slot.leaving_out = !placed;
+    if (!placed) {
+      av_packet_unref(packet.get());
+      continue;
+    }
     result = deliver(packet.get(), kMicroseconds, slot.name, user);
     av_packet_unref(packet.get());
     if (result < 0) {

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 
 #include "av_handles.h"
 #include "input_queue.h"
@@ -43,6 +44,10 @@ class InputContext {
 
   InputQueue video;
   InputQueue audio;
+
+  // Hears, on the thread of `run_demux`, when packets of an input begin to be left out because
+  // their time goes back. Set before that thread runs.
+  std::function<void(const char* name)> on_left_out;
 
  private:
   static Status open_input(InputQueue* queue, const char* format, CustomInputPtr* ic);

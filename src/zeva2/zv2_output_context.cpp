@@ -131,10 +131,24 @@ bool OutputContext::enqueue(const AVPacket* packet, AVRational time_base, int st
   const AVStream& stream = *thread.output.context()->streams[stream_index];
   av_packet_rescale_ts(clone.get(), time_base, stream.time_base);
   clone->stream_index = stream_index;
+  if (!grows(*clone)) return true;
   if (thread.put(*clone) == 0) return true;
   ZEVA_LOG(kLogError, "*** '%s' enque failed, aborted (stream_idx=%d).", url().c_str(),
            stream_index);
   return false;
+}
+
+// Two times may become one in the output's own units, and FFmpeg would refuse the packet.
+bool OutputContext::grows(const AVPacket& packet) {
+  int64_t& last = last_times[static_cast<size_t>(packet.stream_index)];
+  if (packet.dts <= last) {
+    ZEVA_LOG(kLogError, "a packet of stream %d is left out of '%s': %lld is not behind %lld",
+             packet.stream_index, url().c_str(), static_cast<long long>(packet.dts),
+             static_cast<long long>(last));
+    return false;
+  }
+  last = packet.dts;
+  return true;
 }
 
 bool OutputContext::enqueue_video(const AVPacket* packet, AVRational time_base) {
