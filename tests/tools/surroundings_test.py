@@ -1,6 +1,7 @@
 """Standard streams, devices and machines that are not as they should be."""
 import os
 import subprocess
+import unittest
 
 from support import RUN_TIMEOUT_S, TOOL, Movie, ToolTest, native_only, run
 
@@ -46,6 +47,7 @@ class SurroundingsTest(ToolTest):
                 self.assertEqual(done.returncode, 0, done.stdout)
                 self.assertEqual(Movie("a.mp4").frames, 60)
 
+    @unittest.skipIf(os.environ.get("ZEVA_SANITIZED"), "a sanitizer takes more addresses than that")
     def test_missing_memory_and_threads_are_told(self):
         # A user of its own, who may read what root may; root itself has no limit of threads.
         rights = "+dac_override,+dac_read_search"
