@@ -1,5 +1,7 @@
 """People's movies can be recorded from: a clip of each promised kind, made by another FFmpeg."""
+import os
 import re
+import unittest
 
 from support import ToolTest, ffmpeg
 
@@ -80,6 +82,8 @@ class InputFormatsTest(ToolTest):
             codecs += ["-c:a", audio]
         ffmpeg(*sources, *codecs, "-strict", "unofficial", *options, name)
 
+    @unittest.skipIf("thread" in os.environ.get("ZEVA_SANITIZED", ""),
+                     "decoders are not instrumented: the sanitizer takes their threads' work for races")
     def test_clips_of_all_kinds(self):
         ffmpeg("-f", "lavfi", "-i", "testsrc2=size=320x240:rate=25:duration=1", "-c:v", "ffv1",
                "-pix_fmt", "yuv420p", "pictures.mkv")
