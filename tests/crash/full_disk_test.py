@@ -17,9 +17,9 @@ import sys
 import tempfile
 import time
 
-from crash_test import Broken, judge, read_index, run, wait_until
+from crash_test import (SKIPPED, Broken, judge, read_index, restart_with_own_mounts, run,
+                        wait_until)
 
-SKIPPED = 77
 MOVIE_DISK_BYTES = 2 << 20
 INDEX_DISK_BYTES = 64 << 10
 FAILING_S = 2
@@ -118,10 +118,8 @@ def main():
     parser.add_argument("--movie", required=True, help="the camera's movie, recorded in a loop")
     parser.add_argument("--alone", action="store_true", help=argparse.SUPPRESS)
     options = parser.parse_args()
-    if not options.alone:  # where what is mounted goes away with us
-        if run("unshare", "--mount", "true").returncode != 0:
-            sys.exit(SKIPPED)
-        os.execvp("unshare", ["unshare", "--mount", sys.executable, "-B", *sys.argv, "--alone"])
+    if not options.alone:
+        restart_with_own_mounts()
     with tempfile.TemporaryDirectory(prefix="zeva-full-") as work:
         for size, check in (MOVIE_DISK_BYTES, check_movie), (INDEX_DISK_BYTES, check_index):
             on_small_disk(size, check, options, work)

@@ -16,9 +16,8 @@ import subprocess
 import sys
 import tempfile
 
-from crash_test import judge, read_index, run, wait_until
+from crash_test import SKIPPED, judge, read_index, restart_with_own_mounts, run, wait_until
 
-SKIPPED = 77
 DISK_BYTES = 256 << 20
 
 
@@ -75,10 +74,8 @@ def main():
     parser.add_argument("--packets", type=int, default=500, help="recorded before the cut")
     parser.add_argument("--alone", action="store_true", help=argparse.SUPPRESS)
     options = parser.parse_args()
-    if not options.alone:  # where what is mounted goes away with us
-        if run("unshare", "--mount", "true").returncode != 0:
-            sys.exit(SKIPPED)
-        os.execvp("unshare", ["unshare", "--mount", sys.executable, "-B", *sys.argv, "--alone"])
+    if not options.alone:
+        restart_with_own_mounts()
     with tempfile.TemporaryDirectory(prefix="zeva-power-") as work:
         sys.exit(0 if one_cut(options, work) else 1)
 
