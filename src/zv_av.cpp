@@ -39,11 +39,17 @@ extern "C" {
 
 void* ZEVA_start(const MovieInfo& info, ZEVA_status_callback cb, void* user, MovieInfo* effective,
                  bool async) {
+  return ZEVA_start_with(&info, nullptr, cb, user, effective, async);
+}
+
+void* ZEVA_start_with(const MovieInfo* info, const ZevaOptions* options, ZEVA_status_callback cb,
+                      void* user, MovieInfo* effective, bool async) {
+  if (info == nullptr) return nullptr;
   try {
-    auto writer = std::make_unique<ZV::ZV_AVWriter>(kQueuePackets, kInterleavePackets, info.url);
+    auto writer = std::make_unique<ZV::ZV_AVWriter>(kQueuePackets, kInterleavePackets, info->url);
     auto capture = std::make_unique<MovieCapture2>(std::move(writer));
-    const MovieInfo settings = info;
-    capture->start(&settings, cb, user, async);
+    const MovieInfo settings = *info;
+    capture->start(&settings, zeva::Options(options), cb, user, async);
     if (effective != nullptr) *effective = capture->get_mInfo(nullptr);
     return capture.release();
   } catch (const std::exception& e) {

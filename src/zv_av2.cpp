@@ -40,8 +40,14 @@ bool write(void* handle, const char* what, int size, int64_t usec, Call call) no
 extern "C" {
 
 void* ZEVA2_start(const MovieInfo2& info, ZEVA2_status_callback status_cb, void* user) {
+  return ZEVA2_start_with(&info, nullptr, status_cb, user);
+}
+
+void* ZEVA2_start_with(const MovieInfo2* info, const ZevaOptions* options,
+                       ZEVA2_status_callback status_cb, void* user) {
+  if (info == nullptr) return nullptr;
   try {
-    auto muxer = std::make_unique<AVMux>(info, status_cb, user);
+    auto muxer = std::make_unique<AVMux>(*info, zeva::Options(options), status_cb, user);
     return muxer->start() ? muxer.release() : nullptr;
   } catch (const std::exception& e) {
     ZEVA_LOG(zeva::kLogError, "start refused: %s", e.what());
@@ -88,6 +94,12 @@ int64_t ZEVA2_movie_time(void* handle) {
 bool ZEVA2_write_video_packet(void* handle, void* data, int nbytes, int64_t usec) {
   return write(handle, "[write h264] nbytes", nbytes, usec,
                [&](AVMux& m) { return m.write_video_packet(data, nbytes, usec); });
+}
+
+bool ZEVA2_write_video_packet2(void* handle, const void* data, int32_t nbytes, int64_t pts_us,
+                               int64_t dts_us) {
+  return write(handle, "[write h264] nbytes", nbytes, pts_us,
+               [&](AVMux& m) { return m.write_video_packet2(data, nbytes, pts_us, dts_us); });
 }
 
 bool ZEVA2_write_audio_packet(void* handle, void* data, int nbytes, int64_t usec) {

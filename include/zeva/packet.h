@@ -54,6 +54,7 @@
 #include <cstdint>
 
 #include "zeva/export.h"
+#include "zeva/options.h"
 
 // Values of MovieInfo2::vcodec and acodec; any other value means "no such stream".
 enum : int32_t {
@@ -127,6 +128,10 @@ typedef void (*ZEVA2_status_callback)(int code, const char* message, void* user)
 // on threads of the library's own.
 ZEVA_API void* ZEVA2_start(const MovieInfo2& info, ZEVA2_status_callback status_cb, void* user);
 
+// The same with options (zeva/options.h), which may be null. Null `info`: null.
+ZEVA_API void* ZEVA2_start_with(const MovieInfo2* info, const ZevaOptions* options,
+                                ZEVA2_status_callback status_cb, void* user);
+
 // Writes what is still held back, finishes every output, frees everything and sets *handle to null.
 // `handle` and *handle may be null. Blocks until all outputs are finished: files take as long as
 // the disk needs; a network output that is still connecting, or stuck, is given up after a grace of
@@ -152,6 +157,13 @@ ZEVA_API int64_t ZEVA2_movie_time(void* handle);
 // waited for at most 50 ms; nothing else blocks.
 ZEVA_API bool ZEVA2_write_video_packet(void* handle, void* data, int nbytes, int64_t usec);
 ZEVA_API bool ZEVA2_write_audio_packet(void* handle, void* data, int nbytes, int64_t usec);
+
+// One picture of a stream whose pictures are stored in another order than they are shown
+// (B-frames): `pts_us` is when it is shown, `dts_us`, which grows from packet to packet and is not
+// after `pts_us`, when it is decoded. Packets come in decoding order. Both times are kept as they
+// are, without smoothing. Otherwise as ZEVA2_write_video_packet; a recording uses one of the two.
+ZEVA_API bool ZEVA2_write_video_packet2(void* handle, const void* data, int32_t nbytes,
+                                        int64_t pts_us, int64_t dts_us);
 
 // `nb_samples` per channel in the declared format: one plane for the interleaved formats, one a
 // channel for "flt32p" (at most four). AAC time counts samples from 0: `usec` only moves

@@ -41,6 +41,7 @@
 
 #include "zeva/export.h"
 #include "zeva/movie_info.h"
+#include "zeva/options.h"
 
 struct AVFrame;
 struct AVPacket;
@@ -85,6 +86,11 @@ typedef void (*ZEVA_status_callback)(int code, const char* message, void* user);
 // may block while connecting) and `effective` receives the settings as given.
 ZEVA_API void* ZEVA_start(const MovieInfo& info, ZEVA_status_callback cb, void* user,
                           MovieInfo* effective, bool async);
+
+// The same with options (zeva/options.h), which may be null. Null `info`: null.
+ZEVA_API void* ZEVA_start_with(const MovieInfo* info, const ZevaOptions* options,
+                               ZEVA_status_callback cb, void* user, MovieInfo* effective,
+                               bool async);
 
 // Flushes the encoders, finishes every output, frees everything and sets *handle to null. Blocks
 // until the movies are finished: files take as long as the disk needs; a network output that is

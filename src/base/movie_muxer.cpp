@@ -45,13 +45,15 @@ MovieMuxer::~MovieMuxer() {
 
 // ---- start
 
-int MovieMuxer::start(const MovieInfo& info, StatusCallback cb, void* user, bool async) {
+int MovieMuxer::start(const MovieInfo& info, const Options& options, StatusCallback cb, void* user,
+                      bool async) {
   phase = Phase::kOpening;
   if (any_url(info, is_live_url)) avformat_network_init();
   disable_video = info.disable_video;
   disable_audio = info.disable_audio;
   record = std::make_unique<StartRecord>();
   record->info = info;
+  record->options = options;
   record->callback = cb;
   record->user = user;
   {
@@ -88,7 +90,8 @@ void MovieMuxer::run_start() {
 }
 
 Status MovieMuxer::open(MovieInfo& info) {
-  const std::string fault = settings_fault(info);
+  std::string fault = settings_fault(info);
+  if (fault.empty()) fault = record->options.fault();
   Status status = fault.empty() ? open_main(info)
                                 : Status::failure(AVERROR(EINVAL),
                                                   av_error_text(AVERROR(EINVAL)) + (": " + fault));

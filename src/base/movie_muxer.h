@@ -10,6 +10,7 @@
 
 #include "ZV_AVWriter.h"
 #include "audio_enc.h"
+#include "options.h"
 #include "status.h"
 #include "video_enc.h"
 #include "zeva/movie_info.h"
@@ -28,7 +29,8 @@ class MovieMuxer {
   MovieMuxer& operator=(const MovieMuxer&) = delete;
 
   // Opens the output, on a thread of its own when `async`; the outcome reaches `cb`. Call once.
-  int start(const MovieInfo& info, StatusCallback cb, void* user, bool async);
+  int start(const MovieInfo& info, const Options& options, StatusCallback cb, void* user,
+            bool async);
 
   // Encodes a frame in the encoder's format, whose pts is in `tb`. True when the frame will be in
   // the movie.
@@ -63,6 +65,7 @@ class MovieMuxer {
   struct StartRecord {
     std::atomic<bool> exited{false};
     MovieInfo info;
+    Options options;
     StatusCallback callback;
     void* user;
     std::thread thread;

@@ -31,7 +31,8 @@ int64_t MovieCapture2::sys_usec() {
 
 // ---- start, stop and status
 
-void MovieCapture2::start(const MovieInfo* info, zeva::StatusCallback cb, void* user, bool async) {
+void MovieCapture2::start(const MovieInfo* info, const zeva::Options& options,
+                          zeva::StatusCallback cb, void* user, bool async) {
   ZEVA_LOG(kLogDebug, "m_start_pts=%lld", static_cast<long long>(start_pts));
   start_ok = false;
   last_audio_pts = 0;
@@ -39,7 +40,7 @@ void MovieCapture2::start(const MovieInfo* info, zeva::StatusCallback cb, void* 
   host = {cb, user};
   writer->error_callback = on_status;
   writer->error_user = this;
-  MovieMuxer::start(*info, on_status, this, async);
+  MovieMuxer::start(*info, options, on_status, this, async);
 }
 
 void MovieCapture2::stop() {

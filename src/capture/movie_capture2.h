@@ -19,7 +19,8 @@ class MovieCapture2 : public zeva::MovieMuxer {
   explicit MovieCapture2(std::unique_ptr<ZV::ZV_AVWriter> writer);
   ~MovieCapture2() override;
 
-  void start(const MovieInfo* info, zeva::StatusCallback cb, void* user, bool async);
+  void start(const MovieInfo* info, const zeva::Options& options, zeva::StatusCallback cb,
+             void* user, bool async);
   // Frames arriving from here on are refused; everything is flushed and closed.
   void stop();
   // True inside the host's status callback, whose thread stop would wait for.

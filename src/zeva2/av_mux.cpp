@@ -27,8 +27,9 @@ void start_network_once() {
 
 }  // namespace
 
-AVMux::AVMux(const MovieInfo2& info, ZEVA2_status_callback status_cb, void* user)
-    : settings(info), status_cb(status_cb), user(user) {
+AVMux::AVMux(const MovieInfo2& info, const Options& options, ZEVA2_status_callback status_cb,
+             void* user)
+    : settings(info), options(options), status_cb(status_cb), user(user) {
   settings.log();
   input.on_left_out = [this](const char* name) {
     report(kZevaStatusPacketsLeftOut,
@@ -53,6 +54,8 @@ void AVMux::clear() {
 // ---- start and stop
 
 bool AVMux::start() {
+  const std::string fault = options.fault();
+  if (!fault.empty()) return refuse(AVERROR(EINVAL), fault.c_str());
   if (settings.encodes_pcm()) {
     aac_encoder = AACEncoder::create(settings.audio, AACEncoder::kGlobalHeader);
     if (!aac_encoder) return refuse(kNoEncoder, "create AACEncoder failed");
@@ -249,6 +252,10 @@ bool AVMux::write_video_packet(const void* data, int nbytes, int64_t usec) {
                         [this](const uint8_t* filtered, int filtered_bytes, int64_t pts) {
                           input.video.push_data(filtered, filtered_bytes, pts);
                         });
+}
+
+bool AVMux::write_video_packet2(const void* data, int nbytes, int64_t pts_us, int64_t dts_us) {
+  return pts_us == dts_us && write_video_packet(data, nbytes, pts_us);
 }
 
 bool AVMux::write_audio_packet(const void* data, int nbytes, int64_t usec) {

@@ -13,6 +13,7 @@
 #include "host_call.h"
 #include "mux_settings.h"
 #include "open_files.h"
+#include "options.h"
 #include "status.h"
 #include "zeva/packet.h"
 #include "zv2_input_context.h"
@@ -26,7 +27,8 @@ namespace zeva {
 // start first, stop last and alone.
 class AVMux {
  public:
-  AVMux(const MovieInfo2& info, ZEVA2_status_callback status_cb, void* user);
+  AVMux(const MovieInfo2& info, const Options& options, ZEVA2_status_callback status_cb,
+        void* user);
   ~AVMux();
   AVMux(const AVMux&) = delete;
   AVMux& operator=(const AVMux&) = delete;
@@ -40,6 +42,7 @@ class AVMux {
   void stop();
 
   bool write_video_packet(const void* data, int nbytes, int64_t usec);
+  bool write_video_packet2(const void* data, int nbytes, int64_t pts_us, int64_t dts_us);
   bool write_audio_packet(const void* data, int nbytes, int64_t usec);
   bool write_audio_pcm(const uint8_t* const* planes, int nb_samples, int64_t usec);
 
@@ -105,6 +108,7 @@ class AVMux {
   std::unique_ptr<AACEncoder> aac_encoder;
   std::unique_ptr<h264::AnnexBFilter> annexb;
   const MuxSettings settings;
+  const Options options;
   const ZEVA2_status_callback status_cb;
   void* const user;
 

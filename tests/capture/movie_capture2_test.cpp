@@ -23,7 +23,7 @@ class CaptureTest : public testing::Test {
   }
   void start(bool async) {
     capture->start(
-        &info,
+        &info, {},
         [](int, const char*, void* user) {
           auto& self = *static_cast<CaptureTest*>(user);
           if (self.on_status) self.on_status();

@@ -18,7 +18,7 @@ TEST(AVMux, EndsItsWorkerWithoutAStop) {
   info.vcodec = kPacketVideoH264;
   info.acodec = kPacketAudioAac;
   {
-    zeva::AVMux muxer(info, nullptr, nullptr);
+    zeva::AVMux muxer(info, {}, nullptr, nullptr);
     ASSERT_TRUE(muxer.start());
     int64_t time = 0;
     for (const std::string& bytes : h264_packets(15)) {

@@ -1,0 +1,59 @@
+// Settings that the two settings records have no field for. One plain C record for both interfaces,
+// given to ZEVA_start_with and ZEVA2_start_with.
+//
+//   ZevaOptions options;
+//   ZevaOptions_init(&options);
+//   options.variable_rate = 1;                 /* a screen: every picture keeps its own time */
+//   options.encoder_options = "crf=20";
+//   void* rec = ZEVA_start_with(&info, &options, on_status, NULL, NULL, false);
+//
+// The record is versioned by its size: a host sets `struct_size` to the size it was compiled with
+// (ZevaOptions_init does), and the library reads no further; what an older host's record lacks is
+// as if it were 0. A 0 in any field, and a null pointer instead of the record, mean "as without
+// options". Texts are UTF-8 and zero-terminated. The record and its texts are copied before the
+// start returns. A value that cannot be is refused: the status callback is told AVERROR(EINVAL) and
+// a text that names the field.
+#pragma once
+
+#include <stddef.h>
+#include <stdint.h>
+#include <string.h>
+
+typedef struct ZevaOptions {
+  uint32_t struct_size;  // bytes; of the host's own record
+
+  // Classic recordings: pictures a second as a fraction, such as 30000 and 1001. `rate_den` 0:
+  // MovieInfo's fps. A picture whose time, in units of one picture, does not grow is dropped.
+  int32_t rate_num;
+  int32_t rate_den;
+  // Classic recordings, 1: every picture keeps its own time, to the microsecond where the container
+  // can say it, and the last one is as long as the one before it. The rate above only tells the
+  // encoder how many pictures a second to expect.
+  int32_t variable_rate;
+
+  // Classic recordings: channels of the movie's sound, 1 to 8; 0: two. One that the encoder cannot
+  // take is refused.
+  int32_t channels;
+
+  // Packet recordings: by how many degrees players turn the pictures clockwise: 0, 90, 180 or 270.
+  // Kept by MP4 and its relatives.
+  int32_t rotation_deg;
+  // Packet recordings, 1: the stamps of pictures and sound count from the same moment, which is
+  // movie time 0, so that a stream may begin later than the other. 0: each stream's first packet
+  // becomes its time 0.
+  int32_t common_start;
+
+  // Classic recordings: encoders by FFmpeg's names, such as "libx264"; null: by the main output's
+  // ending. One that is unknown, or whose codec an output cannot hold, is refused.
+  const char* video_codec;
+  const char* audio_codec;
+  // Classic recordings: "key=value:key=value", FFmpeg's and the encoder's own names, for the video
+  // encoder, after all other settings. One that the encoder does not know is refused.
+  const char* encoder_options;
+} ZevaOptions;
+
+// Makes a record of defaults.
+static inline void ZevaOptions_init(ZevaOptions* options) {
+  memset(options, 0, sizeof *options);
+  options->struct_size = (uint32_t)sizeof *options;
+}

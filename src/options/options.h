@@ -1,0 +1,31 @@
+// A host's options, kept after the host has freed its own.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "zeva/options.h"
+
+namespace zeva {
+
+// The fields of ZevaOptions with their defaults. Read only after construction.
+struct Options {
+  Options() = default;
+  // Reads as much as `given` holds; null gives the defaults.
+  explicit Options(const ZevaOptions* given);
+
+  // A sentence that names the field when a value cannot be; empty for none.
+  std::string fault() const;
+
+  int32_t rate_num = 0;
+  int32_t rate_den = 0;
+  bool variable_rate = false;
+  int32_t channels = 0;
+  int32_t rotation_deg = 0;
+  bool common_start = false;
+  std::string video_codec;
+  std::string audio_codec;
+  std::string encoder_options;
+};
+
+}  // namespace zeva
