@@ -42,10 +42,14 @@ void add_common_tail(JsonLine& line, const AVStream& stream) {
   line.add("ev", base64(stream.codecpar->extradata, stream.codecpar->extradata_size).c_str());
 }
 
-char* put(char* p, int64_t value, char separator) {
-  if (value != 0) p = std::to_chars(p, p + 20, value).ptr;
+char* put(char* p, std::optional<int64_t> value, char separator) {
+  if (value) p = std::to_chars(p, p + 20, *value).ptr;
   *p++ = separator;
   return p;
+}
+
+char* put_or_empty(char* p, int64_t value, char separator) {
+  return put(p, value != 0 ? std::optional(value) : std::nullopt, separator);
 }
 
 }  // namespace
@@ -81,13 +85,13 @@ std::string index_stream_line(const AVStream& stream) {
 
 int format_index_record(const IndexRecord& record, char* out) {
   char* p = out;
-  p = put(p, record.stream_index, ',');
-  p = put(p, record.position, ',');
-  p = put(p, record.size, ',');
-  p = put(p, record.pts_delta, ',');
+  p = put_or_empty(p, record.stream_index, ',');
+  p = put_or_empty(p, record.position, ',');
+  p = put_or_empty(p, record.size, ',');
+  p = put_or_empty(p, record.pts_delta, ',');
   p = put(p, record.dts_delta, ',');
-  p = put(p, record.duration, ',');
-  p = put(p, record.key, ';');
+  p = put_or_empty(p, record.duration, ',');
+  p = put_or_empty(p, record.key, ';');
   *p = '\0';
   return static_cast<int>(p - out);
 }

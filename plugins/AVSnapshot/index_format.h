@@ -10,9 +10,14 @@
 // record has a position, and so has one behind packets that could not be recorded; the others
 // follow the record before. Zero is written as an empty field. Deltas are against the previous
 // packet of the same class (the audio stream, or everything else), in the stream's time base.
+//
+// The dts delta is empty where dts equals pts, and written out elsewhere (reordered pictures), also
+// when it equals the pts delta or is 0. Recordings made before reordered pictures were supported
+// leave it empty for equal deltas, too, and never hold a written 0; both read the same way.
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 
 #include "ffmpeg.h"
@@ -33,7 +38,7 @@ struct IndexRecord {
   int64_t position = 0;  // bytes into the movie; 0 (empty): right behind the previous packet
   int32_t size = 0;      // bytes the muxer wrote
   int64_t pts_delta = 0;
-  int64_t dts_delta = 0;
+  std::optional<int64_t> dts_delta;  // without one, dts equals pts
   int64_t duration = 0;
   int32_t key = 0;
 };

@@ -3,6 +3,7 @@
 #include <charconv>
 #include <limits>
 #include <nlohmann/json.hpp>
+#include <optional>
 
 namespace zeva {
 namespace {
@@ -20,6 +21,16 @@ class Fields {
     value = 0;
     if (at_end()) return false;
     if (*p != separator) number(value);
+    while (p < end && *p != separator && *p != ';') ++p;
+    return take(separator);
+  }
+
+  // Version 2: empty is none.
+  bool read(std::optional<int64_t>& value, char separator) {
+    value.reset();
+    if (at_end()) return false;
+    int64_t given = 0;
+    if (*p != separator && number(given)) value = given;
     while (p < end && *p != separator && *p != ';') ++p;
     return take(separator);
   }
@@ -72,11 +83,14 @@ bool read_version_2(Fields& fields, IndexRecord& r) {
          fields.read(r.dts_delta, ',') && fields.read(r.duration, ',') && fields.read(r.key, ';');
 }
 
+// All fields are there; a dts delta of 0 is none.
 bool read_version_1(Fields& fields, IndexRecord& r) {
   if (!fields.number(r.stream_index)) return false;
+  int64_t dts_delta = 0;
   const bool whole = fields.take(',') && fields.scan(r.position, ',') && fields.scan(r.size, ',') &&
-                     fields.scan(r.pts_delta, ',') && fields.scan(r.dts_delta, ',') &&
+                     fields.scan(r.pts_delta, ',') && fields.scan(dts_delta, ',') &&
                      fields.scan(r.duration, ',') && fields.scan(r.key, ';');
+  if (dts_delta != 0) r.dts_delta = dts_delta;
   return whole || fields.skip_past(';');
 }
 

@@ -34,8 +34,7 @@ IndexRecord RecordEncoder::encode(const IndexedPacket& packet, const IndexedPack
   record.position = follows ? 0 : packet.position;
   record.size = static_cast<int32_t>(wrapping_difference(next.position, packet.position));
   record.pts_delta = wrapping_difference(packet.pts, last.pts);
-  record.dts_delta = wrapping_difference(packet.dts, last.dts);
-  if (record.dts_delta == record.pts_delta) record.dts_delta = 0;
+  if (packet.dts != packet.pts) record.dts_delta = wrapping_difference(packet.dts, last.dts);
   // Readers restore the frame size of an audio record without a duration. The test looks at the
   // packet after the recorded one; this is deliberate: a video record of that duration reads as 0.
   const bool implied = next.stream_index == audio_index && packet.duration == frame_size;
@@ -60,7 +59,7 @@ IndexedPacket RecordDecoder::decode(const IndexRecord& record) {
 
   RecordState::Times& last = packet.audio ? state.last_audio : state.last_video;
   packet.pts = wrapping_sum(last.pts, record.pts_delta);
-  packet.dts = record.dts_delta != 0 ? wrapping_sum(last.dts, record.dts_delta) : packet.pts;
+  packet.dts = record.dts_delta ? wrapping_sum(last.dts, *record.dts_delta) : packet.pts;
   packet.duration = record.duration == 0 && packet.audio ? frame_size : record.duration;
 
   last = {packet.pts, packet.dts};

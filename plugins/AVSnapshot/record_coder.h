@@ -72,8 +72,6 @@ class RecordDecoder {
   RecordDecoder(int audio_index, int64_t frame_size)
       : audio_index(audio_index), frame_size(frame_size) {}
 
-  // An empty dts reads as the pts. The encoder leaves it empty for an equal delta, which differs
-  // only for reordered pictures.
   IndexedPacket decode(const IndexRecord& record);
 
  private:

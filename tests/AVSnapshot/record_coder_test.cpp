@@ -28,10 +28,11 @@ IndexedPacket packet_of(int stream, int64_t position, int64_t pts, int64_t dts, 
   return packet;
 }
 
-// Times at the ends of the range, reordered pictures, a subtitle, sound with durations of its own.
+// Times at the ends of the range, reordered pictures (from a decoding time of 0, then by equal
+// deltas), a subtitle, sound with durations of its own.
 const std::vector<IndexedPacket> kPackets = {
-    packet_of(0, 48, 500, 400, 512, true),         packet_of(1, 148, -3000, -3000, 1024, true),
-    packet_of(1, 158, -1976, -1976, 960, true),    packet_of(0, 178, 1524, 912, 512, false),
+    packet_of(0, 48, 500, 0, 512, true),           packet_of(1, 148, -3000, -3000, 1024, true),
+    packet_of(1, 158, -1976, -1976, 960, true),    packet_of(0, 178, 1012, 512, 512, false),
     packet_of(2, 300, 1100, 1100, 7, false),       packet_of(0, 310, kMax, kMax - 9, 512, false),
     packet_of(0, 310, kMin, kMin, 512, false),     packet_of(1, 340, kMax, kMax, 1024, true),
     packet_of(1, 5000000000, kMin, kMin, 0, true), packet_of(0, 5000000009, 7, 5, 1, true),
@@ -68,8 +69,8 @@ TEST(RecordCoder, EveryPacketButTheLastComesBackWhereverAHoleIs) {
       for (size_t i = 0; i < decoded.size(); ++i) {
         const size_t which = i < begin ? i : i + end - begin;
         const IndexedPacket &is = decoded[i], &was = kPackets[which];
-        EXPECT_EQ(std::tie(is.stream_index, is.position, is.pts, is.key),
-                  std::tie(was.stream_index, was.position, was.pts, was.key));
+        EXPECT_EQ(std::tie(is.stream_index, is.position, is.pts, is.dts, is.key),
+                  std::tie(was.stream_index, was.position, was.pts, was.dts, was.key));
         EXPECT_EQ(is.size, static_cast<int32_t>(kPackets[which + 1].position - was.position));
         EXPECT_EQ(is.audio, was.stream_index == 1);
         const bool behind_hole = end > begin && i == begin && i > 0;
@@ -90,11 +91,11 @@ TEST(RecordCoder, AddsUpByClass) {
     int64_t position, pts, dts, duration, skipped;
   } steps[] = {
       {{0, 48, 100, 500, 400, 512, 1}, 48, 500, 400, 512, 0},
-      {{1, 0, 10, 2000, 0, 0, 1}, 148, 2000, 2000, 1024, 0},
-      {{2, 0, 20, 512, 0, 0, 0}, 158, 1012, 1012, 0, 0},
+      {{1, 0, 10, 2000, {}, 0, 1}, 148, 2000, 2000, 1024, 0},
+      {{2, 0, 20, 512, {}, 0, 0}, 158, 1012, 1012, 0, 0},
       {{1, 200, 30, -3000, 500, 960, 1}, 200, -1000, 2500, 960, 22},
       {{0, kMax, 1, kMax, kMin, 1, 0}, kMax, kMin + 1011, kMin + 1012, 1, kMax - 230},
-      {{0, 0, 1, 0, 0, 0, 0}, kMin, kMin + 1011, kMin + 1011, 0, 0},
+      {{0, 0, 1, 0, {}, 0, 0}, kMin, kMin + 1011, kMin + 1011, 0, 0},
   };
   for (const auto& s : steps) {
     const IndexedPacket p = decoder.decode(s.record);
