@@ -3,6 +3,8 @@
 #include <charconv>
 #include <vector>
 
+#include "display_rotation.h"
+
 namespace zeva {
 namespace {
 
@@ -80,6 +82,7 @@ std::string index_stream_line(const AVStream& stream) {
     return {};
   }
   add_common_tail(line, stream);
+  if (const int degrees = display_rotation(stream)) line.add("rotate", degrees);
   return line.finish();
 }
 

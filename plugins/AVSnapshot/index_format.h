@@ -46,7 +46,8 @@ struct IndexRecord {
 // The first line, with its line feed.
 std::string index_header_line();
 
-// The line of an audio or video stream, without a line feed; empty for other types.
+// The line of an audio or video stream, without a line feed; empty for other types. Pictures that
+// players turn have a member more, "rotate": degrees clockwise.
 std::string index_stream_line(const AVStream& stream);
 
 // Writes `record` into `out` (room for kIndexRecordMaxBytes) and a terminating zero; returns the

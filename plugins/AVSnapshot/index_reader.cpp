@@ -138,6 +138,7 @@ bool read_stream_line(std::string_view text, IndexStreams& streams) {
     read_common_members(line, streams.video);
     streams.video.width = number_member(line, "w");
     streams.video.height = number_member(line, "h");
+    streams.video.rotation_deg = number_member(line, "rotate");
     streams.list.push_back(AVMEDIA_TYPE_VIDEO);
   } else if (type == "audio") {
     read_common_members(line, streams.audio);

@@ -23,6 +23,7 @@ struct VideoDescription {
   int index = -1;  // -1: no such stream line
   std::string codec, format;
   int width = 0, height = 0;
+  int rotation_deg = 0;  // clockwise; may be anything when the index is damaged
   AVRational time_base{0, 0};
   std::string ev;  // extradata in base64
 };

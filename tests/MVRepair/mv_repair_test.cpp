@@ -6,6 +6,7 @@
 #include <filesystem>
 #include <tuple>
 
+#include "display_rotation.h"
 #include "log_capture.h"
 #include "lost_bytes.h"
 #include "media.h"
@@ -128,6 +129,23 @@ TEST(MvRepair, CutsNeverCostMoreThanTheCut) {
       ASSERT_TRUE(is_prefix(found)) << "movie cut at " << cut;
       ASSERT_EQ(found.size(), std::min(cut < r.ends[i] ? i : i + 1, all)) << "movie cut at " << cut;
     }
+  }
+}
+
+TEST(MvRepair, TurnedPicturesStayTurned) {
+  const LogCapture quiet;
+  const Recorded& r = recorded();
+  const size_t end_of_video = r.index.find('}');
+  for (const auto& [rotate, turned] :
+       {std::pair(90, 90), {180, 180}, {270, 270}, {17, 0}, {-90, 0}}) {
+    const std::string member = ",\"rotate\":" + std::to_string(rotate);
+    Repairing repair(r.broken, std::string(r.index).insert(end_of_video, member));
+    EXPECT_EQ(repair.recover().size(), r.packets.size() - 1);
+    AVFormatContext* movie = nullptr;
+    ASSERT_EQ(avformat_open_input(&movie, repair.dir.path("whole.mp4").c_str(), nullptr, nullptr),
+              0);
+    EXPECT_EQ(zeva::display_rotation(*movie->streams[kPictures]), turned) << rotate;
+    avformat_close_input(&movie);
   }
 }
 

@@ -4,6 +4,7 @@
 #include <limits>
 
 #include "av_error.h"
+#include "display_rotation.h"
 #include "extradata.h"
 #include "logger.h"
 #include "output_url.h"
@@ -129,8 +130,9 @@ int RepairOutput::add_video_stream(const VideoDescription& video) {
   const AVPixelFormat format = av_get_pix_fmt(video.format.c_str());
   par.format = format != AV_PIX_FMT_NONE ? format : AV_PIX_FMT_YUV420P;
   par.bit_rate = kVideoBitRate;
-  const int result = set_codec(par, video.codec);
-  return result < 0 ? result : set_extradata(par, video.ev);
+  int result = set_codec(par, video.codec);
+  if (result >= 0) result = set_extradata(par, video.ev);
+  return result < 0 ? result : set_display_rotation(stream, video.rotation_deg);
 }
 
 int RepairOutput::open() {
