@@ -7,3 +7,4 @@
 #include "zeva/packet.h"      // IWYU pragma: export
 #include "zeva/record.h"      // IWYU pragma: export
 #include "zeva/repair.h"      // IWYU pragma: export
+#include "zeva/status.h"      // IWYU pragma: export

@@ -55,10 +55,11 @@ int write_header(AVFormatContext* oc) {
 
 int write_packet(AVFormatContext* oc, AVPacket* packet) {
   const Target target = find(oc);
-  if (target.snapshot != nullptr && oc->pb != nullptr && packet != nullptr) {
-    target.snapshot->packet_coming(*oc, *packet, avio_tell(oc->pb));
-  }
-  return target.saved.write_packet(oc, packet);
+  const bool recorded = target.snapshot != nullptr && oc->pb != nullptr && packet != nullptr;
+  if (recorded) target.snapshot->packet_coming(*oc, *packet, avio_tell(oc->pb));
+  const int result = target.saved.write_packet(oc, packet);
+  if (result < 0 && recorded) target.snapshot->packet_refused();
+  return result;
 }
 
 // The muxers outlive this library when the host uses FFmpeg too: unloading must not leave entries

@@ -54,6 +54,9 @@ class RecordEncoder {
   // position, and its times count from the last packet that has one.
   void push_unrecorded(const IndexedPacket& packet);
 
+  // The packet that was taken last was not written after all, and has no record.
+  void take_back() { has_previous = false; }
+
  private:
   IndexRecord encode(const IndexedPacket& packet, const IndexedPacket& next);
 

@@ -69,6 +69,8 @@ class Snapshot {
   // `position` on.
   void header_written(const AVFormatContext& oc);
   void packet_coming(const AVFormatContext& oc, const AVPacket& packet, int64_t position);
+  // The muxer did not write that packet after all.
+  void packet_refused() { encoder.take_back(); }
 
  private:
   static void keep_packet_in_one_write(const AVFormatContext& oc, const AVPacket& packet);

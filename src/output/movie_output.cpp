@@ -7,6 +7,7 @@
 #include "files.h"
 #include "logger.h"
 #include "output_url.h"
+#include "zeva/status.h"
 
 namespace zeva {
 namespace {
@@ -15,6 +16,9 @@ namespace {
 // chunks, offsets, times and key pictures (ISO/IEC 14496-12, 8.6 and 8.7), and the rest.
 constexpr int64_t kTrailerBytesPerPacket = 48;
 constexpr int64_t kTrailerBytes = 128 * 1024;
+
+// A muxer that refused so many packets in a row will take none any more.
+constexpr int kMostRefusals = 1000;
 
 }  // namespace
 
@@ -123,16 +127,70 @@ bool MovieOutput::has_room_for(const AVPacket& packet) {
   return !full;
 }
 
+// FFmpeg would move everything from the first packet before 0 on, but not what it wrote before.
+void MovieOutput::begin_at_zero() {
+  last_times.assign(oc->nb_streams, INT64_MIN);
+  floor_is_zero = (oc->oformat->flags & (AVFMT_TS_NEGATIVE | AVFMT_NOTIMESTAMPS)) == 0;
+  if (!floor_is_zero) return;
+  oc->avoid_negative_ts = 0;
+  for (unsigned i = 0; i < oc->nb_streams; ++i) {
+    const AVCodecParameters& par = *oc->streams[i]->codecpar;
+    if (par.sample_rate <= 0) continue;
+    const int64_t lead_us = av_rescale(par.initial_padding, AV_TIME_BASE, par.sample_rate);
+    oc->output_ts_offset = std::max(oc->output_ts_offset, lead_us);
+  }
+}
+
+// False when the packet is to be left out.
+bool MovieOutput::fit_above_zero(AVPacket& packet) {
+  if (!floor_is_zero || packet.dts == AV_NOPTS_VALUE) return true;
+  const AVRational time_base = oc->streams[packet.stream_index]->time_base;
+  const int64_t zero = -av_rescale_q(oc->output_ts_offset, kMicroseconds, time_base);
+  int64_t& last = last_times[static_cast<size_t>(packet.stream_index)];
+  const int64_t lowest = last == INT64_MIN ? zero : std::max(zero, last + 1);
+  if (packet.pts != AV_NOPTS_VALUE && packet.pts < lowest) {
+    leave_out("its time lies before the beginning or the packet before it");
+    return false;
+  }
+  packet.dts = last = std::max(packet.dts, lowest);
+  return true;
+}
+
 int MovieOutput::write(AVPacket* packet) {
+  if (packets == 0) begin_at_zero();
+  if (!fit_above_zero(*packet)) {
+    av_packet_unref(packet);
+    return 0;
+  }
   int result = begin_packet(*packet);
-  if (result >= 0) result = io.result_of_operation(av_interleaved_write_frame(oc.get(), packet));
+  if (result >= 0) (void)write_interleaved(packet, result);
   if (result < 0) av_packet_unref(packet);
   return result;
 }
 
+// Gives the muxer a packet, or with null all that it holds back. False when it refused one, which
+// need not be this one; those behind it are still held back.
+bool MovieOutput::write_interleaved(AVPacket* packet, int& result) {
+  result = io.result_of_operation(av_interleaved_write_frame(oc.get(), packet));
+  const bool refused = result == AVERROR(EINVAL) || result == AVERROR_INVALIDDATA;
+  refused_in_a_row = refused ? refused_in_a_row + 1 : 0;
+  if (!refused || is_broken() || refused_in_a_row > kMostRefusals) return true;
+  leave_out(av_error_text(result));
+  result = 0;
+  return false;
+}
+
+void MovieOutput::leave_out(const std::string& why) {
+  const std::string text = "a packet is left out of '" + url() + "': " + why;
+  ZEVA_LOG(kLogError, "%s", text.c_str());
+  if (left_out++ == 0 && report) report(kZevaStatusPacketsLeftOut, text);
+}
+
 int MovieOutput::write_held() {
   io.begin_operation();
-  const int result = io.result_of_operation(av_interleaved_write_frame(oc.get(), nullptr));
+  int result = 0;
+  while (!write_interleaved(nullptr, result)) {
+  }
   if (result >= 0 && snapshot != nullptr && packets > 0) snapshot->flush(*oc);
   return result;
 }

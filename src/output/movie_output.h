@@ -5,6 +5,7 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "av_handles.h"
 #include "file_io.h"
@@ -58,10 +59,14 @@ class MovieOutput {
 
   // Lets the output take the place of an older file.
   [[nodiscard]] int commit();
+  // Times before 0 where the container cannot say them: the sound of an encoder begins there (the
+  // stream's initial_padding), so all of the movie is moved by as much. Decoding times of reordered
+  // pictures are raised; a packet that is shown before is left out, with a log line.
   // Writes a packet with interleaving and takes over its reference, also on failure. It is held
   // back until the other streams have one as well, but for no more than kLongestHoldMs of movie
   // time; the caller sees to it that it is not for longer by the clock. AVERROR(ENOSPC) before the
-  // disk is so full that the trailer would not fit: the movie can be finished then.
+  // disk is so full that the trailer would not fit: the movie can be finished then. A packet that
+  // the muxer refuses, for its time or its bytes, is left out and reported, and is no failure.
   [[nodiscard]] int write(AVPacket* packet);
   // Writes what is held back, and lets the system have all of it.
   [[nodiscard]] int write_held();
@@ -92,6 +97,10 @@ class MovieOutput {
   bool muxer_does_io() const { return (oc->oformat->flags & AVFMT_NOFILE) != 0; }
   [[nodiscard]] int begin_packet(const AVPacket& packet);
   bool has_room_for(const AVPacket& packet);
+  void begin_at_zero();
+  bool fit_above_zero(AVPacket& packet);
+  void leave_out(const std::string& why);
+  bool write_interleaved(AVPacket* packet, int& result);
   int close_io();
 
   const std::string output_url;
@@ -103,7 +112,11 @@ class MovieOutput {
   bool header_written = false;
   bool trailer_tried = false;
   bool full = false;
+  bool floor_is_zero = false;       // the container has no times before 0
+  std::vector<int64_t> last_times;  // decoding times of the streams
   int64_t packets = 0;
+  int64_t left_out = 0;  // of the packets
+  int refused_in_a_row = 0;
   int64_t payload_bytes = 0;
 };
 

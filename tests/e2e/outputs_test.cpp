@@ -13,6 +13,7 @@
 #include <thread>
 
 #include "elementary.h"
+#include "ffmpeg.h"
 #include "judge.h"
 #include "recording.h"
 #include "sockets.h"
@@ -253,6 +254,77 @@ TEST(SilentStream, HoldsNothingBack) {
     EXPECT_GE(static_cast<int64_t>(packets(whole).size()), expected);
     EXPECT_EQ(decode_faults(whole), "");
   }
+}
+
+// An encoder's sound begins a little before 0, which some containers cannot say. All of a movie is
+// moved there, also the pictures that were written before the first sound came.
+TEST(LateSound, IsInStepInEveryContainer) {
+  const fs::path movie = work_file("movie.mp4"), folder = movie.parent_path();
+  constexpr size_t kSounds = 94;  // packets; the first lies before 0
+  const std::string flv = utf8(folder / "a.flv"), mkv = utf8(folder / "b.mkv"),
+                    ts = utf8(folder / "c.ts");
+  MovieInfo info = settings(movie);
+  const std::string index = utf8(movie) + ".index";
+  set_text(info.moov_url, index);
+  info.other_urls[0] = flv.c_str();
+  info.other_urls[1] = mkv.c_str();
+  info.other_urls[2] = ts.c_str();
+  Recording recording(info);
+  for (int frame = 0; frame < 50; ++frame) recording.picture(gradients(frame), time_us(frame));
+  while (records_in(index) < 30) std::this_thread::yield();
+  for (int frame = 0; frame < 50; ++frame) recording.sound(tone(frame), time_us(frame));
+  recording.stop();
+  for (const std::string& file : {utf8(movie), flv, mkv, ts}) {
+    SCOPED_TRACE(file);
+    std::vector<double> pictures, sounds;
+    for (const Row& packet : packets(file)) {
+      const bool picture = packet.at("codec_type") == "video";
+      (picture ? pictures : sounds).push_back(number(packet, "pts_time"));
+    }
+    ASSERT_EQ(pictures.size(), 50u);
+    for (size_t i = 0; i < 50; ++i) EXPECT_NEAR(pictures[i], pictures[0] + i * 0.04, 0.0015);
+    // From the end, since a container may have no place for what lies before the first picture.
+    const double last = (kSounds - 2) * 1024.0 / kSampleRate;
+    ASSERT_GE(sounds.size(), kSounds - 1u);
+    for (size_t i = 0; i < kSounds - 1; ++i) {
+      const double expected = pictures[0] + last - i * 1024.0 / kSampleRate;
+      EXPECT_NEAR(sounds[sounds.size() - 1 - i], expected, 0.0015);
+    }
+  }
+}
+
+// A muxer refuses a packet; the packets around it, and their index, are what they were.
+TEST(RefusedPacket, CostsNothingElse) {
+  const fs::path movie = work_file("movie.mp4");
+  const std::string index = utf8(movie) + ".index";
+  MovieInfo info = settings(movie);
+  set_text(info.moov_url, index);
+  struct Spoiler : FilterBase {
+    void filter(AVPacket* packet) override {
+      // Shown before it is decoded; the container cannot say that.
+      if (++count == 20) packet->dts = packet->pts + 1;
+    }
+    int count = 0;
+  } spoiler;
+  Recording recording(info);
+  ZEVA_add_audio_filter(recording.handle, &spoiler);
+  recording.feed(0, 50);
+  recording.stop();
+  ASSERT_EQ(recording.failures().size(), 1u);
+  EXPECT_EQ(recording.failures()[0].code, kZevaStatusPacketsLeftOut);
+  const fs::path whole = work_file("whole.mp4");
+  EXPECT_TRUE(ZEVA_StartRepair_sync(utf8(movie).c_str(), index.c_str(), utf8(whole).c_str(),
+                                    nullptr, nullptr));
+  EXPECT_EQ(decode_faults(movie), "");
+  std::vector<Row> recorded = packets(movie), repaired = packets(whole);
+  EXPECT_EQ(recorded.size() + 1, static_cast<size_t>(50 + spoiler.count));
+  recorded.pop_back();
+  const auto essence = [](const Row& p) {
+    return std::tuple(p.at("codec_type"), p.at("pts"), p.at("dts"), p.at("size"));
+  };
+  ASSERT_EQ(repaired.size(), recorded.size());
+  for (size_t i = 0; i < repaired.size(); ++i)
+    EXPECT_EQ(essence(repaired[i]), essence(recorded[i]));
 }
 
 // ---- the library's own manners
