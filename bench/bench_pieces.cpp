@@ -98,13 +98,14 @@ void node_push_pop(benchmark::State& state) {
 }
 BENCHMARK(node_push_pop);
 
-// A host's thread and a demuxer's, which reads as a stream of bytes.
-void node_push_read_between_threads(benchmark::State& state) {
+// A host's thread and a worker's.
+void node_push_pop_between_threads(benchmark::State& state) {
   qel::ZVPacketQueue queue;
   PoolReport report(state, queue);
   std::thread reader([&queue] {
-    uint8_t buffer[8192];
-    while (queue.read(buffer, sizeof buffer, true, 0) == qel::QueueResult::Ok) {
+    qel::ZVMemNode* node = nullptr;
+    while (queue.pop(node, true, 0, true) == qel::QueueResult::Ok && node != nullptr) {
+      qel::release_node(node);
     }
   });
   int64_t n = 0;
@@ -115,7 +116,7 @@ void node_push_read_between_threads(benchmark::State& state) {
   (void)queue.push(nullptr, qel::kUnbounded, false, 0);
   reader.join();
 }
-BENCHMARK(node_push_read_between_threads)->UseRealTime();
+BENCHMARK(node_push_pop_between_threads)->UseRealTime();
 
 void index_record(benchmark::State& state) {
   char text[zeva::kIndexRecordMaxBytes];

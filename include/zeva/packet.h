@@ -15,17 +15,26 @@
 //
 // Time stamps are signed 64-bit microseconds of any steady clock. The first packet of each stream
 // becomes time 0 of that stream, so begin sound and picture together. Packets are kept until five
-// newer ones of their stream have come, and leave in the order of their stamps (equal stamps one
-// microsecond apart). Jitter is smoothed to a tenth; a step, such as a gap or a new frame rate, is
-// taken over at once. Times in the movie are never more than 0.1 s from the host's, and packets
-// that go back further than that are left out (kZevaStatusPacketsLeftOut). Decoding times equal
-// presentation times: pictures must come without reordering (no B-frames). One H.264 packet is one
-// access unit.
+// newer ones of their stream have come, but for no longer than half a second, and leave in the
+// order of their stamps (equal stamps one microsecond apart). Jitter is smoothed to a tenth; a
+// step, such as a gap or a new frame rate, is taken over at once. Times in the movie are never more
+// than 0.1 s from the host's, and packets that go back further than that are left out
+// (kZevaStatusPacketsLeftOut). Decoding times equal presentation times: pictures must come without
+// reordering (no B-frames).
 //
-// Nothing is opened before enough packets came to know the streams: a key picture and the packets
-// that are being sorted, some ten in all, which are recorded too. An input that gets nothing for 3
-// s while it is being opened is left out, and the recording goes on with the other one. At most
-// 2000 packets a stream are kept, then the oldest are dropped.
+// One H.264 packet is one access unit, with the time of its picture. Parameter sets, SEI and
+// delimiters may come as packets of their own, with any time: they join the next picture. Further
+// slices of a picture join it as long as it is being sorted. Of several pictures in a packet, the
+// further ones follow at the usual distance; so do several AAC frames. A packet that is none of
+// this is left out with a log line.
+//
+// The outputs are opened once both streams are known: from the first key picture with its parameter
+// sets and from the first AAC frame that can be decoded. Pictures before that key picture cannot be
+// shown and are left out (kZevaStatusPacketsLeftOut), and the key picture keeps its time, however
+// far away it is. An input that gets no packet for 3 s meanwhile is left out
+// (kZevaStatusInputLeftOut), and the recording goes on with the other one; later writes to it
+// return false. Once the outputs are open, neither stream waits for the other. At most 2000 packets
+// a stream are kept, then the oldest are dropped.
 //
 // Threads: of one handle, each write function is called by one thread at a time; different ones
 // (video here, sound there), pause, resume and the questions may overlap. Nothing may run during
@@ -36,12 +45,12 @@
 // beside it tells where every packet lies. Packets and their index records are handed to the
 // operating system together, at the first packet after 200 ms and whenever a line of records (960
 // bytes) is full; what it has survives a crash of the program. So the packets of the last 200 ms
-// are lost, and the six of each stream that are being sorted and demuxed (at 30 pictures a second
-// another 200 ms). A thread of each recording with an index has the disk keep both files about once
-// a second, and all of the finished movie before ZEVA2_stop returns: a power failure costs about a
-// second more, as far as the disk keeps what it says it has. Every output whose muxer is that of
-// MP4 or a relative (.mov, .m4v, .3gp, a name without a known ending) can have the index; the first
-// of them has it.
+// are lost, and those of each stream that are being sorted: five at most (at 30 pictures a second
+// another 200 ms), none older than half a second. A thread of each recording with an index has the
+// disk keep both files about once a second, and all of the finished movie before ZEVA2_stop
+// returns: a power failure costs about a second more, as far as the disk keeps what it says it has.
+// Every output whose muxer is that of MP4 or a relative (.mov, .m4v, .3gp, a name without a known
+// ending) can have the index; the first of them has it.
 //
 // Files: one that is there already keeps its bytes until the first packet of the recording is
 // written, which is not before all outputs are open. A start that fails, and a recording of
@@ -152,8 +161,9 @@ ZEVA_API int64_t ZEVA2_movie_time(void* handle);
 
 // One packet at time `usec`. The bytes are copied before the call returns and stay the host's. Null
 // `data` with `nbytes` 0 gives out what is held back for sorting. True when the packet was taken
-// (also when the queue is full and its oldest packet had to be dropped for it; the log tells);
-// false when refused: the recording has ended, or has no such stream, or takes PCM. A full queue is
+// (also when it is unusable, or the queue is full and its oldest packet had to be dropped for it;
+// the log tells); false when refused: the recording has ended, or has no such stream, or goes on
+// without it, or takes PCM, or the packet is not length-prefixed as declared. A full queue is
 // waited for at most 50 ms; nothing else blocks.
 ZEVA_API bool ZEVA2_write_video_packet(void* handle, void* data, int nbytes, int64_t usec);
 ZEVA_API bool ZEVA2_write_audio_packet(void* handle, void* data, int nbytes, int64_t usec);
@@ -176,11 +186,11 @@ ZEVA_API bool ZEVA2_write_audio_pcm(void* handle, uint8_t* const* planes, int nb
 // How many packets wait inside, for hosts that are not live. The write functions never wait for a
 // slow output, and a full input drops; so a host that has its packets faster than they can be
 // written asks here, and writes while few wait: less than 2000 in `video` and `audio`, and as many
-// in `outputs` as it wants to see in memory. `video` and `audio`: packets that are not demuxed yet,
-// those held back for sorting not counted; the latest picture stays until the next one follows it.
-// `outputs`: packets not written yet, of the output that has most of them; -1 until all outputs are
-// open. The pointers may be null. False, with nothing stored, when the recording takes no more: a
-// null handle, ended, or an output broke. Does not block.
+// in `outputs` as it wants to see in memory. `video` and `audio`: packets that were not handed to
+// the outputs yet, those held back for sorting not counted. `outputs`: packets not written yet, of
+// the output that has most of them; -1 until all outputs are open. The pointers may be null. False,
+// with nothing stored, when the recording takes no more: a null handle, ended, or an output broke.
+// Does not block.
 ZEVA_API bool ZEVA2_backlog(void* handle, int32_t* video, int32_t* audio, int32_t* outputs);
 
 }  // extern "C"

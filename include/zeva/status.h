@@ -22,7 +22,14 @@ enum {
   // met it returned false.
   kZevaStatusPictureRefused = 130,
   kZevaStatusSoundRefused = 131,
-  // Packets whose time goes back by more than 0.1 s behind what is recorded are left out, until
-  // their stamps have caught up.
+  // Packets are left out: their time goes back by more than 0.1 s behind what is recorded, until
+  // their stamps have caught up; they are shown before they are decoded; or they came before the
+  // first key picture. The text tells.
   kZevaStatusPacketsLeftOut = 132,
+  // Nothing usable came on one of the two inputs of a packet recording while it was being opened.
+  // The outputs are opened without it, and writes to it return false.
+  kZevaStatusInputLeftOut = 133,
+  // The host writes packets to such an input after all. They are not recorded: only a new recording
+  // can have the stream.
+  kZevaStatusInputLate = 134,
 };

@@ -1,13 +1,59 @@
 #include "avc.h"
 
 #include <algorithm>
-#include <iterator>
 
 namespace zeva {
 namespace {
 
 constexpr size_t kMinSpsBytes = 4;
 constexpr size_t kMaxParameterSetBytes = 0xFFFF;
+
+// The first byte of the next start code, or `end`. Looks at every third byte only as long as none
+// of three can be part of one.
+const uint8_t* find_start_code(const uint8_t* from, const uint8_t* end) {
+  for (const uint8_t* at = from; end - at >= 3;) {
+    if (at[2] > 1) {
+      at += 3;
+    } else if (at[2] == 1 && at[1] == 0 && at[0] == 0) {
+      return at;
+    } else {
+      ++at;
+    }
+  }
+  return end;
+}
+
+// The part of a unit in its access unit (ISO/IEC 14496-10, 7.4.1.2.3).
+enum class UnitRole {
+  kNone,            // of no meaning here, or too short to tell
+  kFirstSlice,      // begins a picture
+  kFurtherSlice,    // belongs to the picture before it
+  kBeforePictures,  // behind a picture it begins the next access unit
+  kAnywhere,        // the end of a sequence, filler
+};
+
+UnitRole role_of(NalUnit unit) {
+  switch (unit.type()) {
+    case 1:
+    case 2:
+    case 5:
+      // first_mb_in_slice is an Exp-Golomb number: 0 is a single 1 bit.
+      if (unit.size_bytes < 2) return UnitRole::kNone;
+      return (unit.data[1] & 0x80) != 0 ? UnitRole::kFirstSlice : UnitRole::kFurtherSlice;
+    case 3:
+    case 4:
+    case 19:
+    case 20:
+    case 21:
+      return UnitRole::kFurtherSlice;
+    case 10:
+    case 11:
+    case 12:
+      return UnitRole::kAnywhere;
+    default:
+      return unit.size_bytes > 0 ? UnitRole::kBeforePictures : UnitRole::kNone;
+  }
+}
 
 void append_parameter_set(std::vector<uint8_t>& record, NalUnit set) {
   record.push_back(static_cast<uint8_t>(set.size_bytes >> 8));
@@ -27,21 +73,54 @@ bool is_avc_pps(NalUnit unit) {
 }
 
 std::vector<NalUnit> split_byte_stream(const uint8_t* stream, size_t size_bytes) {
-  static constexpr uint8_t kStartCode[] = {0, 0, 1};
+  constexpr int kStartCodeBytes = 3;
   const uint8_t* const stream_end = stream + size_bytes;
-  const auto next_start_code = [&](const uint8_t* from) {
-    return std::search(from, stream_end, std::begin(kStartCode), std::end(kStartCode));
-  };
   std::vector<NalUnit> units;
-  for (const uint8_t* begin = next_start_code(stream); begin != stream_end;) {
-    begin += std::size(kStartCode);
-    const uint8_t* const next = next_start_code(begin);
+  for (const uint8_t* begin = find_start_code(stream, stream_end); begin != stream_end;) {
+    begin += kStartCodeBytes;
+    const uint8_t* const next = find_start_code(begin, stream_end);
     const uint8_t* end = next;
     while (end != begin && end[-1] == 0) --end;
     units.push_back({begin, static_cast<size_t>(end - begin)});
     begin = next;
   }
   return units;
+}
+
+// A unit that may only stand in front of pictures ends the access unit before it, unless a further
+// slice follows: units that accompany slices (SVC, MVC) have such types too. So the place of the
+// first one is only a candidate until the next slice tells.
+std::vector<AccessUnitPart> split_access_units(const uint8_t* stream, size_t size_bytes) {
+  std::vector<AccessUnitPart> parts;
+  AccessUnitPart part{stream};
+  const uint8_t* candidate = nullptr;
+  const uint8_t* unit_begin = stream;  // behind the unit before
+  bool any = false;
+  const auto end_part = [&](const uint8_t* at) {
+    part.size_bytes = static_cast<size_t>(at - part.data);
+    if (part.size_bytes > 0) parts.push_back(part);
+    part = {at};
+    candidate = nullptr;
+  };
+  for (const NalUnit& unit : split_byte_stream(stream, size_bytes)) {
+    const UnitRole role = role_of(unit);
+    any = any || role != UnitRole::kNone;
+    if (role == UnitRole::kBeforePictures && part.has_picture && candidate == nullptr) {
+      candidate = unit_begin;
+    } else if (role == UnitRole::kFirstSlice) {
+      if (part.has_picture) end_part(candidate != nullptr ? candidate : unit_begin);
+      part.has_picture = true;
+    } else if (role == UnitRole::kFurtherSlice) {
+      part.continues = part.continues || !part.has_picture;
+      part.has_picture = true;
+      candidate = nullptr;
+    }
+    unit_begin = unit.data + unit.size_bytes;
+  }
+  if (!any) return {};
+  if (candidate != nullptr) end_part(candidate);
+  end_part(stream + size_bytes);
+  return parts;
 }
 
 std::vector<uint8_t> avc_configuration_record(NalUnit sps, NalUnit pps) {

@@ -16,6 +16,7 @@ struct AvDeleter {
   void operator()(SwrContext* p) const { swr_free(&p); }
   void operator()(AVAudioFifo* p) const { av_audio_fifo_free(p); }
   void operator()(AVBSFContext* p) const { av_bsf_free(&p); }
+  void operator()(AVCodecParserContext* p) const { av_parser_close(p); }
 };
 
 // I/O on functions of ours. FFmpeg may have put another buffer in the place of the first one.
@@ -45,6 +46,7 @@ using SwsPtr = AvHandle<SwsContext>;
 using SwrPtr = AvHandle<SwrContext>;
 using AudioFifoPtr = AvHandle<AVAudioFifo>;
 using BsfPtr = AvHandle<AVBSFContext>;
+using ParserPtr = AvHandle<AVCodecParserContext>;
 using CustomIoPtr = std::unique_ptr<AVIOContext, CustomIoDeleter>;
 using CustomInputPtr = std::unique_ptr<AVFormatContext, CustomInputDeleter>;
 

@@ -31,11 +31,7 @@ AVMux::AVMux(const MovieInfo2& info, const Options& options, ZEVA2_status_callba
              void* user)
     : settings(info), options(options), status_cb(status_cb), user(user) {
   settings.log();
-  input.on_left_out = [this](const char* name) {
-    report(kZevaStatusPacketsLeftOut,
-           std::string("packets of '") + name +
-               "' are left out: their time goes back behind what is recorded");
-  };
+  input.tell = [this](int32_t code, const std::string& text) { report(code, text); };
 }
 
 AVMux::~AVMux() {
@@ -243,15 +239,32 @@ int64_t AVMux::rebase(StreamClock* clock, int64_t usec) {
 bool AVMux::write_video_packet(const void* data, int nbytes, int64_t usec) {
   if (!settings.has_video()) return false;
   if (!is_packet(data, nbytes)) return input.video.push_data(nullptr, 0, 0);
+  if (input.video.refuses()) return false;
+  if (annexb) {
+    return annexb->filter(data, nbytes, usec,
+                          [this](const uint8_t* filtered, int filtered_bytes, int64_t time) {
+                            take_access_unit(filtered, static_cast<size_t>(filtered_bytes), time);
+                          });
+  }
+  return take_access_unit(static_cast<const uint8_t*>(data), static_cast<size_t>(nbytes), usec);
+}
+
+// Only pictures have a place on the time line. What is no picture is kept or left out, and counts
+// as taken.
+bool AVMux::take_access_unit(const uint8_t* data, size_t size_bytes, int64_t usec) {
+  AccessUnitAssembler::Parts parts;
+  if (!assembler.take(data, size_bytes, &parts)) return true;
+  const auto& [slices, pictures] = parts;
+  if (slices.size_bytes > 0 && !input.video.append_to_newest(slices.data, slices.size_bytes)) {
+    ZEVA_LOG(kLogError, "%zu bytes of slices are left out: their picture is gone",
+             slices.size_bytes);
+  }
+  if (pictures.size_bytes == 0) return true;
   ++total_video_npkt;
   const int64_t time = rebase(&video_clock, usec);
   ZEVA_LOG(kLogDebug, "Write-Video() : in_pts=%lld,  begin=%lld, pause_drift=%lld, --> usec=%lld",
            printable(usec), printable(video_clock.begin), printable(pause_drift), printable(time));
-  if (!annexb) return input.video.push_data(data, nbytes, time);
-  return annexb->filter(data, nbytes, time,
-                        [this](const uint8_t* filtered, int filtered_bytes, int64_t pts) {
-                          input.video.push_data(filtered, filtered_bytes, pts);
-                        });
+  return input.video.push_data(pictures.data, static_cast<int32_t>(pictures.size_bytes), time);
 }
 
 bool AVMux::write_video_packet2(const void* data, int nbytes, int64_t pts_us, int64_t dts_us) {
@@ -261,6 +274,7 @@ bool AVMux::write_video_packet2(const void* data, int nbytes, int64_t pts_us, in
 bool AVMux::write_audio_packet(const void* data, int nbytes, int64_t usec) {
   if (!settings.has_audio()) return false;
   if (!is_packet(data, nbytes) && !aac_encoder) return input.audio.push_data(nullptr, 0, 0);
+  if (input.audio.refuses()) return false;
   ++total_audio_npkt;
   const int64_t time = rebase(&audio_clock, usec);
   // The picture's begin beside the sound's time: what readers of these logs compare.
@@ -281,6 +295,7 @@ bool AVMux::write_audio_pcm(const uint8_t* const* planes, int nb_samples, int64_
   const bool flush = planes == nullptr || nb_samples < 1;
   // Also while paused: what was written before the pause is to be given out.
   if (flush && aac_encoder) return aac_encoder->encode(nullptr, 0, 0, sink);
+  if (!flush && input.audio.refuses()) return false;
   ++total_audio_npkt;
   if (is_paused()) return false;
   const int64_t time = rebase(&audio_clock, usec);
@@ -305,8 +320,8 @@ bool AVMux::resume() {
 
 bool AVMux::backlog(Backlog* backlog) {
   if (aborted) return false;
-  backlog->video = input.video.pts_queue.size();
-  backlog->audio = input.audio.pts_queue.size();
+  backlog->video = input.video.size();
+  backlog->audio = input.audio.size();
   const std::lock_guard<std::mutex> lock(outputs_mutex);
   if (phase == Phase::kOpening) return true;
   backlog->outputs = 0;

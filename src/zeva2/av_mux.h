@@ -9,6 +9,7 @@
 #include <thread>
 
 #include "aac_encoder.h"
+#include "access_unit_assembler.h"
 #include "annexb_filter.h"
 #include "host_call.h"
 #include "mux_settings.h"
@@ -22,9 +23,9 @@
 namespace zeva {
 
 // Puts the host's packets on the recording's time line and into the inputs; its worker thread
-// demuxes them and hands them to the outputs. Owns the inputs, the outputs, the converters and the
-// worker. The host's threads call everything public: each write function by one thread at a time,
-// start first, stop last and alone.
+// takes them from there and hands them to the outputs. Owns the inputs, the outputs, the converters
+// and the worker. The host's threads call everything public: each write function by one thread at a
+// time, start first, stop last and alone.
 class AVMux {
  public:
   AVMux(const MovieInfo2& info, const Options& options, ZEVA2_status_callback status_cb,
@@ -51,8 +52,8 @@ class AVMux {
   bool is_paused() const { return pause_start > 0; }
   int64_t movie_time() const;
 
-  // Packets that are not demuxed, of the two inputs, and not written, of the output that has most,
-  // -1 until all are open.
+  // Packets that the worker has not taken, of the two inputs, and not written, of the output that
+  // has most, -1 until all are open.
   struct Backlog {
     int32_t video = 0;
     int32_t audio = 0;
@@ -72,6 +73,7 @@ class AVMux {
     std::atomic<int64_t> time{0};    // the latest positive time
   };
   int64_t rebase(StreamClock* clock, int64_t usec);
+  bool take_access_unit(const uint8_t* data, size_t size_bytes, int64_t usec);
 
   void pop_status(const Status& status);
   void report(int32_t code, const std::string& text);
@@ -98,6 +100,7 @@ class AVMux {
   StreamClock audio_clock;
   StreamClock video_clock;
   InputContext input;
+  AccessUnitAssembler assembler;  // the thread that writes video
 
   std::mutex outputs_mutex;  // while the list grows, or another thread runs along it
   OutputList outputs;

@@ -15,9 +15,8 @@ namespace qel {
 enum class QueueResult : int32_t {
   Ok = 0,
   Aborted = 1,
-  Empty = 2,    // nothing to pop within the allowed wait; also the end of a byte stream
-  Full = 3,     // no room within the allowed wait; the caller still owns the item
-  Invalid = 5,  // asked for fewer than one byte
+  Empty = 2,  // nothing to pop within the allowed wait
+  Full = 3,   // no room within the allowed wait; the caller still owns the item
   Interrupted = 6,
 };
 

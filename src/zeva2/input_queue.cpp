@@ -2,9 +2,9 @@
 
 #include <algorithm>
 #include <cstring>
+#include <utility>
 
-#include "elapsed.h"
-#include "ffmpeg.h"
+#include "clock.h"
 #include "logger.h"
 #include "saturating.h"
 
@@ -13,56 +13,84 @@ namespace zeva {
 namespace {
 
 constexpr size_t kSortedPackets = 5;
+constexpr int64_t kLongestSortedMs = 500;
 constexpr int32_t kQueuedPackets = 2000;
 constexpr int64_t kQueuedBytes = INT32_MAX;  // also with packets of many megabytes
 constexpr uint32_t kPushTimeoutMs = 50;
-constexpr uint32_t kPollMs = 10;
-constexpr int64_t kProbeTimeoutMs = 3000;
-// Three times what FFmpeg looks at. It counts pictures only; the bytes before the first one, which
-// in garbage never comes, it would collect until there is no memory.
-constexpr int64_t kProbeBytes = 15000000;
+
+// The times travel in front of the packet's bytes.
+constexpr int32_t kHeadroom = sizeof(PacketTimes);
 
 }  // namespace
 
 InputQueue::~InputQueue() {
-  for (const auto& [key, node] : sort_queue) qel::release_node(node);
+  for (const auto& [key, sorted] : sort_queue) qel::release_node(sorted.node);
 }
 
 bool InputQueue::push_data(const void* data, int32_t nbytes, int64_t usec) {
+  PacketTimes times;
+  times.dts = usec;
+  return push_timed(data, nbytes, times);
+}
+
+bool InputQueue::push_timed(const void* data, int32_t nbytes, const PacketTimes& times) {
+  const bool flush = data == nullptr || nbytes < 1;
+  if (flush ? left_out.load() : refuses()) return false;
   const std::lock_guard<std::mutex> lock(sort_mutex);
   size_t keep = 0;
-  if (data != nullptr && nbytes >= 1) {
-    if (!sort_in_locked(data, nbytes, usec)) return false;
+  if (!flush) {
+    if (!sort_in_locked(data, nbytes, times)) return false;
     keep = kSortedPackets;
   }
   while (sort_queue.size() > keep) queue_oldest_locked();
   return true;
 }
 
-bool InputQueue::sort_in_locked(const void* data, int32_t nbytes, int64_t usec) {
-  qel::ZVMemNode* node = alloc_node(static_cast<uint32_t>(nbytes));
+bool InputQueue::sort_in_locked(const void* data, int32_t nbytes, PacketTimes times) {
+  qel::ZVMemNode* node = alloc_node(static_cast<uint32_t>(nbytes), kHeadroom);
   if (node == nullptr) {
     ZEVA_LOG(kLogError, "malloc pnode==null, aborted");
     return false;
   }
-  if (nbytes > largest_packet) largest_packet = nbytes;
   // With room to count up past all that are sorted.
-  int64_t key = std::clamp(usec, kMinStamp, kMaxStamp - static_cast<int64_t>(kSortedPackets));
-  while (sort_queue.count(key) != 0) ++key;
+  times.dts = std::clamp(times.dts, kMinStamp, kMaxStamp - static_cast<int64_t>(kSortedPackets));
+  while (!times.exact && sort_queue.count(times.dts) != 0) ++times.dts;
   memcpy(node->data, data, static_cast<size_t>(nbytes));
-  node->pts = key;
-  sort_queue.emplace(key, node);
+  memcpy(node->head, &times, sizeof times);
+  node->pts = times.dts;
+  newest = sort_queue.insert({times.dts, {node, steady_us()}});
+  has_newest = true;
+  // The worker waits for the end of the half second from now on.
+  if (signal != nullptr && sort_queue.size() == 1) signal->changed(this);
+  return true;
+}
+
+bool InputQueue::append_to_newest(const void* data, size_t nbytes) {
+  const std::lock_guard<std::mutex> lock(sort_mutex);
+  if (!has_newest) return false;
+  qel::ZVMemNode* const node = newest->second.node;
+  const auto before = static_cast<size_t>(node->size);
+  if (before + nbytes > INT32_MAX) return false;
+  qel::ZVMemNode* const longer = alloc_node(static_cast<uint32_t>(before + nbytes), kHeadroom);
+  if (longer == nullptr) return false;
+  memcpy(longer->data, node->data, before);
+  memcpy(longer->data + before, data, nbytes);
+  memcpy(longer->head, node->head, sizeof(PacketTimes));
+  longer->pts = node->pts;
+  newest->second.node = longer;
+  qel::release_node(node);
   return true;
 }
 
 void InputQueue::queue_oldest_locked() {
   const auto oldest = sort_queue.begin();
-  const auto [key, node] = *oldest;
+  qel::ZVMemNode* const node = oldest->second.node;
   const bool fits = queued_bytes() + node->size + qel::kNodeHeaderBytes <= kQueuedBytes;
+  if (has_newest && oldest == newest) has_newest = false;
   if (fits && push(node, kQueuedPackets, false, kPushTimeoutMs) == qel::QueueResult::Ok) {
+    ZEVA_LOG(kLogDebug, "push_data() : %s, pts=%lld  (pkt_q.size=%d)", name().c_str(),
+             static_cast<long long>(oldest->first), size());
     sort_queue.erase(oldest);
-    ZEVA_LOG(kLogDebug, "push_data() : %s, pts=%lld  (pkt_q.size=%d, pts_q.size=%d)",
-             name().c_str(), static_cast<long long>(key), size(), pts_queue.size());
     return;
   }
   ZEVA_LOG(kLogError,
@@ -74,49 +102,44 @@ void InputQueue::queue_oldest_locked() {
   sort_queue.erase(oldest);
 }
 
-// Called before anybody can pop the node, so that no packet is demuxed before its stamp is there.
-void InputQueue::on_pushed(qel::ZVMemNode*& node) {
-  ZVPacketQueue::on_pushed(node);
-  if (node != nullptr) (void)pts_queue.push(node->pts, qel::kUnbounded, false, 0);
+bool InputQueue::refuses() {
+  if (!left_out) return false;
+  if (!late.exchange(true) && signal != nullptr) signal->changed(this);
+  return true;
 }
 
-int InputQueue::read_packet(void* opaque, uint8_t* buffer, int size) {
-  auto& queue = *static_cast<InputQueue*>(opaque);
-  const Elapsed elapsed;
-  // FFmpeg asks again after an error; only the first time may take 3 s.
-  while (queue.given_up == 0) {
-    if (queue.is_aborted()) {
-      ZEVA_LOG(kLogError, "read-buffer,EOF: ===> '%s'", queue.name().c_str());
-      return AVERROR_EOF;
-    }
-    const int taken = queue.read_some(buffer, size);
-    if (taken != 0) return taken;
-    queue.give_up_probing(elapsed.ms());
+bool InputQueue::came_late() { return late && !std::exchange(late_told, true); }
+
+void InputQueue::leave_out() {
+  const std::lock_guard<std::mutex> lock(sort_mutex);
+  left_out = true;
+  for (const auto& [key, sorted] : sort_queue) qel::release_node(sorted.node);
+  sort_queue.clear();
+  has_newest = false;
+  qel::ZVMemNode* node = nullptr;
+  while (pop(node, false, 0, true) == qel::QueueResult::Ok) qel::release_node(node);
+}
+
+int64_t InputQueue::release_due() {
+  const std::lock_guard<std::mutex> lock(sort_mutex);
+  int64_t oldest_us = INT64_MAX;
+  for (const auto& [key, sorted] : sort_queue) oldest_us = std::min(oldest_us, sorted.since_us);
+  if (sort_queue.empty()) return -1;
+  const int64_t left_ms = kLongestSortedMs - (steady_us() - oldest_us) / 1000;
+  if (left_ms > 0) return left_ms;
+  // Everything before it in time goes first.
+  while (!sort_queue.empty()) {
+    const bool last = sort_queue.begin()->second.since_us == oldest_us;
+    queue_oldest_locked();
+    if (last) break;
   }
-  return queue.given_up;
+  return 0;
 }
 
-// What there is within a short wait: all of `size`, a part of it, or nothing.
-int InputQueue::read_some(uint8_t* buffer, int size) {
-  if (!probed && read_bytes > kProbeBytes + 2 * int64_t{largest_packet}) {
-    ZEVA_LOG(kLogError, "'%s': no stream found in %lld bytes", name().c_str(),
-             static_cast<long long>(read_bytes));
-    return given_up = AVERROR_INVALIDDATA;
-  }
-  const qel::QueueResult result = read(buffer, size, false, kPollMs);
-  if (result == qel::QueueResult::Invalid) return AVERROR(EINVAL);
-  int taken = 0;
-  if (result == qel::QueueResult::Ok) taken = size;
-  if (result == qel::QueueResult::Empty) taken = take_pending(buffer, size);
-  read_bytes += taken;
-  return taken;
-}
-
-void InputQueue::give_up_probing(int64_t waited_ms) {
-  if (probed || waited_ms < kProbeTimeoutMs) return;
-  ZEVA_LOG(kLogError, "warning: ===> '%s' has no input data, wait timeout (time=%lldmsec)",
-           name().c_str(), static_cast<long long>(waited_ms));
-  given_up = AVERROR_STREAM_NOT_FOUND;
+PacketTimes InputQueue::times_of(const qel::ZVMemNode& node) {
+  PacketTimes times;
+  memcpy(&times, node.head, sizeof times);
+  return times;
 }
 
 std::string InputQueue::name() {
@@ -127,6 +150,11 @@ std::string InputQueue::name() {
 void InputQueue::set_name(const std::string& format) {
   const std::lock_guard<std::mutex> lock(name_mutex);
   format_name = format;
+}
+
+void InputQueue::set_signal(InputSignal* told) {
+  signal = told;
+  set_waiter(told);
 }
 
 }  // namespace zeva

@@ -1,136 +1,132 @@
 #include "zv2_input_context.h"
 
+#include <algorithm>
 #include <new>
 #include <string>
 
+#include "audio_slot.h"
 #include "av_error.h"
-#include "input_slot.h"
 #include "logger.h"
+#include "video_slot.h"
+#include "zeva/status.h"
 
 namespace zeva {
 
 namespace {
 
-constexpr int kIoBytes = 8192;
-constexpr int32_t kNoMemory = -12;
 constexpr int32_t kNoInput = -23;
-
-CustomIoPtr make_io(InputQueue* queue) {
-  auto* buffer = static_cast<uint8_t*>(av_malloc(kIoBytes));
-  if (buffer == nullptr) return nullptr;
-  AVIOContext* pb =
-      avio_alloc_context(buffer, kIoBytes, 0, queue, InputQueue::read_packet, nullptr, nullptr);
-  if (pb == nullptr) av_free(buffer);
-  return CustomIoPtr(pb);
-}
-
-// The input with more data waiting is read first.
-InputSlot& choose_slot(InputSlot* video, InputSlot* audio) {
-  if (video->queue->size() < audio->queue->size()) return audio->eof ? *video : *audio;
-  return video->eof ? *audio : *video;
-}
 
 bool is_named(const char* format) { return format != nullptr && format[0] != '\0'; }
 
-AVStream* first_stream(const CustomInputPtr& ic) {
-  return ic != nullptr && ic->nb_streams > 0 ? ic->streams[0] : nullptr;
-}
-
 }  // namespace
 
+InputContext::InputContext() {
+  video.set_signal(&signal);
+  audio.set_signal(&signal);
+}
+
+// ---- opening
+
 Status InputContext::open_inputs(const char* audio_format, const char* video_format) {
+  const auto told = [this](int32_t code, const std::string& text) {
+    if (tell) tell(code, text);
+  };
   if (is_named(audio_format)) {
     ZEVA_LOG(kLogInfo, "==> open audio input: %s", audio_format);
-    const Status status = open_input(&audio, audio_format, &audio_ic);
-    if (!status.ok)
-      ZEVA_LOG(kLogError, "input 'aac' error(%d): %s", status.code, status.message.c_str());
+    audio.set_name(audio_format);
+    audio_slot = std::make_unique<AudioSlot>(&audio, told);
   }
   if (is_named(video_format)) {
     ZEVA_LOG(kLogInfo, "==> open video input: %s", video_format);
-    const Status status = open_input(&video, video_format, &video_ic);
-    if (!status.ok)
-      ZEVA_LOG(kLogError, "input 'h264' error(%d): %s", status.code, status.message.c_str());
+    video.set_name(video_format);
+    video_slot = std::make_unique<VideoSlot>(&video, told);
   }
-  if (audio_ic == nullptr && video_ic == nullptr)
+  wait_for_streams();
+  if (audio_stream() == nullptr && video_stream() == nullptr) {
     return Status::failure(kNoInput, "no aac, no h264");
+  }
+  tell_left_out();
   return Status::success();
 }
 
-Status InputContext::open_input(InputQueue* queue, const char* format, CustomInputPtr* opened) {
-  queue->set_name(format);
-  const std::string quoted = std::string("'") + format + "'";
-  CustomIoPtr io = make_io(queue);
-  if (io == nullptr) return Status::failure(kNoMemory, "failed to allocate io for " + quoted);
-
-  auto* input_format = av_find_input_format(format);
-  if (input_format == nullptr) {
-    // The muxer's code, not the demuxer's: hosts know it as it is.
-    return Status::failure(AVERROR_MUXER_NOT_FOUND, "could not find input format " + quoted);
+void InputContext::wait_for_streams() {
+  const auto open = [](const SlotPtr& slot) { return slot == nullptr || slot->try_open(); };
+  while (true) {
+    const bool audio_open = open(audio_slot);
+    const bool video_open = open(video_slot);
+    if (audio_open && video_open) return;
+    wait();
   }
-
-  AVFormatContext* ic = avformat_alloc_context();
-  if (ic == nullptr) return Status::failure(kNoMemory, "failed to allocate io for " + quoted);
-  ic->pb = io.get();
-  ic->flags = AVFMT_FLAG_CUSTOM_IO;
-  // The host stamps the pictures. Looking for the frame rate would hold a live stream back for 5 s,
-  // looking for time stamps, which a bare stream has not, for 50 pictures.
-  ic->fps_probe_size = 0;
-  ic->max_ts_probe = 0;
-  int result = avformat_open_input(&ic, nullptr, input_format, nullptr);
-  if (result < 0) {
-    return Status::failure(result, "Could not open input " + quoted + ": " + av_error_text(result));
-  }
-  CustomInputPtr input(ic);
-  // Bare H.264 is read by 1 KiB otherwise, a buffer for each; "aac" does not know it.
-  av_opt_set_int(ic, "raw_packet_size", kIoBytes, AV_OPT_SEARCH_CHILDREN);
-  (void)io.release();  // owned by the input now
-
-  result = avformat_find_stream_info(ic, nullptr);
-  if (result < 0) return Status::failure(result, "could not find stream information for " + quoted);
-
-  queue->probed = true;
-  ZEVA_LOG(kLogError, "===> find input stream '%s' success.", queue->name().c_str());
-  av_dump_format(ic, 0, format, 0);
-  *opened = std::move(input);
-  return Status::success();
 }
+
+void InputContext::tell_left_out() {
+  for (const SlotPtr& slot : {std::cref(audio_slot), std::cref(video_slot)}) {
+    if (slot == nullptr || slot->stream() != nullptr || !tell) continue;
+    tell(kZevaStatusInputLeftOut, std::string("the recording goes on without '") + slot->name() +
+                                      "': " + slot->failure().message);
+  }
+}
+
+AVStream* InputContext::stream_of(const SlotPtr& slot) {
+  return slot != nullptr ? slot->stream() : nullptr;
+}
+
+// ---- packets
 
 int InputContext::run_demux(DeliverPacket deliver, void* user) {
-  InputSlot video_slot("h264", video_ic.get(), &video);
-  InputSlot audio_slot("aac", audio_ic.get(), &audio);
-  const PacketPtr packet(av_packet_alloc());
-  int ended = packet != nullptr ? 0 : AVERROR(ENOMEM);
-  while (ended == 0 && !(video_slot.eof && audio_slot.eof)) {
-    InputSlot& slot = choose_slot(&video_slot, &audio_slot);
-    int result = av_read_frame(slot.ic, packet.get());
-    if (result == AVERROR_EOF) {
-      ZEVA_LOG(kLogInfo, "reached EOF for '%s'", slot.name);
-      slot.eof = true;
+  int ended = 0;
+  while (ended == 0) {
+    tell_late();
+    InputSlot* const slot = choose_slot();
+    if (slot == nullptr) {
+      if (have_ended()) break;
+      wait();
       continue;
     }
-    if (result < 0) {
-      ZEVA_LOG(kLogError, "[%s] error reading frame: %s", slot.name, av_error_text(result));
-      ended = result;
-      break;
-    }
-    const bool placed = slot.stamp(packet.get());
-    if (!placed && !slot.leaving_out && on_left_out) on_left_out(slot.name);
-    slot.leaving_out = !placed;
-    if (!placed) {
-      av_packet_unref(packet.get());
-      continue;
-    }
-    result = deliver(packet.get(), kMicroseconds, slot.name, user);
-    av_packet_unref(packet.get());
-    if (result < 0) {
-      ZEVA_LOG(kLogError, "[%s] error muxing packet: %s", slot.name, av_error_text(result));
-      ended = result;
+    ended = std::min(deliver(slot->front(), kMicroseconds, slot->name(), user), 0);
+    slot->pop();
+    if (ended < 0) {
+      ZEVA_LOG(kLogError, "[%s] error muxing packet: %s", slot->name(), av_error_text(ended));
     }
   }
+  tell_late();
   const int result = deliver(nullptr, kMicroseconds, "tailer", user);
   if (result < 0) ZEVA_LOG(kLogError, "error writing trailer: %s", av_error_text(result));
   return ended;
 }
+
+// The one whose next packet is the earlier; null when neither has one.
+InputSlot* InputContext::choose_slot() {
+  const AVPacket* picture = video_slot != nullptr ? video_slot->front() : nullptr;
+  const AVPacket* sound = audio_slot != nullptr ? audio_slot->front() : nullptr;
+  if (picture == nullptr && sound == nullptr) return nullptr;
+  if (picture == nullptr) return audio_slot.get();
+  if (sound == nullptr) return video_slot.get();
+  return sound->dts < picture->dts ? audio_slot.get() : video_slot.get();
+}
+
+bool InputContext::have_ended() const {
+  const auto ended = [](const SlotPtr& slot) { return slot == nullptr || slot->has_ended(); };
+  return ended(video_slot) && ended(audio_slot);
+}
+
+void InputContext::wait() {
+  const auto idle_ms = [](const SlotPtr& slot) {
+    return slot != nullptr ? slot->idle_ms() : INT64_MAX;
+  };
+  signal.wait(std::min(idle_ms(video_slot), idle_ms(audio_slot)));
+}
+
+void InputContext::tell_late() {
+  for (InputQueue* queue : {&video, &audio}) {
+    if (!queue->came_late() || !tell) continue;
+    tell(kZevaStatusInputLate, "packets of '" + queue->name() +
+                                   "' came after the outputs had been opened without it; they are "
+                                   "not recorded");
+  }
+}
+
+// ---- the end
 
 void InputContext::que_abort() {
   ZEVA_LOG(kLogInfo, "que abort");
@@ -146,18 +142,14 @@ void InputContext::que_abort() {
 void InputContext::clear() {
   ZEVA_LOG(kLogInfo, "clear");
   que_abort();
-  if (video_ic != nullptr) {
+  if (video_slot != nullptr) {
     ZEVA_LOG(kLogInfo, "close ic: h264");
-    video_ic.reset();
+    video_slot.reset();
   }
-  if (audio_ic != nullptr) {
+  if (audio_slot != nullptr) {
     ZEVA_LOG(kLogInfo, "close ic: aac");
-    audio_ic.reset();
+    audio_slot.reset();
   }
 }
-
-AVStream* InputContext::video_stream() const { return first_stream(video_ic); }
-
-AVStream* InputContext::audio_stream() const { return first_stream(audio_ic); }
 
 }  // namespace zeva

@@ -1,35 +1,38 @@
-// The two elementary streams that a host writes, as demuxed packets.
+// The two elementary streams that a host writes, as FFmpeg's packets.
 #pragma once
 
 #include <cstdint>
-#include <functional>
+#include <memory>
 
-#include "av_handles.h"
 #include "input_queue.h"
+#include "input_signal.h"
+#include "input_slot.h"
 #include "status.h"
 
 namespace zeva {
 
-// Gets every demuxed packet on the thread of `run_demux`, stamped in `time_base` (microseconds);
+// Gets every packet on the thread of `run_demux`, stamped in `time_base` (microseconds);
 // `name` is "h264" or "aac", or "tailer" with a null packet at the end. The packet stays the
 // caller's. A negative FFmpeg code ends the loop.
 using DeliverPacket = int (*)(AVPacket* packet, AVRational time_base, const char* name, void* user);
 
-// Owns the queues and the demuxers. Hosts' threads push into the queues; one worker thread calls
-// `open_inputs`, `run_demux` and, last, `clear`; `que_abort` may come from any thread at any time.
+// Owns the queues and what is known of the streams. Hosts' threads push into the queues; one worker
+// thread calls `open_inputs`, `run_demux` and, last, `clear`; `que_abort` may come from any thread
+// at any time.
 class InputContext {
  public:
-  InputContext() = default;
+  InputContext();
   InputContext(const InputContext&) = delete;
   InputContext& operator=(const InputContext&) = delete;
 
-  // Opens a demuxer for each format that is named, audio first. Blocks until the host has written
-  // enough to know the streams, has written nothing for 3 s, or `que_abort` was called. One input
-  // that cannot be opened is no failure.
+  // Gets to know each input that is named, "aac" and "h264", both at the same time. Blocks until
+  // the host has written enough of each, has written nothing for 3 s, or `que_abort` was called. An
+  // input that cannot be known is left out; that is no failure as long as there is the other one.
   Status open_inputs(const char* audio_format, const char* video_format);
 
-  // Demuxes what was and will be pushed until both inputs have ended. Blocks. Negative when it
-  // ended before, by the code of the demuxer or of `deliver`.
+  // Hands on what was and will be pushed until both inputs have ended, the earliest packet first;
+  // never waits for one input while there is something of the other. Negative when it ended before,
+  // by the code of `deliver`.
   int run_demux(DeliverPacket deliver, void* user);
 
   // Ends both inputs after what was pushed before.
@@ -38,23 +41,31 @@ class InputContext {
   // Ends and closes both inputs.
   void clear();
 
-  // The first stream of an input, null when the input is not open; worker thread only.
-  AVStream* video_stream() const;
-  AVStream* audio_stream() const;
+  // Null when the input is not known; worker thread only.
+  AVStream* video_stream() const { return stream_of(video_slot); }
+  AVStream* audio_stream() const { return stream_of(audio_slot); }
 
   InputQueue video;
   InputQueue audio;
 
-  // Hears, on the thread of `run_demux`, when packets of an input begin to be left out because
-  // their time goes back. Set before that thread runs.
-  std::function<void(const char* name)> on_left_out;
+  // Hears, on the worker thread, of packets and inputs that are left out (zeva/status.h). Set
+  // before that thread runs.
+  InputSlot::Tell tell;
 
  private:
-  static Status open_input(InputQueue* queue, const char* format, CustomInputPtr* ic);
+  using SlotPtr = std::unique_ptr<InputSlot>;
+  static AVStream* stream_of(const SlotPtr& slot);
+  void wait_for_streams();
+  void tell_left_out();
+  void tell_late();
+  InputSlot* choose_slot();
+  bool have_ended() const;
+  void wait();
 
+  InputSignal signal;
   // After the queues, which they read.
-  CustomInputPtr video_ic;
-  CustomInputPtr audio_ic;
+  SlotPtr video_slot;
+  SlotPtr audio_slot;
 };
 
 }  // namespace zeva

@@ -26,4 +26,47 @@ TEST(Aac, HeadersAndConfigurationsNameRateChannelsAndLength) {
   }
 }
 
+TEST(Aac, FramesAreTakenOnlyWhole) {
+  const auto frame = [](std::initializer_list<std::pair<size_t, int>> changes) {
+    const auto header = zeva::adts_header(1, 48000, 2, 3);
+    Bytes bytes(header.begin(), header.end());
+    bytes.insert(bytes.end(), {0x21, 0x10, 0x04, 0xFF, 0xFF});  // two more than the frame has
+    for (const auto& [at, value] : changes) bytes[at] = static_cast<uint8_t>(value);
+    return bytes;
+  };
+  const struct {
+    const char* what;
+    Bytes bytes;
+    size_t size_bytes;
+    int samples = 1024;
+    bool tells_channels = true;
+  } cases[] = {
+      {"whole", frame({}), 10},
+      {"four blocks", frame({{6, 0xFF}}), 10, 4096},
+      {"with a checksum", frame({{1, 0xF0}}), 10},
+      {"channels by the payload", frame({{2, 0x4C}, {3, 0}, {7, 0xA1}}), 10},
+      {"channels by nothing", frame({{3, 0}}), 10, 1024, false},
+      {"no syncword", frame({{0, 0xFE}}), 0},
+      {"a layer", frame({{1, 0xF3}}), 0},
+      {"a rate that does not exist", frame({{2, 0x74}}), 0},
+      {"length 0", frame({{4, 0}, {5, 0x1F}}), 0},
+      {"length of a header", frame({{4, 0}, {5, 0xFF}}), 0},
+      {"length of a header with a checksum", frame({{1, 0xF0}, {4, 1}, {5, 0x3F}}), 0},
+      {"longer than the data", frame({{4, 2}}), 0},
+      {"blocks with a checksum", frame({{1, 0xF0}, {6, 0xFD}}), 0},
+      {"a header for a payload", frame({{7, 0xFF}, {8, 0xF1}}), 0},
+      {"six bytes", Bytes(6, 0xFF), 0},
+      {"nothing", {}, 0},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.what);
+    const zeva::AdtsFrame found = zeva::parse_adts(c.bytes.data(), c.bytes.size());
+    EXPECT_EQ(found.size_bytes, c.size_bytes);
+    if (found.size_bytes == 0) continue;
+    EXPECT_EQ(found.sample_rate, 48000);
+    EXPECT_EQ(found.samples, c.samples);
+    EXPECT_EQ(found.tells_channels, c.tells_channels);
+  }
+}
+
 }  // namespace

@@ -4,6 +4,8 @@
 
 #include <algorithm>
 #include <iterator>
+#include <map>
+#include <string>
 
 namespace {
 using Bytes = std::vector<uint8_t>;
@@ -33,6 +35,64 @@ TEST(Avc, SplitsByteStreamsAtStartCodes) {
       found.emplace_back(unit.data, unit.data + unit.size_bytes);
     }
     EXPECT_EQ(found, c.units);
+  }
+}
+
+// As letters: S, s a first and a further slice, P parameter sets, A a delimiter, X a prefix unit, E
+// an end of a sequence.
+Bytes stream_of(const std::string& units) {
+  const std::map<char, Bytes> known = {
+      {'S', {0x65, 0x88}}, {'s', {0x65, 0x12}}, {'P', {0x67, 1}}, {'A', {9, 0x10}},
+      {'X', {0x6E, 1}},    {'E', {0x0A}},       {'-', {}}};
+  Bytes stream;
+  for (const char unit : units) {
+    const Bytes start_code = stream.size() % 2 == 0 ? Bytes{0, 0, 0, 1} : Bytes{0, 0, 1};
+    stream = join({stream, start_code, known.at(unit)});
+  }
+  return stream;
+}
+
+TEST(Avc, DividesStreamsIntoAccessUnits) {
+  const struct {
+    const char* units;
+    const char* parts;  // with a space between two; ~ continues a picture, _ has none
+  } cases[] = {
+      {"", ""},
+      {"-", ""},
+      {"S", "S"},
+      {"PPS", "PPS"},
+      {"PP", "_PP"},
+      {"A", "_A"},
+      {"E", "_E"},
+      {"Sss", "Sss"},
+      {"ss", "~ss"},
+      {"sPS", "~s PS"},
+      {"SS", "S S"},
+      {"SsAPSs", "Ss APSs"},
+      {"SPP", "S _PP"},
+      {"SESE", "SE SE"},
+      {"XSXs", "XSXs"},
+      {"XSXsXS", "XSXs XS"},
+      {"SAPSA", "S APS _A"},
+      {"S-s", "S-s"},
+  };
+  for (const auto& c : cases) {
+    const Bytes stream = stream_of(c.units);
+    std::string found;
+    const uint8_t* at = stream.data();
+    size_t unit = 0;
+    for (const zeva::AccessUnitPart& part : zeva::split_access_units(at, stream.size())) {
+      if (!found.empty()) found += ' ';
+      if (!part.has_picture) found += '_';
+      if (part.continues) found += '~';
+      EXPECT_EQ(part.data, at) << c.units;
+      at += part.size_bytes;
+      const size_t count = zeva::split_byte_stream(part.data, part.size_bytes).size();
+      found += std::string(c.units).substr(unit, count);
+      unit += count;
+    }
+    EXPECT_EQ(found, c.parts);
+    EXPECT_TRUE(found.empty() || at == stream.data() + stream.size()) << c.units;
   }
 }
 

@@ -1,6 +1,7 @@
-// Any bytes as the H.264 and AAC packets of a host, demuxed to the end.
+// Any bytes as the H.264 and AAC packets of a host, to the end.
 #include <cstdlib>
 
+#include "access_unit_assembler.h"
 #include "saturating.h"
 #include "zeva/log.h"
 #include "zv2_input_context.h"
@@ -28,12 +29,30 @@ int64_t stamp(uint8_t mode, int64_t n) {
   }
 }
 
-void push(zeva::InputQueue* queue, const Choices& choices, const uint8_t* data, size_t size) {
+void push_picture(zeva::InputQueue* queue, zeva::AccessUnitAssembler* assembler,
+                  const uint8_t* data, size_t size, int64_t usec) {
+  zeva::AccessUnitAssembler::Parts parts;
+  if (!assembler->take(data, size, &parts)) return;
+  if (parts.slices.size_bytes + parts.pictures.size_bytes > size + (size_t{1} << 20)) abort();
+  if (parts.slices.size_bytes > 0) {
+    (void)queue->append_to_newest(parts.slices.data, parts.slices.size_bytes);
+  }
+  queue->push_data(parts.pictures.data, static_cast<int32_t>(parts.pictures.size_bytes), usec);
+}
+
+void push(zeva::InputQueue* queue, bool video, const Choices& choices, const uint8_t* data,
+          size_t size) {
+  zeva::AccessUnitAssembler assembler;
   // Fewer packets than the queue takes: nobody reads yet.
   const size_t step = size / 1000 + 1 + size_t{choices.packet_bytes} * 16;
   for (size_t at = 0, n = 0; at < size; at += step, ++n) {
     const auto bytes = static_cast<int32_t>(at + step < size ? step : size - at);
-    queue->push_data(data + at, bytes, stamp(choices.stamps, static_cast<int64_t>(n)));
+    const int64_t usec = stamp(choices.stamps, static_cast<int64_t>(n));
+    if (video && choices.stamps % 8 < 4) {
+      push_picture(queue, &assembler, data + at, static_cast<size_t>(bytes), usec);
+    } else {
+      queue->push_data(data + at, bytes, usec);
+    }
   }
   queue->push_data(nullptr, 0, 0);
 }
@@ -59,8 +78,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   if (video && audio) video_bytes = size * choices.video_share / 256;
 
   zeva::InputContext input;
-  push(&input.video, choices, data, video_bytes);
-  push(&input.audio, choices, data + video_bytes, size - video_bytes);
+  push(&input.video, true, choices, data, video_bytes);
+  push(&input.audio, false, choices, data + video_bytes, size - video_bytes);
   input.que_abort();
   if (input.open_inputs(audio ? "aac" : nullptr, video ? "h264" : nullptr).ok)
     input.run_demux(check, nullptr);

@@ -53,7 +53,7 @@ std::string adts_header(int packet_bytes) {
   return header;
 }
 
-std::vector<std::string> h264_packets(int count) {
+std::vector<std::string> h264_packets(int count, const char* x264) {
   const zeva::CodecContextPtr context(
       avcodec_alloc_context3(avcodec_find_encoder_by_name("libx264")));
   context->width = context->height = 96;
@@ -63,6 +63,7 @@ std::vector<std::string> h264_packets(int count) {
   context->thread_count = 1;
   av_opt_set(context->priv_data, "preset", "ultrafast", 0);
   av_opt_set(context->priv_data, "tune", "zerolatency", 0);
+  av_opt_set(context->priv_data, "x264-params", x264, 0);
   return encode_noise(context.get(), count);
 }
 

@@ -5,8 +5,8 @@
 #include <vector>
 
 // Annex B with parameter sets before every key picture, no B-frames, 5 pictures a second; some
-// kilobytes a picture.
-std::vector<std::string> h264_packets(int count);
+// kilobytes a picture. `x264` is further options, "key=value:key=value".
+std::vector<std::string> h264_packets(int count, const char* x264 = "");
 
 // 48 kHz stereo noise, each with its ADTS header; some hundred bytes a packet.
 std::vector<std::string> aac_packets(int count);

@@ -1,4 +1,4 @@
-// The pool, the blocking queue and the byte stream on both.
+// The pool, the blocking queue and the packet queue on both.
 #include <gtest/gtest.h>
 
 #include <cstring>
@@ -100,30 +100,18 @@ TEST(BlockingQueue, ManyThreadsGetEveryItemOnceAndAbortEndsTheirWaits) {
   EXPECT_LE(queue.pool_counters().allocated, 3 * (kLimit + 2 * kThreads));
 }
 
-TEST(PacketByteStream, ReadsAcrossPacketsAndKeepsWhatIsTooLittle) {
+TEST(PacketQueue, CountsItsBytesAndTakesNothingOnceAborted) {
   qel::ZVPacketQueue queue;
-  const auto push = [&](const std::string& bytes) {
-    ZVMemNode* node = queue.alloc_node(static_cast<uint32_t>(bytes.size()));
-    memcpy(node->data, bytes.data(), bytes.size());
-    EXPECT_EQ(queue.push(node, qel::kUnbounded, false, 0), QueueResult::Ok);
-  };
-  uint8_t buffer[10] = {};
-  const auto read = [&](int32_t want, QueueResult expected) {
-    EXPECT_EQ(queue.read(buffer, want, false, 0), expected);
-    return std::string(reinterpret_cast<char*>(buffer), static_cast<size_t>(want));
-  };
-  for (const char* bytes : {"abc", "0123456789"}) push(bytes);
+  for (const uint32_t bytes : {3U, 10U}) {
+    ASSERT_EQ(queue.push(queue.alloc_node(bytes, 32), 2, false, 0), QueueResult::Ok);
+  }
   EXPECT_EQ(queue.queued_bytes(), 3 + 10 + 2 * 64);
-  EXPECT_EQ(read(8, QueueResult::Ok), "abc01234");
-  EXPECT_EQ(read(2, QueueResult::Ok), "56");
-  read(9, QueueResult::Empty);
-  for (const char* bytes : {"", "defghi"}) push(bytes);
-  EXPECT_EQ(read(9, QueueResult::Ok), "789defghi");
-  push("end");
-  EXPECT_EQ(queue.push(nullptr, qel::kUnbounded, false, 0), QueueResult::Ok);
-  read(9, QueueResult::Empty);
-  EXPECT_EQ(queue.take_pending(buffer, 9), 3);  // the last bytes of a recording are not lost
-  read(1, QueueResult::Aborted);
+  ZVMemNode* node = nullptr;
+  ASSERT_EQ(queue.pop(node, false, 0, true), QueueResult::Ok);
+  EXPECT_EQ(node->data - node->head, 32);
+  release_node(node);
+  EXPECT_EQ(queue.queued_bytes(), 10 + 64);
+  queue.abort();
   EXPECT_EQ(queue.alloc_node(1), nullptr);
 }
 
