@@ -19,8 +19,9 @@
 // order of their stamps (equal stamps one microsecond apart). Jitter is smoothed to a tenth; a
 // step, such as a gap or a new frame rate, is taken over at once. Times in the movie are never more
 // than 0.1 s from the host's, and packets that go back further than that are left out
-// (kZevaStatusPacketsLeftOut). Decoding times equal presentation times: pictures must come without
-// reordering (no B-frames).
+// (kZevaStatusPacketsLeftOut). Decoding times equal presentation times: pictures that are reordered
+// (B-frames) need ZEVA2_write_video_packet2. ZevaOptions::common_start lets the streams begin at
+// different times.
 //
 // One H.264 packet is one access unit, with the time of its picture. Parameter sets, SEI and
 // delimiters may come as packets of their own, with any time: they join the next picture. Further
@@ -171,7 +172,9 @@ ZEVA_API bool ZEVA2_write_audio_packet(void* handle, void* data, int nbytes, int
 // One picture of a stream whose pictures are stored in another order than they are shown
 // (B-frames): `pts_us` is when it is shown, `dts_us`, which grows from packet to packet and is not
 // after `pts_us`, when it is decoded. Packets come in decoding order. Both times are kept as they
-// are, without smoothing. Otherwise as ZEVA2_write_video_packet; a recording uses one of the two.
+// are, without smoothing; a packet whose times are not so is left out (kZevaStatusPacketsLeftOut).
+// Time 0 is when the first packet is shown; it is decoded before. Otherwise as
+// ZEVA2_write_video_packet; a recording uses one of the two.
 ZEVA_API bool ZEVA2_write_video_packet2(void* handle, const void* data, int32_t nbytes,
                                         int64_t pts_us, int64_t dts_us);
 

@@ -8,6 +8,7 @@ extern "C" {
 #include <libavutil/avstring.h>
 #include <libavutil/base64.h>
 #include <libavutil/channel_layout.h>
+#include <libavutil/display.h>
 #include <libavutil/imgutils.h>
 #include <libavutil/opt.h>
 #include <libavutil/pixdesc.h>

@@ -16,9 +16,21 @@ namespace {
 
 enum StatusCode : int32_t { kNoEncoder = -10, kNoFilter = -11, kNoOutput = -33 };
 
+constexpr int kDisplayMatrixBytes = 9 * sizeof(int32_t);
+
 long long printable(int64_t value) { return value; }
 
 bool is_packet(const void* data, int nbytes) { return data != nullptr && nbytes >= 1; }
+
+// Clockwise. The outputs take it over from the input's stream.
+bool rotate(AVStream* stream, int degrees) {
+  if (stream == nullptr || degrees == 0) return true;
+  auto* const matrix = reinterpret_cast<int32_t*>(
+      av_stream_new_side_data(stream, AV_PKT_DATA_DISPLAYMATRIX, kDisplayMatrixBytes));
+  // FFmpeg calls it counterclockwise, of the frame against the player.
+  if (matrix != nullptr) av_display_rotation_set(matrix, degrees);
+  return matrix != nullptr;
+}
 
 void start_network_once() {
   static std::once_flag once;
@@ -31,6 +43,7 @@ AVMux::AVMux(const MovieInfo2& info, const Options& options, ZEVA2_status_callba
              void* user)
     : settings(info), options(options), status_cb(status_cb), user(user) {
   settings.log();
+  if (options.common_start) audio_clock.begin = video_clock.begin = 0;
   input.tell = [this](int32_t code, const std::string& text) { report(code, text); };
 }
 
@@ -161,6 +174,9 @@ void AVMux::record() {
 }
 
 Status AVMux::open_outputs() {
+  if (!rotate(input.video_stream(), options.rotation_deg)) {
+    return Status::failure(AVERROR(ENOMEM), "no memory for the rotation");
+  }
   OpenFiles files;
   bool index_given = settings.moov.empty();
   const auto open_next = [&](const std::string& url) {
@@ -237,21 +253,30 @@ int64_t AVMux::rebase(StreamClock* clock, int64_t usec) {
 }
 
 bool AVMux::write_video_packet(const void* data, int nbytes, int64_t usec) {
+  return write_picture(data, nbytes, {usec, 0, false});
+}
+
+bool AVMux::write_video_packet2(const void* data, int nbytes, int64_t pts_us, int64_t dts_us) {
+  return write_picture(data, nbytes, {pts_us, saturating_sub(pts_us, dts_us), true});
+}
+
+bool AVMux::write_picture(const void* data, int nbytes, const PictureTimes& times) {
   if (!settings.has_video()) return false;
   if (!is_packet(data, nbytes)) return input.video.push_data(nullptr, 0, 0);
   if (input.video.refuses()) return false;
-  if (annexb) {
-    return annexb->filter(data, nbytes, usec,
-                          [this](const uint8_t* filtered, int filtered_bytes, int64_t time) {
-                            take_access_unit(filtered, static_cast<size_t>(filtered_bytes), time);
-                          });
+  if (!annexb) {
+    return take_access_unit(static_cast<const uint8_t*>(data), static_cast<size_t>(nbytes), times);
   }
-  return take_access_unit(static_cast<const uint8_t*>(data), static_cast<size_t>(nbytes), usec);
+  return annexb->filter(data, nbytes, times.pts_us,
+                        [&](const uint8_t* filtered, int filtered_bytes, int64_t pts_us) {
+                          take_access_unit(filtered, static_cast<size_t>(filtered_bytes),
+                                           {pts_us, times.delay_us, times.exact});
+                        });
 }
 
 // Only pictures have a place on the time line. What is no picture is kept or left out, and counts
 // as taken.
-bool AVMux::take_access_unit(const uint8_t* data, size_t size_bytes, int64_t usec) {
+bool AVMux::take_access_unit(const uint8_t* data, size_t size_bytes, const PictureTimes& times) {
   AccessUnitAssembler::Parts parts;
   if (!assembler.take(data, size_bytes, &parts)) return true;
   const auto& [slices, pictures] = parts;
@@ -261,14 +286,15 @@ bool AVMux::take_access_unit(const uint8_t* data, size_t size_bytes, int64_t use
   }
   if (pictures.size_bytes == 0) return true;
   ++total_video_npkt;
-  const int64_t time = rebase(&video_clock, usec);
+  const int64_t time = rebase(&video_clock, times.pts_us);
   ZEVA_LOG(kLogDebug, "Write-Video() : in_pts=%lld,  begin=%lld, pause_drift=%lld, --> usec=%lld",
-           printable(usec), printable(video_clock.begin), printable(pause_drift), printable(time));
-  return input.video.push_data(pictures.data, static_cast<int32_t>(pictures.size_bytes), time);
-}
-
-bool AVMux::write_video_packet2(const void* data, int nbytes, int64_t pts_us, int64_t dts_us) {
-  return pts_us == dts_us && write_video_packet(data, nbytes, pts_us);
+           printable(times.pts_us), printable(video_clock.begin), printable(pause_drift),
+           printable(time));
+  PacketTimes rebased;
+  rebased.dts = saturating_sub(time, times.delay_us);
+  rebased.delay = times.delay_us;
+  rebased.exact = times.exact;
+  return input.video.push_timed(pictures.data, static_cast<int32_t>(pictures.size_bytes), rebased);
 }
 
 bool AVMux::write_audio_packet(const void* data, int nbytes, int64_t usec) {

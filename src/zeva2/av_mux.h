@@ -73,7 +73,14 @@ class AVMux {
     std::atomic<int64_t> time{0};    // the latest positive time
   };
   int64_t rebase(StreamClock* clock, int64_t usec);
-  bool take_access_unit(const uint8_t* data, size_t size_bytes, int64_t usec);
+  // A picture's times as the host gave them.
+  struct PictureTimes {
+    int64_t pts_us;
+    int64_t delay_us;  // how much earlier it is decoded
+    bool exact;        // the host gave both
+  };
+  bool write_picture(const void* data, int nbytes, const PictureTimes& times);
+  bool take_access_unit(const uint8_t* data, size_t size_bytes, const PictureTimes& times);
 
   void pop_status(const Status& status);
   void report(int32_t code, const std::string& text);

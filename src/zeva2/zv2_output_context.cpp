@@ -1,5 +1,6 @@
 #include "zv2_output_context.h"
 
+#include <algorithm>
 #include <utility>
 
 #include "av_error.h"
@@ -13,12 +14,25 @@ constexpr int kTimeoutSec = 5;
 constexpr int kVideoRefused = -101;
 constexpr int kAudioRefused = -102;
 
+constexpr int kMaxFlvPacketBytes = (1 << 24) - 1024;
+constexpr int64_t kLongestDuration = INT32_MAX;  // that MP4 takes
+
 enum OpenCode : int32_t { kSnapshotFailed = -7, kIoFailed = -32, kHeaderFailed = -33 };
 
 OutputPolicy packet_policy() {
   OutputPolicy policy;
   policy.trailer_after_error = true;
   return policy;
+}
+
+bool copy_rotation(const AVStream& source, AVStream* stream) {
+  int size_bytes = 0;
+  const uint8_t* const matrix =
+      av_stream_get_side_data(&source, AV_PKT_DATA_DISPLAYMATRIX, &size_bytes);
+  if (matrix == nullptr) return true;
+  uint8_t* const copy = av_stream_new_side_data(stream, AV_PKT_DATA_DISPLAYMATRIX, size_bytes);
+  if (copy != nullptr) std::copy_n(matrix, size_bytes, copy);
+  return copy != nullptr;
 }
 
 }  // namespace
@@ -58,6 +72,7 @@ Status OutputContext::make_context() {
   }
   const int result = thread.output.create(format);
   if (result < 0) return Status::failure(result, av_error_text(result));
+  flv = av_match_name("flv", format->name) != 0;
   if (is_rtsp_url(url().c_str())) thread.output.set_server_timeout(kTimeoutSec * 1000000);
   return Status::success();
 }
@@ -92,6 +107,9 @@ Status OutputContext::add_stream(const AVStream& source) {
       transcoded ? avcodec_parameters_from_context(stream->codecpar, transcoder->opus_encoder())
                  : avcodec_parameters_copy(stream->codecpar, &par);
   if (result < 0) return Status::failure(result, av_error_text(result));
+  if (!copy_rotation(source, stream)) {
+    return Status::failure(AVERROR(ENOMEM), av_error_text(AVERROR(ENOMEM)));
+  }
   stream->time_base = transcoded ? transcoder->time_base() : source.time_base;
   return Status::success();
 }
@@ -131,10 +149,19 @@ bool OutputContext::enqueue(const AVPacket* packet, AVRational time_base, int st
   const AVStream& stream = *thread.output.context()->streams[stream_index];
   av_packet_rescale_ts(clone.get(), time_base, stream.time_base);
   clone->stream_index = stream_index;
-  if (!grows(*clone)) return true;
+  clone->duration = std::clamp<int64_t>(clone->duration, 0, kLongestDuration);
+  if (!fits(*clone) || !grows(*clone)) return true;
   if (thread.put(*clone) == 0) return true;
   ZEVA_LOG(kLogError, "*** '%s' enque failed, aborted (stream_idx=%d).", url().c_str(),
            stream_index);
+  return false;
+}
+
+// A tag of FLV tells its length in 24 bits, and FFmpeg would refuse the packet.
+bool OutputContext::fits(const AVPacket& packet) const {
+  if (!flv || packet.size <= kMaxFlvPacketBytes) return true;
+  ZEVA_LOG(kLogError, "a packet of %d bytes is left out of '%s': too long for FLV", packet.size,
+           url().c_str());
   return false;
 }
 

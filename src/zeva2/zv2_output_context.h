@@ -66,6 +66,7 @@ class OutputContext : private OutputListener {
   Status start_index(const std::string& path);
   Status write_header();
   bool enqueue(const AVPacket* packet, AVRational time_base, int stream_index);
+  bool fits(const AVPacket& packet) const;
   bool grows(const AVPacket& packet);
 
   // On the writer thread.
@@ -79,6 +80,7 @@ class OutputContext : private OutputListener {
   OutputThread thread;
   int32_t video_index = -1;
   int32_t audio_index = -1;
+  bool flv = false;
   std::array<int64_t, 2> last_times{INT64_MIN, INT64_MIN};  // of the streams, in their units
   std::unique_ptr<AacToOpus> transcoder;
   Status first_failure;  // the writer thread's until it has ended

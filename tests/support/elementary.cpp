@@ -9,10 +9,10 @@
 namespace {
 
 // Opens `context` and encodes frames of noise until there are `count` packets.
-std::vector<std::string> encode_noise(AVCodecContext* context, int count) {
+std::vector<TimedPacket> encode_noise(AVCodecContext* context, int count) {
   if (avcodec_open2(context, nullptr, nullptr) < 0) throw std::runtime_error("no encoder");
   const bool sound = context->codec_type == AVMEDIA_TYPE_AUDIO;
-  std::vector<std::string> packets;
+  std::vector<TimedPacket> packets;
   std::minstd_rand random(1);
   const zeva::PacketPtr packet(av_packet_alloc());
   for (int64_t n = 0; packets.size() < static_cast<size_t>(count); ++n) {
@@ -33,12 +33,21 @@ std::vector<std::string> encode_noise(AVCodecContext* context, int count) {
     }
     avcodec_send_frame(context, frame.get());
     while (avcodec_receive_packet(context, packet.get()) == 0) {
-      packets.emplace_back(reinterpret_cast<const char*>(packet->data), packet->size);
+      packets.push_back(
+          {{reinterpret_cast<const char*>(packet->data), static_cast<size_t>(packet->size)},
+           packet->pts,
+           packet->dts});
       av_packet_unref(packet.get());
     }
   }
   packets.resize(static_cast<size_t>(count));
   return packets;
+}
+
+std::vector<std::string> bytes_of(std::vector<TimedPacket> packets) {
+  std::vector<std::string> bytes;
+  for (TimedPacket& packet : packets) bytes.push_back(std::move(packet.bytes));
+  return bytes;
 }
 
 }  // namespace
@@ -54,6 +63,10 @@ std::string adts_header(int packet_bytes) {
 }
 
 std::vector<std::string> h264_packets(int count, const char* x264) {
+  return bytes_of(timed_h264_packets(count, x264));
+}
+
+std::vector<TimedPacket> timed_h264_packets(int count, const char* x264) {
   const zeva::CodecContextPtr context(
       avcodec_alloc_context3(avcodec_find_encoder_by_name("libx264")));
   context->width = context->height = 96;
@@ -74,7 +87,7 @@ std::vector<std::string> aac_packets(int count) {
   context->channels = 2;
   context->channel_layout = AV_CH_LAYOUT_STEREO;
   context->bit_rate = 128000;
-  std::vector<std::string> packets = encode_noise(context.get(), count);
+  std::vector<std::string> packets = bytes_of(encode_noise(context.get(), count));
   for (std::string& packet : packets)
     packet.insert(0, adts_header(static_cast<int>(packet.size())));
   return packets;
