@@ -179,10 +179,13 @@ ZEVA_API bool ZEVA2_write_video_packet2(void* handle, const void* data, int32_t 
                                         int64_t pts_us, int64_t dts_us);
 
 // `nb_samples` per channel in the declared format: one plane for the interleaved formats, one a
-// channel for "flt32p" (at most four). AAC time counts samples from 0: `usec` only moves
-// ZEVA2_movie_time, so the PCM must be without gaps. Null `planes` or `nb_samples` below 1 gives
-// out what is held back. The samples are copied and encoded before the call returns. False when
-// refused: ended, paused, no sound or no PCM declared, or the encoder failed.
+// channel for "flt32p" (at most four). Time is counted in samples from the first call's `usec` on;
+// later ones only move ZEVA2_movie_time, so the PCM must be without gaps. The first AAC packet
+// holds the encoder's delay and lies before that time, so that what is heard is in step with the
+// pictures; outputs without negative times begin with it, and their pictures later by as much. Null
+// `planes` or `nb_samples` below 1 encodes and gives out all that is held back. The samples are
+// copied and encoded before the call returns. False when refused: ended, paused, no sound or no PCM
+// declared, the recording goes on without sound, or the encoder failed.
 ZEVA_API bool ZEVA2_write_audio_pcm(void* handle, uint8_t* const* planes, int nb_samples,
                                     int64_t usec);
 

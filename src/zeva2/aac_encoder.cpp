@@ -33,12 +33,9 @@ std::unique_ptr<AACEncoder> AACEncoder::create(const AudioSettings& settings, in
   return nullptr;
 }
 
-Status AACEncoder::open(const AudioSettings& wanted, int flags) {
+Status AACEncoder::open(const AudioSettings& wanted, int wanted_flags) {
   settings = wanted;
-  const AVCodec* codec = avcodec_find_encoder_by_name("aac");
-  if (codec == nullptr) return Status::failure(-21, "failed to find encoder by name 'aac'");
-  encoder.reset(avcodec_alloc_context3(codec));
-  if (!encoder) return Status::failure(-22, "failed to alloc context for 'aac'");
+  flags = wanted_flags;
   input_format = parse_sample_format(settings.sample_format);
   if (input_format == AV_SAMPLE_FMT_NONE) {
     return Status::failure(-23, "unsuported audio format, support:(s16, flt32p, flt32)");
@@ -48,12 +45,16 @@ Status AACEncoder::open(const AudioSettings& wanted, int flags) {
                      settings.sample_rate, settings.channels)) {
     return Status::failure(-24, "audio resample init() failed ...");
   }
-  Status opened = open_encoder(flags);
+  Status opened = open_encoder();
   if (opened.ok && !make_input_frame()) return Status::failure(AVERROR(ENOMEM), "no memory");
   return opened;
 }
 
-Status AACEncoder::open_encoder(int flags) {
+Status AACEncoder::open_encoder() {
+  const AVCodec* codec = avcodec_find_encoder_by_name("aac");
+  if (codec == nullptr) return Status::failure(-21, "failed to find encoder by name 'aac'");
+  encoder.reset(avcodec_alloc_context3(codec));
+  if (!encoder) return Status::failure(-22, "failed to alloc context for 'aac'");
   encoder->sample_fmt = AV_SAMPLE_FMT_FLTP;
   encoder->bit_rate = int64_t{settings.bitrate} * 1000;
   encoder->channels = settings.channels;
@@ -81,18 +82,36 @@ bool AACEncoder::make_input_frame() {
   return true;
 }
 
-bool AACEncoder::encode(const uint8_t* const* planes, int32_t nb_samples, int64_t /*usec*/,
+bool AACEncoder::encode(const uint8_t* const* planes, int32_t nb_samples, int64_t usec,
                         const Sink& sink) {
   if (nb_samples < 1 || planes == nullptr) {
-    sink(nullptr, 0, 0);
-    return true;
+    const bool encoded = ended || encode_rest(sink);
+    sink(nullptr, 0, 0, 0);
+    return encoded;
   }
+  if (ended && !open_encoder().ok) return false;
+  ended = false;
+  if (!begin_us) begin_us = usec;
   if (!point_input_at(planes, nb_samples) || !resample.push(input.get())) return false;
-  while (resample.buffered_samples() >= encoder->frame_size) {
-    AVFrame* frame = resample.read(encoder->frame_size);
-    if (frame == nullptr || !encode_frame(frame, sink)) return false;
+  return encode_buffered(encoder->frame_size, sink);
+}
+
+// Whole frames as long as there are `least_samples`; below a frame's length, the rest too.
+bool AACEncoder::encode_buffered(int least_samples, const Sink& sink) {
+  while (resample.buffered_samples() >= least_samples) {
+    AVFrame* frame = resample.read(std::min(resample.buffered_samples(), encoder->frame_size));
+    if (frame == nullptr) return false;
+    frame->pts = samples_sent;
+    samples_sent += frame->nb_samples;
+    if (!encode_frame(frame, sink)) return false;
   }
   return true;
+}
+
+bool AACEncoder::encode_rest(const Sink& sink) {
+  if (samples_sent == 0 && resample.buffered_samples() == 0) return true;
+  ended = true;
+  return encode_buffered(1, sink) && encode_frame(nullptr, sink);
 }
 
 bool AACEncoder::point_input_at(const uint8_t* const* planes, int nb_samples) {
@@ -119,14 +138,20 @@ bool AACEncoder::encode_frame(AVFrame* frame, const Sink& sink) {
   }
 }
 
+int64_t AACEncoder::time_of(int64_t samples) const {
+  return begin_us.value_or(0) + av_rescale(samples, 1000000, settings.sample_rate);
+}
+
 void AACEncoder::deliver(const AVPacket& encoded, const Sink& sink) {
+  // The delay of an encoder that was opened again lies within sound that is there already.
+  if (encoded.pts < given_until) return;
+  given_until = encoded.pts + encoded.duration;
   const auto header =
       adts_header(encoder->profile, settings.sample_rate, settings.channels, encoded.size);
   adts_frame.assign(header.begin(), header.end());
   adts_frame.insert(adts_frame.end(), encoded.data, encoded.data + encoded.size);
-  const int64_t pts = av_rescale_rnd(samples_sent, 1000000, settings.sample_rate, AV_ROUND_DOWN);
-  samples_sent += encoder->frame_size;
-  sink(adts_frame.data(), static_cast<int>(adts_frame.size()), pts);
+  const int64_t begin = time_of(encoded.pts);
+  sink(adts_frame.data(), static_cast<int>(adts_frame.size()), begin, time_of(given_until) - begin);
 }
 
 }  // namespace zeva

@@ -315,12 +315,18 @@ bool AVMux::write_audio_packet(const void* data, int nbytes, int64_t usec) {
 
 bool AVMux::write_audio_pcm(const uint8_t* const* planes, int nb_samples, int64_t usec) {
   if (!settings.has_audio()) return false;
-  const auto sink = [this](const uint8_t* data, int nbytes, int64_t pts) {
-    input.audio.push_data(data, nbytes, pts);
+  const auto sink = [this](const uint8_t* data, int nbytes, int64_t pts, int64_t duration) {
+    PacketTimes times;
+    times.dts = pts;
+    times.duration = duration;
+    times.exact = true;
+    input.audio.push_timed(data, nbytes, times);
   };
   const bool flush = planes == nullptr || nb_samples < 1;
   // Also while paused: what was written before the pause is to be given out.
-  if (flush && aac_encoder) return aac_encoder->encode(nullptr, 0, 0, sink);
+  if (flush && aac_encoder) {
+    return !input.audio.is_left_out() && aac_encoder->encode(nullptr, 0, 0, sink);
+  }
   if (!flush && input.audio.refuses()) return false;
   ++total_audio_npkt;
   if (is_paused()) return false;

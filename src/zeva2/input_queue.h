@@ -40,6 +40,7 @@ class InputQueue : public qel::ZVPacketQueue {
 
   // True when the input was left out. The worker is told that the host has packets for it.
   bool refuses();
+  bool is_left_out() const { return left_out; }
 
   // Takes nothing any more, and forgets what there is.
   void leave_out();

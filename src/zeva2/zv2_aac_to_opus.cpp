@@ -1,16 +1,19 @@
 #include "zv2_aac_to_opus.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <string>
 
 #include "av_error.h"
 #include "logger.h"
+#include "saturating.h"
 
 namespace zeva {
 namespace {
 
 constexpr int kChannels = 2;
 constexpr int kBitRate = 64000;
+constexpr int64_t kMaxOff = 960;  // 20 ms
 
 // Streams may leave the layout open; then it follows from the number of channels.
 int channel_count(const AVCodecContext& context) {
@@ -76,18 +79,31 @@ Status AacToOpus::open_encoder() {
   return result < 0 ? open_failure(-4, "Failed to open Opus encoder: ", result) : Status::success();
 }
 
-bool AacToOpus::transcode(const AVPacket* packet, AVRational /*time_base*/, EmitPacket emit,
+bool AacToOpus::transcode(const AVPacket* packet, AVRational packet_time_base, EmitPacket emit,
                           void* user) {
   if (ended) return packet == nullptr;
   ended = packet == nullptr;
-  const int result = avcodec_send_packet(decoder.get(), packet);
-  if (result < 0) {
-    ZEVA_LOG(kLogError, "send 'aac-dec' packet failed: (%d) %s", result, av_error_text(result));
-    return false;
-  }
+  if (!decode(packet)) return true;
+  if (packet != nullptr) follow(*packet, packet_time_base);
   buffer_decoded();
   if (!encode_buffered(emit, user)) return false;
   return packet != nullptr || flush_encoder(emit, user);
+}
+
+bool AacToOpus::decode(const AVPacket* packet) {
+  const int result = avcodec_send_packet(decoder.get(), packet);
+  if (result >= 0) return true;
+  ZEVA_LOG(kLogError, "send 'aac-dec' packet failed: (%d) %s", result, av_error_text(result));
+  return packet == nullptr;  // at the end there is still what was decoded before
+}
+
+// The decoder has no delay: what comes out next is this packet's sound, behind what is buffered.
+void AacToOpus::follow(const AVPacket& packet, AVRational packet_time_base) {
+  if (packet.pts == AV_NOPTS_VALUE) return;
+  const int64_t time = av_rescale_q(packet.pts, packet_time_base, time_base());
+  const int64_t counted = samples_sent + resample.buffered_samples();
+  const int64_t off = saturating_sub(time, saturating_add(begin.value_or(0), counted));
+  if (!begin || off > kMaxOff || off < -kMaxOff) begin = saturating_sub(time, counted);
 }
 
 // The last frame is shorter than the others; the encoder knows what to do with it.
@@ -111,14 +127,13 @@ void AacToOpus::buffer_decoded() {
 }
 
 bool AacToOpus::encode_buffered(EmitPacket emit, void* user) {
-  bool sent = true;
   while (resample.buffered_samples() >= encoder->frame_size) {
     AVFrame* frame = resample.read(encoder->frame_size);
     if (frame == nullptr) return false;  // without memory the FIFO would never get shorter
-    sent = send_frame(frame);
+    (void)send_frame(frame);
     if (!emit_encoded(emit, user)) return false;
   }
-  return sent;
+  return true;
 }
 
 bool AacToOpus::send_frame(AVFrame* frame) {
@@ -134,6 +149,9 @@ bool AacToOpus::send_frame(AVFrame* frame) {
 bool AacToOpus::emit_encoded(EmitPacket emit, void* user) {
   while (avcodec_receive_packet(encoder.get(), encoded.get()) >= 0) {
     encoded->stream_index = -1;
+    const int64_t time = saturating_add(encoded->pts, begin.value_or(0));
+    last_pts = std::max(time, saturating_add(last_pts, 1));
+    encoded->pts = encoded->dts = last_pts;
     const bool taken = emit(encoded.get(), time_base(), user);
     av_packet_unref(encoded.get());
     if (!taken) {

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 
 #include "av_handles.h"
 #include "ff_resample.h"
@@ -23,9 +24,10 @@ class AacToOpus {
   // `par` describes the AAC; call once.
   Status init(const AVCodecParameters* par);
 
-  // A null packet ends the sound: all that is still held comes out. False when a packet cannot be
-  // decoded or encoded, or `emit` refused; later calls work again. Opus time counts samples from 0;
-  // the AAC's own time stamps are not carried over.
+  // A null packet ends the sound: all that is still held comes out. A packet that cannot be decoded
+  // is left out with a log line. False when `emit` refused, or without memory. Opus time is counted
+  // in samples from the time of the first packet on; it is set anew when the packets' times have
+  // gone away from it, as after a gap. It always grows.
   bool transcode(const AVPacket* packet, AVRational time_base, EmitPacket emit, void* user);
 
   const AVCodecContext* opus_encoder() const { return encoder.get(); }
@@ -36,6 +38,8 @@ class AacToOpus {
 
   Status open_decoder(const AVCodecParameters* par);
   Status open_encoder();
+  bool decode(const AVPacket* packet);
+  void follow(const AVPacket& packet, AVRational packet_time_base);
   void buffer_decoded();
   bool encode_buffered(EmitPacket emit, void* user);
   bool flush_encoder(EmitPacket emit, void* user);
@@ -47,7 +51,11 @@ class AacToOpus {
   FFResample resample;
   FramePtr decoded;
   PacketPtr encoded;
+
+  // In samples of the Opus.
   int64_t samples_sent = 0;
+  std::optional<int64_t> begin;  // the time of sample 0, were there no gaps
+  int64_t last_pts = INT64_MIN;
   bool ended = false;
 };
 

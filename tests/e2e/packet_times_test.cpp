@@ -123,4 +123,94 @@ TEST(Options, TurnPicturesAndStartTogether) {
   EXPECT_EQ(refused.handle, nullptr);
 }
 
+// ---- PCM
+
+// A sample of full volume at each of these; everything else is silent.
+std::vector<int16_t> clicks(size_t samples, const std::vector<size_t>& at) {
+  std::vector<int16_t> sound(2 * samples);
+  for (const size_t click : at) {
+    for (size_t i = 0; i < 32; ++i) sound[2 * (click + i)] = sound[2 * (click + i) + 1] = 30000;
+  }
+  return sound;
+}
+
+// The time of the loudest sample of the movie between two times, by the judge's own clock.
+double loudest_at(const fs::path& file, double begin, double end) {
+  // Players begin at the first stamp of all streams; so does the sound that is decoded here.
+  const std::string raw = decode(file, "-map 0:a -af aresample=async=1:first_pts=0 -ac 1 -f s16le");
+  size_t best = 0;
+  int loudest = -1;
+  for (size_t i = 0; 2 * i + 1 < raw.size(); ++i) {
+    const double time = static_cast<double>(i) / 48000;
+    if (time < begin || time > end) continue;
+    const int16_t value = static_cast<int16_t>(static_cast<uint8_t>(raw[2 * i]) |
+                                               static_cast<uint8_t>(raw[2 * i + 1]) << 8);
+    if (std::abs(value) > loudest) loudest = std::abs(value), best = i;
+  }
+  return static_cast<double>(best) / 48000;
+}
+
+double duration_of(const fs::path& file, bool video) {
+  for (const Row& stream : streams(file)) {
+    if ((stream.at("codec_type") == "video") == video) return number(stream, "duration");
+  }
+  return -1;
+}
+
+// Sound made from PCM is in step with the pictures, and as long as it was.
+TEST(Pcm, IsInStepAndAsLongAsItWas) {
+  const std::vector<std::string> pictures = h264_packets(16);
+  for (const size_t samples : {144000UL, 144001UL, 132300UL, 500UL}) {
+    SCOPED_TRACE(samples);
+    const std::string others[] = {utf8(work_file("b.flv")), utf8(work_file("c.mkv")),
+                                  utf8(work_file("d.ts"))};
+    const fs::path index = work_file("a.index");
+    MovieInfo2 info = packet_settings(utf8(work_file("a.mp4")));
+    for (int i = 0; i < 3; ++i) info.others[i] = others[i].c_str();
+    set_text(info.moov, utf8(index));
+    info.acodec = kPacketAudioPcm;
+    info.sample_rate = 48000;
+    info.channels = 2;
+    info.sample_format = "s16";
+    info.bitrate = 256;
+    PacketRecording recording(info);
+    const bool clicked = samples > 100000;
+    std::vector<int16_t> sound =
+        clicks(samples, clicked ? std::vector<size_t>{48000, 120000} : std::vector<size_t>{});
+    size_t at = 0;
+    for (size_t picture = 0; picture < pictures.size(); ++picture) {
+      recording.write({true, static_cast<int64_t>(picture) * 200000, pictures[picture]});
+      const size_t until = std::min(samples, (picture + 1) * 9600);
+      if (until == at) continue;
+      uint8_t* planes[] = {reinterpret_cast<uint8_t*>(&sound[2 * at]), nullptr, nullptr, nullptr};
+      EXPECT_TRUE(ZEVA2_write_audio_pcm(recording.handle, planes, static_cast<int>(until - at),
+                                        static_cast<int64_t>(at) * 1000000 / 48000));
+      at = until;
+    }
+    EXPECT_THAT(recording.stop(), ElementsAre(0));
+    const double seconds = static_cast<double>(samples) / 48000;
+    // FFmpeg's edit list counts whole milliseconds.
+    const double exactness = samples % 48 <= 1 ? 1.0 / 48000 : 0.001;
+    EXPECT_NEAR(duration_of(work_file("a.mp4"), false), seconds, exactness);
+    EXPECT_NEAR(times_of(work_file("a.mp4"), true).front().pts, 0, 1e-6);
+    for (const std::string& url : {std::string(info.url), others[0], others[1], others[2]}) {
+      SCOPED_TRACE(url);
+      const fs::path file = fs::u8path(url);
+      const std::vector<Times> seen = times_of(file, true), heard = times_of(file, false);
+      ASSERT_EQ(seen.size(), pictures.size());
+      EXPECT_EQ(heard.size(), (samples + 1023) / 1024 + 1);
+      EXPECT_NEAR(seen.front().pts - heard.front().pts, 1024.0 / 48000, 0.0011);
+      EXPECT_NEAR(seen[1].pts - seen[0].pts, 0.2, 0.0011);
+      EXPECT_EQ(decode_faults(file), "");
+    }
+    if (!clicked) continue;
+    EXPECT_NEAR(loudest_at(work_file("a.mp4"), 0.5, 1.5), 1 + 16 / 48000.0, 17 / 48000.0);
+    EXPECT_NEAR(loudest_at(work_file("a.mp4"), 2, 2.7), 2.5 + 16 / 48000.0, 17 / 48000.0);
+    const fs::path whole = work_file("whole.mp4");
+    EXPECT_TRUE(ZEVA_StartRepair_sync(info.url, utf8(index).c_str(), utf8(whole).c_str(), nullptr,
+                                      nullptr));
+    EXPECT_NEAR(loudest_at(whole, 2, 2.7), 2.5 + 16 / 48000.0, 17 / 48000.0);
+  }
+}
+
 }  // namespace

@@ -43,7 +43,8 @@ struct Heard {
 bool hear(AVPacket* opus, AVRational time_base, void* user) {
   auto& h = *static_cast<Heard*>(user);
   constexpr int kPreSkip = 312;
-  EXPECT_EQ(av_rescale_q(opus->pts, time_base, {1, 48000}) + kPreSkip, h.packets++ * 960);
+  // From the beginning of the AAC, which is its encoder's delay.
+  EXPECT_EQ(av_rescale_q(opus->pts, time_base, {1, 48000}) + kPreSkip, h.packets++ * 960 - 1024);
   avcodec_send_packet(h.decoder.get(), opus);
   while (avcodec_receive_frame(h.decoder.get(), h.frame.get()) == 0) {
     const auto* data = reinterpret_cast<const int16_t*>(h.frame->data[0]);
@@ -68,9 +69,11 @@ TEST(Sound, SurvivesEncodingAndTranscoding) {
     Heard heard;
     ASSERT_EQ(avcodec_open2(heard.decoder.get(), nullptr, nullptr), 0);
     int64_t packets = 0;
-    const auto sink = [&](const uint8_t* data, int nbytes, int64_t pts) {
-      EXPECT_EQ(pts, packets++ * 1024 * 1000000 / 48000);
+    const auto sink = [&](const uint8_t* data, int nbytes, int64_t pts, int64_t duration) {
+      EXPECT_EQ(pts, av_rescale((packets++ - 1) * 1024, 1000000, 48000));
+      EXPECT_NEAR(duration, 21333, 1);
       AVPacket packet{};
+      packet.pts = pts;
       packet.data = const_cast<uint8_t*>(data);
       packet.size = nbytes;
       const bool went_on = transcoder.transcode(&packet, {1, 1000000}, hear, &heard);
@@ -89,7 +92,7 @@ TEST(Sound, SurvivesEncodingAndTranscoding) {
                                           : (format == "flt32" ? pairs : planar).data();
       const uint8_t* planes[4] = {static_cast<const uint8_t*>(first),
                                   reinterpret_cast<const uint8_t*>(&planar[500])};
-      EXPECT_TRUE(encoder->encode(planes, 500, -1, sink));
+      EXPECT_TRUE(encoder->encode(planes, 500, begin == 0 ? 0 : -1, sink));
       EXPECT_LE(packets, (begin + 500) / 1024);
     }
     const uint8_t* none[4] = {};
@@ -117,17 +120,92 @@ TEST(Transcoder, GivesOutAllSoundWhenItEnds) {
     const std::vector<int16_t> silence(size_t{2} * 1024);
     const auto* plane = reinterpret_cast<const uint8_t*>(silence.data());
     for (int i = 0; i < 33; ++i) {
-      EXPECT_TRUE(encoder->encode(&plane, 1024, 0, [&](const uint8_t* data, int nbytes, int64_t) {
+      const auto sink = [&](const uint8_t* data, int nbytes, int64_t pts, int64_t) {
         AVPacket packet{};
+        packet.pts = pts;
         packet.data = const_cast<uint8_t*>(data);
         packet.size = nbytes;
         aac_samples += 1024;
         EXPECT_TRUE(transcoder.transcode(&packet, {1, 1000000}, count, &opus_samples));
-      }));
+      };
+      EXPECT_TRUE(encoder->encode(&plane, 1024, 0, sink));
     }
     EXPECT_TRUE(transcoder.transcode(nullptr, {1, 1000000}, count, &opus_samples));
     EXPECT_TRUE(transcoder.transcode(nullptr, {1, 1000000}, count, &opus_samples));
     EXPECT_GE(opus_samples, av_rescale_rnd(aac_samples, 48000, rate, AV_ROUND_UP)) << rate;
+  }
+}
+
+// What was written before comes out to the last sample, also in the middle; sound that follows is
+// in its place again.
+TEST(AacEncoder, GivesOutAllSoundWhenItIsFlushed) {
+  for (const int rate : {48000, 44100}) {
+    const auto encoder = AACEncoder::create({rate, 2, "s16", 128}, AACEncoder::kGlobalHeader);
+    const std::vector<int16_t> silence(size_t{2} * 5000);
+    const auto* plane = reinterpret_cast<const uint8_t*>(silence.data());
+    int64_t written = 0, until = 0;
+    bool flushed = false;
+    const auto sink = [&](const uint8_t* data, int, int64_t pts, int64_t duration) {
+      flushed = data == nullptr;
+      if (flushed) return;
+      if (until != 0) {
+        EXPECT_NEAR(pts, until, 1);
+      }
+      until = pts + duration;
+    };
+    EXPECT_TRUE(encoder->encode(nullptr, 0, 0, sink));
+    EXPECT_EQ(until, 0);
+    for (const int samples : {1, 5000, 1023, 1024, 700, 4096}) {
+      EXPECT_TRUE(encoder->encode(&plane, samples, 0, sink));
+      for (int times = 0; times < 2; ++times) EXPECT_TRUE(encoder->encode(nullptr, 0, 0, sink));
+      written += samples;
+      EXPECT_TRUE(flushed);
+      EXPECT_NEAR(until, av_rescale(written, 1000000, rate), 1) << rate << ' ' << written;
+    }
+  }
+}
+
+// A packet that the decoder refuses, and a gap, move nothing else; time never goes back.
+TEST(Transcoder, FollowsTheTimesOfItsPackets) {
+  const std::vector<std::string> sound = aac_packets(200);
+  AVCodecParameters par{};
+  par.codec_type = AVMEDIA_TYPE_AUDIO;
+  par.codec_id = AV_CODEC_ID_AAC;
+  par.sample_rate = 48000;
+  par.channels = 2;
+  const struct {
+    const char* what;
+    int64_t begin_us, gap_us;
+    bool refused;
+  } cases[] = {{"late", 5000000, 0, false},
+               {"a gap", 0, 3000000, false},
+               {"back", 0, -50000, false},
+               {"before 0", -21333, 0, false},
+               {"one refused", 0, 0, true}};
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.what);
+    AacToOpus transcoder;
+    ASSERT_TRUE(transcoder.init(&par).ok);
+    std::vector<int64_t> times;
+    const auto collect = [](AVPacket* opus, AVRational time_base, void* user) {
+      static_cast<std::vector<int64_t>*>(user)->push_back(
+          av_rescale_q(opus->pts, time_base, {1, 1000000}));
+      return true;
+    };
+    for (int64_t i = 0; i < 200; ++i) {
+      std::string bytes = sound[static_cast<size_t>(i)];
+      if (c.refused && i == 100) std::fill(bytes.begin() + 7, bytes.end(), '\x55');
+      AVPacket packet{};
+      packet.data = reinterpret_cast<uint8_t*>(bytes.data());
+      packet.size = static_cast<int>(bytes.size());
+      packet.pts = c.begin_us + (i < 100 ? 0 : c.gap_us) + i * 1024 * 1000000 / 48000;
+      EXPECT_TRUE(transcoder.transcode(&packet, {1, 1000000}, collect, &times));
+    }
+    EXPECT_TRUE(transcoder.transcode(nullptr, {1, 1000000}, collect, &times));
+    constexpr int64_t kPreSkipUs = 6500;
+    EXPECT_EQ(times.front(), c.begin_us - kPreSkipUs);
+    EXPECT_NEAR(times.back(), c.begin_us + c.gap_us + int64_t{200} * 1024 * 1000000 / 48000, 45000);
+    for (size_t i = 1; i < times.size(); ++i) EXPECT_GT(times[i], times[i - 1]);
   }
 }
 
