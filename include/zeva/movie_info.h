@@ -36,7 +36,8 @@ enum Quality_Level : int32_t {
   kQualityNone,  // leave the encoder's default
 };
 
-// H.264 profile (ISO/IEC 14496-10 Annex A).
+// H.264 profile (ISO/IEC 14496-10 Annex A). Those above "high" are made of pictures that need them:
+// `pix_fmt` is replaced by 4:2:0 of 10 bits (high10), 4:2:2 or 4:4:4 where it is something else.
 enum Profile_Level : int32_t {
   kProfileBaseline,
   kProfileMain,

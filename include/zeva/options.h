@@ -12,7 +12,7 @@
 // as if it were 0. A 0 in any field, and a null pointer instead of the record, mean "as without
 // options". Texts are UTF-8 and zero-terminated. The record and its texts are copied before the
 // start returns. A value that cannot be is refused: the status callback is told AVERROR(EINVAL) and
-// a text that names the field.
+// a text that names the field; so is a record that is longer than the library's and not 0 there.
 #pragma once
 
 #include <stddef.h>
@@ -22,13 +22,20 @@
 typedef struct ZevaOptions {
   uint32_t struct_size;  // bytes; of the host's own record
 
-  // Classic recordings: pictures a second as a fraction, such as 30000 and 1001. `rate_den` 0:
-  // MovieInfo's fps. A picture whose time, in units of one picture, does not grow is dropped.
+  // Classic recordings: pictures a second as a fraction, such as 30000 and 1001, at most 1000.
+  // `rate_den` 0: MovieInfo's fps, which is not looked at otherwise. A picture whose time, in units
+  // of one picture, does not grow is dropped. MPEG-1 and -2 take the nearest rate they know;
+  // MovieInfo's effective fps is the nearest whole one.
   int32_t rate_num;
   int32_t rate_den;
-  // Classic recordings, 1: every picture keeps its own time, to the microsecond where the container
-  // can say it, and the last one is as long as the one before it. The rate above only tells the
-  // encoder how many pictures a second to expect.
+  // Classic recordings, 1: every picture keeps its own time, to 1/90000 s where the container can
+  // say it (FLV, MKV: 1/1000 s), and a picture whose time does not grow is dropped. The rate above
+  // only tells the encoder how many pictures a second to expect. A picture lasts until the next
+  // one; the last one as long as the host says (`pkt_duration` of ZEVA_write_video_frame), else as
+  // long as the one before it, up to a second. AVI, which numbers its pictures, has 100 places a
+  // second or more for them, and ends with an error after a gap of 60000 places (10 minutes).
+  // Program streams (.mpg, .vob) stamp blocks of 2 KiB: pictures that share one are shown at the
+  // mean rate.
   int32_t variable_rate;
 
   // Classic recordings: channels of the movie's sound, 1 to 8; 0: two. One that the encoder cannot
@@ -47,8 +54,12 @@ typedef struct ZevaOptions {
   // ending. One that is unknown, or whose codec an output cannot hold, is refused.
   const char* video_codec;
   const char* audio_codec;
-  // Classic recordings: "key=value:key=value", FFmpeg's and the encoder's own names, for the video
-  // encoder, after all other settings. One that the encoder does not know is refused.
+  // Classic recordings: "key=value:key=value" in FFmpeg's escaping, FFmpeg's and the encoder's own
+  // names, for the video encoder, after all other settings: "crf=20" with MovieInfo's rc_mode and
+  // video_bitrate 0 is constant quality without a bound of the bit rate. With "libx264" also its
+  // own names that FFmpeg lacks, such as "vbv-maxrate". One that the encoder does not know is
+  // refused, and so is what the recording itself settles: "time_base", "pixel_format",
+  // "video_size", "annexb".
   const char* encoder_options;
 } ZevaOptions;
 

@@ -84,7 +84,7 @@ bool IOCvt::ensure_video() {
   description->height = info.src_height;
   description->format = info.src_pix_fmt;
   auto made = std::make_unique<ZV::NxRescale>();
-  if (made->config(dst, description.get(), {1, info.fps}) < 0) {
+  if (made->config(dst, description.get(), muxer->video_encoder()->time_base()) < 0) {
     ZEVA_LOG(kLogError, "=== config NxRescale failed ..");
     return false;
   }

@@ -41,6 +41,7 @@ AVFrame* NxRescale::rescale(AVFrame* in, const AVRational* in_tb) {
     return nullptr;
   }
   out->pts = av_rescale_q(in->pts, *in_tb, time_base);
+  out->pkt_duration = av_rescale_q(in->pkt_duration, *in_tb, time_base);
   return out;
 }
 

@@ -6,8 +6,8 @@
 namespace ZV {
 
 // Scales and converts pictures, or passes them through when nothing differs, and rescales their
-// time stamps. Owns the scaler and a frame that shares the encoder's picture buffers. Used by the
-// one thread that writes frames.
+// time stamps and lengths (`pkt_duration`). Owns the scaler and a frame that shares the encoder's
+// picture buffers. Used by the one thread that writes frames.
 class NxRescale {
  public:
   NxRescale() = default;
@@ -19,7 +19,7 @@ class NxRescale {
   // is the unit of output time stamps. Call once. 0, or -1 when no such conversion exists.
   int config(AVFrame* dst, AVFrame* src, AVRational tb);
 
-  // The converted picture, or `in` itself when there is nothing to convert (its time stamp is then
+  // The converted picture, or `in` itself when there is nothing to convert (its times are then
   // overwritten). Belongs to the rescaler and is valid until the next call. A picture that is
   // neither as `src` announced it nor as the encoder takes it cannot be converted: null.
   AVFrame* rescale(AVFrame* in, const AVRational* in_tb);

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "av_error.h"
+#include "codec_by_name.h"
 #include "logger.h"
 #include "output_url.h"
 #include "writer_output.h"
@@ -53,6 +54,15 @@ void ZV_AVWriter::set_timeout(int timeout_sec) {
   for (const auto& output : outputs) output->thread.output.io.set_timeout(timeout_sec);
 }
 
+std::string ZV_AVWriter::codec_fault(AVCodecID codec) {
+  for (const auto& output : outputs) {
+    const AVOutputFormat* format = output->format(main_output());
+    if (format == nullptr || zeva::can_hold(*format, codec)) continue;
+    return "'" + output->thread.output.url() + "' cannot hold " + avcodec_get_name(codec);
+  }
+  return {};
+}
+
 Status ZV_AVWriter::open(const char* meta_info, const char* index_path) {
   const AVFormatContext& main = *main_output().context();
   for (unsigned i = 0; i < main.nb_streams; ++i) {
@@ -78,6 +88,7 @@ Status ZV_AVWriter::open_output(WriterOutput& writer, const char* meta_info,
   files.add(path);
   status = start_index(writer, index_path);
   if (!status.ok) return status;
+  if (mean_interval.num != 0) writer.fit_variable_rate(mean_interval);
   output.set_metadata(meta_info);
   const int result = output.write_header();
   if (result < 0) return Status::failure(result, zeva::av_error_text(result));

@@ -41,6 +41,12 @@ class ZV_AVWriter : public zeva::BaseWriter {
   // Bounds every network operation; 0 or less for the default.
   void set_timeout(int timeout_sec);
 
+  // Empty, or a sentence that names the first output that cannot hold the codec. After
+  // create_other_writers.
+  std::string codec_fault(AVCodecID codec);
+  // Pictures keep their own times, about `interval` apart. Before `open`.
+  void set_variable_rate(AVRational interval) { mean_interval = interval; }
+
   // Opens every output and writes its header. `meta_info` is "key:value;...".
   zeva::Status open(const char* meta_info, const char* index_path);
   // Starts a thread for each output.
@@ -73,6 +79,7 @@ class ZV_AVWriter : public zeva::BaseWriter {
   zeva::OpenFiles files;
   std::vector<AVRational> stream_time_bases;  // of the encoders
   bool index_given = false;
+  AVRational mean_interval{0, 1};  // of pictures at a variable rate
 };
 
 }  // namespace ZV

@@ -9,6 +9,7 @@ namespace zeva {
 
 EncBase::EncBase(const Kind& kind, NewStream stream, BaseWriter* writer, Tell tell)
     : enc(std::move(stream.encoder)),
+      timing(stream.timing),
       kind(kind),
       stream(stream.stream),
       writer(writer),
@@ -63,7 +64,7 @@ EncBase::Drained EncBase::drain() {
 
 bool EncBase::write() {
   pkt->stream_index = stream->index;
-  const int result = writer->write_packet(enc->time_base, pkt.get(), true);
+  const int result = writer->write_packet(timing.units, pkt.get(), true);
   if (result < 0 && !writer_refuses) {
     ZEVA_LOG(kLogError, "[write-packet] error while writing %s frame: ret=%d, %s", kind.stream,
              result, av_error_text(result));

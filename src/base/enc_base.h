@@ -6,6 +6,7 @@
 
 #include "av_handles.h"
 #include "base_writer.h"
+#include "picture_times.h"
 #include "status.h"
 #include "zeva/movie_info.h"
 
@@ -15,6 +16,8 @@ namespace zeva {
 struct NewStream {
   AVStream* stream = nullptr;  // belongs to the output context
   CodecContextPtr encoder;     // null: no stream could be made
+  PictureTiming timing;        // of sound only the units
+  std::string fault;           // an option that this encoder cannot take, as a sentence
 };
 
 // Results of encoding that are no number of packets.
@@ -39,7 +42,8 @@ class EncBase {
   // Frees codec, frames and packet. Safe to call again.
   void close();
 
-  AVRational time_base() const { return enc->time_base; }
+  // Units of the frames' and packets' times.
+  AVRational time_base() const { return timing.units; }
   // In the codec's format and size; its buffers are shared with the converters.
   AVFrame* dst_frame() { return frame.get(); }
 
@@ -63,6 +67,7 @@ class EncBase {
 
   MovieInfo info{};
   CodecContextPtr enc;
+  const PictureTiming timing;
   FramePtr frame;        // the encoder's own frame, in its format and size
   FramePtr tmp_frame;    // the test signals' frame
   int64_t next_pts = 0;  // test signals only: frames or samples generated

@@ -4,6 +4,7 @@
 #include <iterator>
 
 #include "av_error.h"
+#include "codec_by_name.h"
 #include "logger.h"
 #include "movie_output.h"
 #include "output_opening.h"
@@ -29,6 +30,28 @@ Status no_encoder(AVCodecID codec) {
   return Status::failure(kOpeningFailedCode,
                          std::string("Could not find encoder for '") + avcodec_get_name(codec) +
                              "'; disable the stream or choose another kind of file");
+}
+
+Status refused(const std::string& fault) {
+  return Status::failure(AVERROR(EINVAL), av_error_text(AVERROR(EINVAL)) + (": " + fault));
+}
+
+// A failure that an option may have caused names it.
+template <typename Encoder>
+Status open_encoder(Encoder* encoder, const MovieInfo& info, const std::string& option) {
+  if (encoder == nullptr) return Status::success();
+  const Status opened = encoder->open(info);
+  if (opened.ok) return opened;
+  if (option.empty()) return Status::failure(kOpeningFailedCode, opened.message);
+  return refused(option + ": " + opened.message);
+}
+
+std::string video_option(const Options& options) {
+  return options.encoder_options.empty() ? "" : "encoder_options '" + options.encoder_options + "'";
+}
+
+std::string audio_option(const Options& options) {
+  return options.channels == 0 ? "" : "channels " + std::to_string(options.channels);
 }
 
 }  // namespace
@@ -90,11 +113,13 @@ void MovieMuxer::run_start() {
 }
 
 Status MovieMuxer::open(MovieInfo& info) {
-  std::string fault = settings_fault(info);
-  if (fault.empty()) fault = record->options.fault();
-  Status status = fault.empty() ? open_main(info)
-                                : Status::failure(AVERROR(EINVAL),
-                                                  av_error_text(AVERROR(EINVAL)) + (": " + fault));
+  const Options& options = record->options;
+  std::string fault = options.fault();
+  if (fault.empty() && options.has_rate()) {
+    info.fps = nearest_fps({options.rate_num, options.rate_den});
+  }
+  if (fault.empty()) fault = settings_fault(info);
+  Status status = fault.empty() ? open_main(info) : refused(fault);
   if (status.ok) status = open_encoders(info);
   if (status.ok) status = open_url(info);
   if (status.ok) status = open_writer(info);
@@ -120,20 +145,52 @@ Status MovieMuxer::open_main(const MovieInfo& info) {
 }
 
 Status MovieMuxer::open_encoders(MovieInfo& info) {
-  const CodecChoice codecs = choose_codecs(*writer->main_output().context()->oformat, info);
+  const Options& options = record->options;
+  CodecChoice codecs = choose_codecs(*writer->main_output().context()->oformat, info);
   writer->create_other_writers(info.other_urls);
   writer->set_timeout(info.timeout_sec);
+  Status status = choose_named_codecs(info, codecs);
   // Pictures come first: their stream has index 0.
-  Status opened = make_encoder(codecs.video, info, video_enc);
+  if (status.ok) status = make_encoder(codecs.video, info, video_enc);
   info.hardware = info.hardware && video_enc;
-  if (opened.ok) opened = make_encoder(codecs.audio, info, audio_enc);
-  if (opened.ok && video_enc) opened = video_enc->open(info);
-  if (opened.ok && audio_enc) opened = audio_enc->open(info);
-  if (opened.ok) return opened;
+  if (status.ok) status = make_encoder(codecs.audio, info, audio_enc);
+  if (status.ok) status = open_encoder(video_enc.get(), info, video_option(options));
+  if (status.ok) status = open_encoder(audio_enc.get(), info, audio_option(options));
+  if (status.ok) {
+    if (video_enc && options.variable_rate) writer->set_variable_rate(video_enc->interval());
+    return status;
+  }
   info.hardware = false;
   audio_enc.reset();
   video_enc.reset();
-  return Status::failure(kOpeningFailedCode, opened.message);
+  return status;
+}
+
+// Takes the encoders that the host names for the streams that there are to be.
+Status MovieMuxer::choose_named_codecs(const MovieInfo& info, CodecChoice& codecs) {
+  const Options& options = record->options;
+  const struct {
+    const char* field;
+    const std::string& name;
+    AVMediaType type;
+    bool disabled;
+    AVCodecID& codec;
+  } streams[] = {
+      {"video_codec", options.video_codec, AVMEDIA_TYPE_VIDEO, info.disable_video, codecs.video},
+      {"audio_codec", options.audio_codec, AVMEDIA_TYPE_AUDIO, info.disable_audio, codecs.audio},
+  };
+  for (const auto& stream : streams) {
+    if (stream.disabled || stream.name.empty()) continue;
+    std::string fault;
+    const AVCodec* codec = find_named_encoder(stream.field, stream.name, stream.type, fault);
+    if (codec == nullptr) return refused(fault);
+    fault = writer->codec_fault(codec->id);
+    if (!fault.empty()) {
+      return refused(std::string(stream.field) + " '" + stream.name + "': " + fault);
+    }
+    stream.codec = codec->id;
+  }
+  return Status::success();
 }
 
 // Adds a stream and its encoder, unless there is to be none.
@@ -141,7 +198,8 @@ template <typename Encoder>
 Status MovieMuxer::make_encoder(AVCodecID codec, MovieInfo& info,
                                 std::unique_ptr<Encoder>& encoder) {
   if (codec == AV_CODEC_ID_NONE) return Status::success();
-  NewStream added = add_stream(writer->main_output().context(), codec, info);
+  NewStream added = add_stream(writer->main_output().context(), codec, info, record->options);
+  if (!added.fault.empty()) return refused(added.fault);
   if (!added.encoder) return no_encoder(codec);
   encoder =
       std::make_unique<Encoder>(std::move(added), writer.get(),
@@ -176,6 +234,7 @@ Status MovieMuxer::open_writer(const MovieInfo& info) {
 bool MovieMuxer::write_video(AVFrame* frame, AVRational tb) {
   VideoEnc* enc = video_encoder();
   if (enc == nullptr) return false;
+  frame->pkt_duration = av_rescale_q(frame->pkt_duration, tb, enc->time_base());
   frame->pts = av_rescale_q(frame->pts, tb, enc->time_base());
   if (frame->pts <= last_video_time) {
     ZEVA_LOG(kLogDebug, "@@@ V pts: %lld  (frame->pts <= g_last_v_pts %lld)",

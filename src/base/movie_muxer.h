@@ -11,6 +11,7 @@
 #include "ZV_AVWriter.h"
 #include "audio_enc.h"
 #include "options.h"
+#include "output_opening.h"
 #include "status.h"
 #include "video_enc.h"
 #include "zeva/movie_info.h"
@@ -32,8 +33,8 @@ class MovieMuxer {
   int start(const MovieInfo& info, const Options& options, StatusCallback cb, void* user,
             bool async);
 
-  // Encodes a frame in the encoder's format, whose pts is in `tb`. True when the frame will be in
-  // the movie.
+  // Encodes a frame in the encoder's format, whose pts (and pkt_duration, of a picture) is in `tb`.
+  // True when the frame will be in the movie.
   bool write_video(AVFrame* frame, AVRational tb);
   bool write_audio(AVFrame* frame, AVRational tb);
 
@@ -76,6 +77,7 @@ class MovieMuxer {
   Status open(MovieInfo& info);
   Status open_main(const MovieInfo& info);
   Status open_encoders(MovieInfo& info);
+  Status choose_named_codecs(const MovieInfo& info, CodecChoice& codecs);
   template <typename Encoder>
   Status make_encoder(AVCodecID codec, MovieInfo& info, std::unique_ptr<Encoder>& encoder);
   Status open_url(const MovieInfo& info);

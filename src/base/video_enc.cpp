@@ -42,6 +42,7 @@ SwsPtr make_scaler(int src_width, int src_height, int src_fmt, int dst_width, in
 VideoEnc::VideoEnc(NewStream stream, BaseWriter* writer, Tell tell)
     : EncBase({"video", "a picture", kZevaStatusPictureRefused}, std::move(stream), writer,
               std::move(tell)),
+      times(timing),
       borrowed(av_frame_alloc()) {}
 
 VideoEnc::~VideoEnc() { delete filter; }
@@ -59,6 +60,7 @@ Status VideoEnc::open(const MovieInfo& settings) {
 int VideoEnc::encode(AVFrame* picture) {
   if (!enc) return kNotOpen;
   if (picture == nullptr) return encode_prepared(nullptr);
+  const int64_t duration = picture->pkt_duration;
   if (FilterBase* hook = filter) picture = hook->filter(picture);
   if (picture != nullptr) picture = convert(picture);
   if (picture == nullptr) return kLeftOut;
@@ -66,10 +68,12 @@ int VideoEnc::encode(AVFrame* picture) {
     report_refusal(AVERROR(ENOMEM), false);
     return kRefusedByCodec;
   }
+  if (timing.variable) borrowed->pts = times.enter(borrowed->pts, duration);
   return encode_prepared(borrowed.get());
 }
 
 void VideoEnc::edit(AVPacket* packet) {
+  if (timing.variable) return times.stamp(*packet);
   // The codec's time base is one frame. Without a duration an MP4 would end where its last picture
   // begins, and players would not show it.
   if (packet->duration == 0) packet->duration = 1;
@@ -120,7 +124,7 @@ AVFrame* VideoEnc::convert(AVFrame* picture) {
 }
 
 AVFrame* VideoEnc::generate_test_frame(AVRational tb) {
-  if (av_compare_ts(next_pts, enc->time_base, pattern_period_sec, {1, 1}) >= 0) {
+  if (av_compare_ts(next_pts, timing.interval, pattern_period_sec, {1, 1}) >= 0) {
     pattern_counter = 0;
     pattern_period_sec += 10;
   }
@@ -132,7 +136,7 @@ AVFrame* VideoEnc::generate_test_frame(AVRational tb) {
     }
   }
   if (!draw_test_picture()) return nullptr;
-  tmp_frame->pts = av_rescale_q(next_pts, {1, info.fps}, tb);
+  tmp_frame->pts = av_rescale_q(next_pts, timing.interval, tb);
   ++next_pts;
   return tmp_frame.get();
 }

@@ -18,8 +18,12 @@ class VideoEnc : public EncBase {
   // Opens the codec and allocates its frame.
   Status open(const MovieInfo& settings);
 
+  // From picture to picture at the mean rate.
+  AVRational interval() const { return timing.interval; }
+
   // A null frame flushes. The number of packets handed on (0 while the codec holds the picture
-  // back), or an EncodeResult. The picture is not kept.
+  // back), or an EncodeResult. The picture is not kept. Its `pkt_duration`, in the same units as
+  // its pts, counts at a variable rate.
   int encode(AVFrame* picture);
 
   // The next picture of the moving colour pattern, stamped in `tb`.
@@ -36,6 +40,7 @@ class VideoEnc : public EncBase {
   bool borrow(const AVFrame& picture);
   bool draw_test_picture();
 
+  PictureTimes times;        // at a variable rate
   FramePtr borrowed;         // the picture as the codec gets it; owns no buffers
   SwsPtr conversion_scaler;  // for pictures as the first one to be converted was
   int conversion_width = 0;

@@ -16,6 +16,9 @@ using zeva::Status;
 
 constexpr int64_t kNoTime = -999999;
 
+// Places for pictures a second in AVI, at least. An empty one costs 24 bytes.
+constexpr int kAviSlots = 100;
+
 enum UrlKind { kMp4 = 0, kHls = 1, kRtmp = 2, kRtsp = 3, kOtherUrl = 100 };
 
 UrlKind classify(const char* url) {
@@ -62,6 +65,11 @@ WriterOutput::WriterOutput(const ZV_AVWriter& owner, const char* name, const cha
   last_times.fill(kNoTime);
 }
 
+AVOutputFormat* WriterOutput::format(const MovieOutput& main) const {
+  const AVFormatContext* const context = thread.output.context();
+  return context != nullptr ? context->oformat : further_format(main, thread.output.url().c_str());
+}
+
 Status WriterOutput::clone(const MovieOutput& main, const std::vector<AVRational>& time_bases) {
   const std::string& url = thread.output.url();
   if (url.empty()) return Status::failure(-1, "clone: invalid paramters");
@@ -91,6 +99,18 @@ Status WriterOutput::clone(const MovieOutput& main, const std::vector<AVRational
   result = thread.output.open_io();
   if (result >= 0) return Status::success();
   return failure(-6, result, std::string("io open failed: ") + av_error_text(result) + ", " + url);
+}
+
+void WriterOutput::fit_variable_rate(AVRational interval) {
+  const AVFormatContext& context = *thread.output.context();
+  if (av_match_name(context.oformat->name, "avi") == 0) return;
+  const auto parts =
+      static_cast<int>(av_rescale_rnd(kAviSlots, interval.num, interval.den, AV_ROUND_UP));
+  for (unsigned i = 0; i < context.nb_streams; ++i) {
+    AVStream& stream = *context.streams[i];
+    if (stream.codecpar->codec_type != AVMEDIA_TYPE_VIDEO) continue;
+    stream.time_base = av_div_q(interval, {parts, 1});
+  }
 }
 
 int WriterOutput::write(AVRational time_base, const AVPacket& packet, bool interleave) {

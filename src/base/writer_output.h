@@ -18,8 +18,15 @@ class WriterOutput : private zeva::OutputListener {
   WriterOutput(const ZV_AVWriter& owner, const char* name, const char* url, uint32_t max_packets,
                uint32_t interleave_allowance);
 
+  // The container, also before its context is made; null when none is known.
+  AVOutputFormat* format(const zeva::MovieOutput& main) const;
+
   // Makes the context of a further output, with the streams of the main one.
   zeva::Status clone(const zeva::MovieOutput& main, const std::vector<AVRational>& time_bases);
+
+  // Pictures of no fixed rate, about `interval` apart, are to come. AVI numbers its pictures at a
+  // constant rate: it gets one that is fine enough. Before the header.
+  void fit_variable_rate(AVRational interval);
 
   // Rescales a copy of the packet and queues it, unless its time does not grow. 0, or negative when
   // the output has failed.

@@ -114,7 +114,11 @@ bool MovieCapture2::write_video_frame(AVFrame* frame, const AVRational* tb) {
   if (!time) return false;
   frame->pts = *time;
   last_video_pts = *time;
-  return converter().write_video_frame(frame, &kMicroseconds);
+  const int64_t host_duration = frame->pkt_duration;
+  frame->pkt_duration = av_rescale_q(host_duration, *tb, kMicroseconds);
+  const bool written = converter().write_video_frame(frame, &kMicroseconds);
+  frame->pkt_duration = host_duration;
+  return written;
 }
 
 // ---- the time line

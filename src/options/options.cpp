@@ -1,51 +1,92 @@
 #include "options.h"
 
 #include <algorithm>
+#include <cstddef>
 
 namespace zeva {
 namespace {
 
-constexpr int32_t kMaxRate = 1000;  // pictures a second
+constexpr int64_t kMaxRate = 1000;  // pictures a second
 constexpr int32_t kMaxChannels = 8;
+// No version of the record comes near it: the host left the size uninitialised.
+constexpr uint32_t kAbsurdSize = 4096;
 
-std::string text_of(const char* text) { return text != nullptr ? text : ""; }
+std::string number_fault(const char* field, int32_t value, const char* why) {
+  return std::string(field) + " " + std::to_string(value) + " " + why;
+}
 
-// The host's record, with 0 for what it is too short to hold.
-ZevaOptions complete(const ZevaOptions* given) {
-  ZevaOptions options;
-  ZevaOptions_init(&options);
-  if (given == nullptr) return options;
-  const size_t known = std::min<size_t>(given->struct_size, sizeof options);
-  memcpy(&options, given, known);
-  return options;
+// A newer host's record is longer. It can be honoured when it asks for nothing beyond these fields.
+std::string size_fault(const ZevaOptions& given) {
+  const std::string size = "struct_size " + std::to_string(given.struct_size) + " ";
+  if (given.struct_size < sizeof given.struct_size || given.struct_size > kAbsurdSize) {
+    return size + "is not the size of a ZevaOptions; ZevaOptions_init sets it";
+  }
+  const auto* bytes = reinterpret_cast<const unsigned char*>(&given);
+  const uint32_t known = std::min<uint32_t>(given.struct_size, sizeof given);
+  const bool asks_for_more = std::any_of(bytes + known, bytes + given.struct_size,
+                                         [](unsigned char byte) { return byte != 0; });
+  return asks_for_more ? size + "holds settings that this version does not know" : "";
+}
+
+// Reads the fields that lie within the host's record; an older host's is shorter.
+class FieldReader {
+ public:
+  explicit FieldReader(const ZevaOptions& given) : given(given) {}
+
+  template <typename Field>
+  Field get(Field ZevaOptions::*field) const {
+    const auto* begin = reinterpret_cast<const char*>(&given);
+    const auto* end = reinterpret_cast<const char*>(&(given.*field) + 1);
+    return end - begin <= static_cast<ptrdiff_t>(given.struct_size) ? given.*field : Field{};
+  }
+  std::string text(const char* ZevaOptions::*field) const {
+    const char* found = get(field);
+    return found != nullptr ? found : "";
+  }
+
+ private:
+  const ZevaOptions& given;
+};
+
+std::string flag_fault(const char* field, int32_t value) {
+  return value == 0 || value == 1 ? "" : number_fault(field, value, "is neither 0 nor 1");
 }
 
 }  // namespace
 
 Options::Options(const ZevaOptions* given) {
-  const ZevaOptions all = complete(given);
-  rate_num = all.rate_num;
-  rate_den = all.rate_den;
-  variable_rate = all.variable_rate != 0;
-  channels = all.channels;
-  rotation_deg = all.rotation_deg;
-  common_start = all.common_start != 0;
-  video_codec = text_of(all.video_codec);
-  audio_codec = text_of(all.audio_codec);
-  encoder_options = text_of(all.encoder_options);
+  if (given == nullptr) return;
+  record_fault = size_fault(*given);
+  if (!record_fault.empty()) return;
+  const FieldReader record(*given);
+  rate_num = record.get(&ZevaOptions::rate_num);
+  rate_den = record.get(&ZevaOptions::rate_den);
+  variable_rate = record.get(&ZevaOptions::variable_rate) == 1;
+  channels = record.get(&ZevaOptions::channels);
+  rotation_deg = record.get(&ZevaOptions::rotation_deg);
+  common_start = record.get(&ZevaOptions::common_start) == 1;
+  video_codec = record.text(&ZevaOptions::video_codec);
+  audio_codec = record.text(&ZevaOptions::audio_codec);
+  encoder_options = record.text(&ZevaOptions::encoder_options);
+  record_fault = flag_fault("variable_rate", record.get(&ZevaOptions::variable_rate));
+  if (record_fault.empty()) {
+    record_fault = flag_fault("common_start", record.get(&ZevaOptions::common_start));
+  }
 }
 
 std::string Options::fault() const {
-  const bool rate_given = rate_den != 0;
-  const bool rate_valid = rate_num >= 1 && rate_den >= 1 && rate_num / rate_den <= kMaxRate;
-  if (rate_given && !rate_valid) {
-    return "rate " + std::to_string(rate_num) + "/" + std::to_string(rate_den) + " is out of range";
+  if (!record_fault.empty()) return record_fault;
+  const bool rate_valid =
+      rate_num >= 1 && rate_den >= 1 && int64_t{rate_num} <= kMaxRate * rate_den;
+  if (has_rate() && !rate_valid) {
+    return "rate_num/rate_den " + std::to_string(rate_num) + "/" + std::to_string(rate_den) +
+           " is out of range";
   }
   if (channels < 0 || channels > kMaxChannels) {
-    return "channels " + std::to_string(channels) + " is out of range";
+    return number_fault("channels", channels, "is out of range");
   }
   if (rotation_deg % 90 != 0 || rotation_deg < 0 || rotation_deg > 270) {
-    return "rotation_deg " + std::to_string(rotation_deg) + " is not 0, 90, 180 or 270";
+    return number_fault("rotation_deg", rotation_deg, "is not 0, 90, 180 or 270");
   }
   return {};
 }

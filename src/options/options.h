@@ -11,11 +11,13 @@ namespace zeva {
 // The fields of ZevaOptions with their defaults. Read only after construction.
 struct Options {
   Options() = default;
-  // Reads as much as `given` holds; null gives the defaults.
+  // Reads the fields that `given` holds whole; null gives the defaults.
   explicit Options(const ZevaOptions* given);
 
   // A sentence that names the field when a value cannot be; empty for none.
   std::string fault() const;
+
+  bool has_rate() const { return rate_den != 0; }
 
   int32_t rate_num = 0;
   int32_t rate_den = 0;
@@ -26,6 +28,9 @@ struct Options {
   std::string video_codec;
   std::string audio_codec;
   std::string encoder_options;
+
+ private:
+  std::string record_fault;  // found while the host's record was still there
 };
 
 }  // namespace zeva

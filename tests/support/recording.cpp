@@ -101,6 +101,10 @@ Recording::Recording(const MovieInfo& info, bool async) {
   handle = ZEVA_start(info, on_status, this, &effective, async);
 }
 
+Recording::Recording(const MovieInfo& info, const ZevaOptions& options) {
+  handle = ZEVA_start_with(&info, &options, on_status, this, &effective, false);
+}
+
 Recording::~Recording() { stop(); }
 
 bool Recording::open() {

@@ -56,6 +56,7 @@ struct Status {
 class Recording {
  public:
   explicit Recording(const MovieInfo& info, bool async = false);
+  Recording(const MovieInfo& info, const ZevaOptions& options);
   ~Recording();
 
   bool open();
