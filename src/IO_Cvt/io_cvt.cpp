@@ -12,6 +12,9 @@ using zeva::kMicroseconds;
 
 namespace {
 
+// So many frames of silence, and neither converter nor encoder knows of the sound before it.
+constexpr int64_t kFramesToBeSilent = 48;
+
 MovieInfo settings_of(const zeva::MovieMuxer* muxer) {
   if (muxer == nullptr) exit(1);
   return muxer->settings();
@@ -98,12 +101,33 @@ bool IOCvt::write_pcm(const uint8_t* data, int bytes, int64_t pts_us) {
   return ensure_audio() && write_samples(data, bytes, pts_us);
 }
 
-bool IOCvt::write_silence(int64_t duration_us, int64_t pts_us) {
+bool IOCvt::write_silence(int64_t until_us) {
   if (!ensure_audio()) return false;
-  const int64_t bytes =
-      resampler->in_bytes_per_second() * static_cast<int32_t>(duration_us) / 1000000;
-  if (bytes > static_cast<int64_t>(silence.size())) silence.resize(static_cast<size_t>(bytes));
-  return write_samples(silence.data(), bytes, pts_us);
+  const int64_t until = av_rescale_q(until_us, kMicroseconds, resampler->time_base);
+  const int64_t begin = resampler->end();
+  if (until <= begin) {
+    ZEVA_LOG(kLogError, "refused silence up to %lld us: the sound ends at %lld us",
+             static_cast<long long>(until_us),
+             static_cast<long long>(av_rescale_q(begin, resampler->time_base, kMicroseconds)));
+    return false;
+  }
+  ZEVA_LOG(zeva::kLogDebug, "[fill silence] ----> pts=%lf(sec), dur=%lf(sec)",
+           static_cast<double>(begin) * av_q2d(resampler->time_base),
+           static_cast<double>(until - begin) * av_q2d(resampler->time_base));
+  Emitted all;
+  while (all.lost == 0 && resampler->add_silence(until)) {
+    all += emit_sound(resampler->resample(nullptr, nullptr));
+    if (all.taken >= kFramesToBeSilent) all += repeat_silence(until);
+  }
+  return all.succeeded();
+}
+
+// Everything on the way to the encoder is silence here. The last frames are encoded again.
+IOCvt::Emitted IOCvt::repeat_silence(int64_t until) {
+  const int64_t frames = resampler->frames_until(until) - kFramesToBeSilent;
+  if (frames <= 0 || !muxer->is_sound_steady()) return {};
+  resampler->skip(frames);
+  return muxer->repeat_sound(frames) ? Emitted{frames, 0} : Emitted{0, 1};
 }
 
 bool IOCvt::write_samples(const uint8_t* data, int64_t bytes, int64_t pts_us) {
@@ -121,6 +145,14 @@ bool IOCvt::write_samples(const uint8_t* data, int64_t bytes, int64_t pts_us) {
     return false;
   }
   return convert(false, pcm_frame.get(), &kMicroseconds);
+}
+
+void IOCvt::finish() {
+  if (!resampler) return;
+  resampler->flush();
+  emit_sound(resampler->resample(nullptr, nullptr));
+  AVFrame* rest = resampler->last();
+  if (rest != nullptr) emit(false, rest, &resampler->time_base);
 }
 
 bool IOCvt::write_audio_frame(AVFrame* frame, const AVRational* tb) {
@@ -177,12 +209,17 @@ bool IOCvt::convert(bool is_video, AVFrame* frame, const AVRational* tb) {
     AVFrame* out = rescaler ? rescaler->rescale(frame, tb) : nullptr;
     return out != nullptr && emit(true, out, &rescaler->time_base);
   }
-  AVFrame* out = resampler ? resampler->resample(frame, tb) : nullptr;
-  bool all_emitted = out != nullptr;
-  for (; out != nullptr; out = resampler->resample(nullptr, tb)) {
-    all_emitted = emit(false, out, &resampler->time_base) && all_emitted;
+  return resampler && emit_sound(resampler->resample(frame, tb)).succeeded();
+}
+
+// Hands `out` on, and every further full frame.
+IOCvt::Emitted IOCvt::emit_sound(AVFrame* out) {
+  Emitted emitted;
+  for (; out != nullptr; out = resampler->resample(nullptr, nullptr)) {
+    const bool taken = emit(false, out, &resampler->time_base);
+    emitted += {taken ? 1 : 0, taken ? 0 : 1};
   }
-  return all_emitted;
+  return emitted;
 }
 
 bool IOCvt::emit(bool is_video, AVFrame* frame, const AVRational* tb) {

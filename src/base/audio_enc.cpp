@@ -1,6 +1,7 @@
 #include "audio_enc.h"
 
 #include <cstdlib>
+#include <cstring>
 #include <utility>
 
 #include "logger.h"
@@ -32,7 +33,8 @@ FramePtr alloc_sound(int sample_fmt, uint64_t layout, int sample_rate, int nb_sa
 
 AudioEnc::AudioEnc(NewStream stream, BaseWriter* writer, Tell tell)
     : EncBase({"audio", "sound", kZevaStatusSoundRefused}, std::move(stream), writer,
-              std::move(tell)) {}
+              std::move(tell)),
+      last_packet(av_packet_alloc()) {}
 
 Status AudioEnc::open(const MovieInfo& settings) {
   info = settings;
@@ -45,10 +47,44 @@ Status AudioEnc::open(const MovieInfo& settings) {
   return opened;
 }
 
-int AudioEnc::encode(AVFrame* sound) { return encode_prepared(sound); }
+int AudioEnc::encode(AVFrame* sound) {
+  if (sound == nullptr) return encode_prepared(nullptr);
+  const int64_t pts = sound->pts;
+  sound->pts -= codec_behind;
+  const int result = encode_prepared(sound);
+  sound->pts = pts;
+  return result;
+}
 
 void AudioEnc::edit(AVPacket* packet) {
-  if (FilterBase* hook = filter) hook->filter(packet);
+  const bool same = packet->size == last_packet->size &&
+                    memcmp(packet->data, last_packet->data, static_cast<size_t>(packet->size)) == 0;
+  same_packets = same ? same_packets + 1 : 0;
+  packet->pts += codec_behind;
+  packet->dts += codec_behind;
+  av_packet_unref(last_packet.get());
+  if (av_packet_ref(last_packet.get(), packet) < 0) same_packets = 0;
+  filter_packet(packet);
+}
+
+void AudioEnc::filter_packet(AVPacket* packet) {
+  FilterBase* hook = filter;
+  if (hook == nullptr) return;
+  // The bytes are shared with the copy above.
+  if (av_packet_make_writable(packet) >= 0) hook->filter(packet);
+}
+
+bool AudioEnc::repeat(int64_t count) {
+  for (int64_t n = 0; n < count; ++n) {
+    last_packet->pts += last_packet->duration;
+    last_packet->dts += last_packet->duration;
+    codec_behind += last_packet->duration;
+    const PacketPtr copy(av_packet_clone(last_packet.get()));
+    if (!copy) return false;
+    filter_packet(copy.get());
+    if (!write(*copy)) return false;
+  }
+  return true;
 }
 
 AVFrame* AudioEnc::generate_test_frame(AVRational tb) {

@@ -21,6 +21,13 @@ class AudioEnc : public EncBase {
   // A null frame flushes. The number of packets handed on, or an EncodeResult.
   int encode(AVFrame* sound);
 
+  // A long silence soon comes out as the same packet again and again. While that is so, it can be
+  // made of copies, a hundred times as fast as by encoding it.
+  bool is_steady() const { return same_packets >= kSteadyPackets; }
+  // Hands on `count` copies of the last packet, as if as many frames had been encoded. False when
+  // the writer refused one.
+  bool repeat(int64_t count);
+
   // The next piece of the rising tone, stamped in `tb`. Null when the host's sample format cannot
   // hold the tone's interleaved 16-bit samples.
   AVFrame* generate_test_frame(AVRational tb);
@@ -28,8 +35,15 @@ class AudioEnc : public EncBase {
   std::atomic<FilterBase*> filter{nullptr};  // the host's; set by any thread
 
  private:
-  void edit(AVPacket* packet) override;
+  static constexpr int kSteadyPackets = 32;
 
+  void edit(AVPacket* packet) override;
+  void filter_packet(AVPacket* packet);
+
+  PacketPtr last_packet;  // as it came out of the codec
+  int same_packets = 0;   // in succession
+  int64_t codec_behind =
+      0;  // by how much the codec's times are behind, since it did not see copies
   RisingTone tone;
   int64_t tone_period_sec = 10;
 };

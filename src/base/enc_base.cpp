@@ -57,14 +57,14 @@ EncBase::Drained EncBase::drain() {
       return drained;
     }
     edit(pkt.get());
-    if (!write()) drained.lost = true;
+    if (!write(*pkt)) drained.lost = true;
     av_packet_unref(pkt.get());
   }
 }
 
-bool EncBase::write() {
-  pkt->stream_index = stream->index;
-  const int result = writer->write_packet(timing.units, pkt.get(), true);
+bool EncBase::write(AVPacket& packet) {
+  packet.stream_index = stream->index;
+  const int result = writer->write_packet(timing.units, &packet, true);
   if (result < 0 && !writer_refuses) {
     ZEVA_LOG(kLogError, "[write-packet] error while writing %s frame: ret=%d, %s", kind.stream,
              result, av_error_text(result));

@@ -63,6 +63,8 @@ class EncBase {
   // or an EncodeResult.
   int encode_prepared(const AVFrame* prepared);
   virtual void edit(AVPacket* packet) = 0;
+  // False when the writer refused the packet.
+  bool write(AVPacket& packet);
   void report_refusal(int error, bool flushing);
 
   MovieInfo info{};
@@ -79,7 +81,6 @@ class EncBase {
     int error = 0;      // the codec's
   };
   Drained drain();
-  bool write();
 
   const Kind kind;
   AVStream* const stream;

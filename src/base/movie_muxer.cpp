@@ -258,6 +258,16 @@ bool MovieMuxer::write_audio(AVFrame* frame, AVRational tb) {
   return enc->encode(frame) >= 0 && grows;
 }
 
+bool MovieMuxer::is_sound_steady() {
+  const AudioEnc* enc = audio_encoder();
+  return enc != nullptr && enc->is_steady();
+}
+
+bool MovieMuxer::repeat_sound(int64_t frames) {
+  AudioEnc* enc = audio_encoder();
+  return enc != nullptr && enc->repeat(frames);
+}
+
 MovieInfo MovieMuxer::settings() const {
   const std::lock_guard<std::mutex> lock(settings_mutex);
   return effective;

@@ -38,6 +38,11 @@ class MovieMuxer {
   bool write_video(AVFrame* frame, AVRational tb);
   bool write_audio(AVFrame* frame, AVRational tb);
 
+  // True when the sound comes out as the same packet again and again; then `frames` frames more of
+  // it can be made without encoding them. Called by the thread that writes sound.
+  bool is_sound_steady();
+  bool repeat_sound(int64_t frames);
+
   // Flushes, stops the writer, closes everything. Makes an opening under way give up and waits for
   // it. Safe to call again.
   bool stop();

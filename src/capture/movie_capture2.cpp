@@ -45,6 +45,7 @@ void MovieCapture2::start(const MovieInfo* info, const zeva::Options& options,
 
 void MovieCapture2::stop() {
   start_ok = false;
+  if (running() && iocvt) iocvt->finish();
   MovieMuxer::stop();
   start_ok = false;  // an opening that stop waited for may have confirmed the start meanwhile
 }
@@ -85,12 +86,9 @@ bool MovieCapture2::write_pcm(const uint8_t* data, int bytes, int64_t pts_us) {
   const std::optional<int64_t> time = accept(pts_us);
   if (!time) return false;
   ZEVA_LOG(kLogDebug, "nb=%d, pts=%lld", bytes, static_cast<long long>(pts_us));
-  const int64_t previous = last_audio_pts.exchange(*time);
-  if (data != nullptr) return converter().write_pcm(data, bytes, *time);
-  const int64_t duration = *time - previous;
-  ZEVA_LOG(kLogDebug, "[fill silence] ----> pts=%lf(sec), dur=%lf(sec)",
-           static_cast<double>(previous) / 1000000.0, static_cast<double>(duration) / 1000000.0);
-  return converter().write_silence(duration, previous);
+  last_audio_pts = *time;
+  return data != nullptr ? converter().write_pcm(data, bytes, *time)
+                         : converter().write_silence(*time);
 }
 
 bool MovieCapture2::write_bgra(const uint8_t* data, int size, int64_t pts_us, int stride) {
