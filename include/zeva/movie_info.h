@@ -71,7 +71,7 @@ struct MovieInfo {
   int32_t audio_bitrate;    // kbit/s
   int32_t src_sample_rate;  // Hz, of the PCM the host delivers
   int32_t sample_rate;      // Hz, encoded; replaced by what the encoder supports
-  int32_t channels;         // 1..8, of the PCM the host delivers
+  int32_t channels;         // 1..8, of the PCM the host delivers; the movie's are ZevaOptions'
   int32_t sample_fmt;       // AVSampleFormat of the host's PCM
 
   bool disable_video;
@@ -81,7 +81,8 @@ struct MovieInfo {
   int32_t height;
   int32_t src_width;  // of the host's pictures, pixels
   int32_t src_height;
-  int32_t fps;              // frames/s; replaced by the nearest rate that the encoder supports
+  int32_t fps;              // frames/s; replaced by the nearest rate that the encoder supports, or
+                            // by the nearest whole one to ZevaOptions'
   int32_t gop_size;         // frames from key frame to key frame
   int32_t src_pix_fmt;      // AVPixelFormat of the host's pictures
   int32_t pix_fmt;          // AVPixelFormat to encode; replaced by what the encoder supports

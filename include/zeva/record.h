@@ -11,7 +11,11 @@
 //
 // Time stamps are microseconds of ZEVA_current_sys_usec (any other steady microsecond clock does,
 // as long as the recording is never paused). The first one offered, accepted or not, becomes movie
-// time 0. A video frame whose time, in units of 1/fps, does not grow is dropped.
+// time 0. A video frame whose time, in units of 1/fps (or of the options' rate, or of 1/90000 s at a
+// variable rate), does not grow is dropped. Sound is counted by its samples, from the first sound's
+// own stamp on. A stamp that is half a second or more off the count moves it at once; one side of
+// it by more than 20 ms for a whole second, by what was the least of that second, is made up with
+// silence or by leaving samples out: a lost buffer, or a sound card with a clock of its own.
 //
 // Threads: of one handle, pictures are written by one thread at a time and sound by one, which may
 // be another; neither waits for the other's encoding. The testing frames of a stream belong to the
@@ -123,15 +127,20 @@ ZEVA_API int64_t ZEVA_current_sys_usec();
 ZEVA_API bool ZEVA_write_video_bgra(void* h, void* data, int size, int64_t pts_us, int stride);
 
 // `bytes` of PCM in sample_fmt, src_sample_rate, channels; `pts_us` is the time of its first
-// sample. Null `data` asks for silence from the previous audio time stamp up to `pts_us`; one that
-// lies before it is refused. True when encoder frames came out and all of them will be in the
-// movie; false when one will not, as for pictures, and also when the samples were only buffered.
-// The data is copied before the call returns. May block as above.
+// sample. Null `data` asks for silence from where the sound so far ends (movie time 0 before any)
+// up to `pts_us`, to the sample; refused when that is not later. Its length may be a day: it is
+// made in blocks, at many hundred times its speed with AAC, a hundred with MP3. True when encoder
+// frames came out and all of them will be in the movie; false when one will not, as for pictures,
+// and also when the samples were only buffered: what is left of a frame at the end is encoded by
+// ZEVA_stop. The data is copied before the call returns. May block as above.
 ZEVA_API bool ZEVA_write_audio_pcm(void* h, void* data, int bytes, int64_t pts_us);
 
-// Ready frames with `pts` in `tb`; results as above. The frame's pts is overwritten, and nothing
-// else: the frame stays the host's, who may write into it again when the call returns. Its picture
-// type, as decoders leave it there, is not looked at.
+// Ready frames with `pts` in `tb`; results as above. They are as the settings describe the host's
+// pictures and sound, or as the encoder's destination frames (below); sound may change between the
+// two and have any number of samples. Others are refused. The frame's pts is overwritten, and
+// nothing else: the frame stays the host's, who may write into it again when the call returns. Its
+// picture type, as decoders leave it there, is not looked at. At a variable rate `pkt_duration`, in
+// `tb` too, says how long a picture lasts that turns out to be the last one; 0 for unknown.
 ZEVA_API bool ZEVA_write_video_frame(void* h, AVFrame* frame, const AVRational& tb);
 ZEVA_API bool ZEVA_write_audio_frame(void* h, AVFrame* frame, const AVRational& tb);
 
