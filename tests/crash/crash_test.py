@@ -209,8 +209,9 @@ def judge(zeva, movie_file, torn=False):
         expected = [(rescale(pts, ratio), rescale(dts, ratio), size,
                      hashlib.md5(data[start:start + size]).hexdigest(), key != 0)
                     for n, start, size, pts, dts, key, _ in whole if n == number]
-        if expected[-1][0] < 0:  # nothing but priming: an MP4 cannot tell when, only in what order
-            early = found[track][0][0] - expected[0][0]
+        early = found[track][0][0] - expected[0][0] if found[track] else 0
+        # An MP4 tells a late beginning in milliseconds, and of nothing but priming only its order.
+        if expected[-1][0] < 0 or (expected[0][0] > 0 and abs(early * bases[track]) < 0.001):
             expected = [(pts + early, dts + early, *rest) for pts, dts, *rest in expected]
         if found[track] != expected:
             different = sum(a != b for a, b in zip(found[track], expected))
