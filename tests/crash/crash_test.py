@@ -84,13 +84,14 @@ def read_index(path):
                 streams[stream["index"]] = stream
             elif line and not line.startswith("#"):
                 for record in line.split(";")[:-1]:
-                    number, start, size, pts, dts, _, key = (int(f or 0) for f in record.split(","))
+                    fields = record.split(",")
+                    number, start, size, pts, dts, _, key = (int(field or 0) for field in fields)
                     behind_hole = bool(packets) and start > position
                     position = start or position
                     kind = streams[number]["type"]
                     before = last.get(kind, (0, 0))
                     pts += before[0]
-                    dts = dts + before[1] if dts else pts
+                    dts = dts + before[1] if fields[4] else pts
                     last[kind] = (pts, dts)
                     packets.append((number, position, size, pts, dts, key, behind_hole))
                     position += size
@@ -153,22 +154,14 @@ def rescale(time_stamp, ratio):
     return int(abs(exact) + fractions.Fraction(1, 2)) * (1 if exact >= 0 else -1)
 
 
-def recoverable(streams, packets, data):
-    """Without packets that touch a block of zeros, and without the pictures that build on what is
-    missing."""
-    def is_lost(start, size):
-        return any(not any(data[block:block + 512])
-                   for block in range(start - start % 512, start + size, 512))
-
+def recoverable(streams, packets):
+    """Without the pictures that build on those behind which records are missing."""
     pictures = {number for number, stream in streams.items() if stream["type"] == "video"}
     left, await_key = [], set()
     for packet in packets:
-        number, start, size, _, _, key, behind_hole = packet
+        number, key, behind_hole = packet[0], packet[5], packet[6]
         if behind_hole:
             await_key |= pictures
-        if is_lost(start, size):
-            await_key |= pictures & {number}
-            continue
         if key:
             await_key.discard(number)
         if number not in await_key:
@@ -176,19 +169,15 @@ def recoverable(streams, packets, data):
     return left
 
 
-def judge(zeva, movie_file, torn=False):
-    """Repairs; returns the packets that came back and the seconds they last. Only of `torn` files may
-    the index tell more than the movie has, and the movie have blocks that were never written."""
+def judge(zeva, movie_file):
+    """Repairs; returns the packets that came back and the seconds they last."""
     streams, packets = read_index(movie_file + ".index")
     with open(movie_file, "rb") as file:
         data = file.read()
-    whole = [p for p in packets if p[1] + p[2] <= len(data)]
-    if whole != packets and not torn:
-        raise Broken(f"{len(packets) - len(whole)} records tell of bytes that are not in the movie")
-    there = whole
-    whole = recoverable(streams, there, data)
-    if whole != there and not torn and not any(p[6] for p in packets):
-        raise Broken("zeros in the movie that nobody could have left there")
+    beyond = [p for p in packets if p[1] + p[2] > len(data)]
+    if beyond:
+        raise Broken(f"{len(beyond)} records tell of bytes that are not in the movie")
+    whole = recoverable(streams, packets)
     repaired = movie_file + ".repaired.mp4"
     done = run(*zeva, "repair", movie_file, movie_file + ".index", "-o", repaired, "--json")
     if done.returncode != (3 if whole else 1) and not (whole and done.returncode == 0):

@@ -1,9 +1,8 @@
 // Cuts the power at every point of short recordings, and judges what the repair makes of the disk.
 //
-//   power_cut_states [--states N] [--seed N] [--setups NAME] [--every-prefix] [--keep FOLDER]
-//                    [--seconds S] [--journal]
-//   power_cut_states --log FOLDER/NAME.log --state NUMBER      one state of a log that was kept
-//   power_cut_states --log FOLDER/NAME.log --print             what the program did
+//   power_cut_states [--states N] [--seed N] [--setups NAME] [--every-prefix] [--seconds S]
+//                    [--journal]
+//   power_cut_states --log FOLDER/NAME.log [--state NUMBER]    states of a log that was kept
 //
 // Each recording is made once, by this program in a process of its own whose every write and sync
 // is logged. The states of the disk are then made from the log, as many as are asked for, in
@@ -12,8 +11,8 @@
 //   - after a power failure: every packet whose record and bytes a completed sync covers, unless
 //     the movie is whole as it stands;
 //   - once the stop has returned: the movie is whole as it stands.
-// The logs are kept in FOLDER, by default work/power_cut_states, until the next run. Ends with 77
-// where processes may not be traced.
+// The logs are kept in work/power_cut_states until the next run. Ends with 77 where processes may
+// not be traced.
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -22,7 +21,6 @@
 #include <cstdio>
 #include <cstring>
 #include <fstream>
-#include <map>
 #include <memory>
 #include <mutex>
 #include <thread>
@@ -37,14 +35,14 @@ using namespace zeva_test;  // NOLINT: as in the tests
 namespace fs = std::filesystem;
 
 constexpr int kSkipped = 77;
+constexpr size_t kMostFaults = 50;  // printed
 
 struct Options {
   size_t states = 560;
   uint64_t seed = 1;
   std::string setups, state, seconds = "4";
-  fs::path keep, log;
+  fs::path log;
   bool every_prefix = false;
-  bool print = false;
   bool journal = false;
 };
 
@@ -83,8 +81,6 @@ DiskState make_state(const TracedMovie& recording, const std::string& number, ui
   return recording.states.random(recording.name + '/' + std::to_string(seed) + '/' + number);
 }
 
-// ---- all states
-
 struct Totals {
   size_t states = 0, crashes = 0, in_stop = 0, stopped = 0, repaired = 0;
   size_t promised = 0, back = 0, faults = 0;
@@ -110,6 +106,7 @@ class Run {
     while (numbers.size() < options.states) {
       numbers.push_back("random:" + std::to_string(numbers.size()));
     }
+    if (!options.state.empty()) numbers = {options.state};
     Totals totals;
     std::atomic<size_t> next{0};
     std::vector<std::thread> threads;
@@ -123,18 +120,6 @@ class Run {
     }
     for (std::thread& thread : threads) thread.join();
     return totals;
-  }
-
-  // Of each kind how it came about, and the state with the earliest cut.
-  void report_faults() const {
-    for (const auto& [kind, fault] : faults) {
-      fprintf(g_report, "%s: %zu states\n", kind.c_str(), fault.count);
-      for (const auto& [how, count] : fault.ways)
-        fprintf(g_report, "%8zu  %s\n", count, how.c_str());
-      for (const auto& [recording, state] : fault.earliest) {
-        fprintf(g_report, "          %s\n", state.second.c_str());
-      }
-    }
   }
 
  private:
@@ -154,33 +139,16 @@ class Run {
     mine.back = verdict.back;
     mine.faults = verdict.kind.empty() ? 0 : 1;
     totals.add(mine);
-    if (!verdict.kind.empty()) note_locked(recording, number, state, verdict, crash);
+    if (mine.faults == 0 || ++printed > kMostFaults) return;
+    fprintf(g_report, "%s %s, cut at %zu of %zu%s, movie %s, index %s: %s: %s\n",
+            recording.name.c_str(), number.c_str(), state.cut, recording.log.operations.size(),
+            mine.in_stop != 0 ? " in the stop" : "", loss_name(state.movie_loss),
+            loss_name(state.index_loss), verdict.kind.c_str(), verdict.detail.c_str());
   }
-
-  void note_locked(const TracedMovie& recording, const std::string& number, const DiskState& state,
-                   const Verdict& verdict, bool crash) {
-    Fault& fault = faults[verdict.kind];
-    ++fault.count;
-    ++fault.ways[crash ? "crash of the program"
-                       : std::string("movie ") + loss_name(state.movie_loss) + ", index " +
-                             loss_name(state.index_loss)];
-    auto& earliest = fault.earliest[recording.name];
-    if (!earliest.second.empty() && earliest.first <= state.cut) return;
-    earliest = {state.cut, recording.name + " " + number + ", cut at " + std::to_string(state.cut) +
-                               " of " + std::to_string(recording.log.operations.size()) +
-                               (state.cut > recording.stop ? ", in the stop: " : ": ") +
-                               verdict.detail};
-  }
-
-  struct Fault {
-    size_t count = 0;
-    std::map<std::string, size_t> ways;
-    std::map<std::string, std::pair<size_t, std::string>> earliest;  // by recording
-  };
 
   const Options& options;
   std::mutex mutex;
-  std::map<std::string, Fault> faults;  // by kind; guarded by mutex
+  size_t printed = 0;  // guarded by mutex
 };
 
 void print_row(const std::string& name, const Totals& t) {
@@ -205,7 +173,6 @@ int judge_all(const std::vector<std::unique_ptr<TracedMovie>>& recordings, const
     rows.emplace_back(recording->name, run.of(*recording));
     all.add(rows.back().second);
   }
-  run.report_faults();
   fprintf(
       g_report,
       "| recording          | states |  crash |   stop |  after | repair |  promised |      back "
@@ -215,15 +182,12 @@ int judge_all(const std::vector<std::unique_ptr<TracedMovie>>& recordings, const
   return failed || all.faults > 0 || all.promised == 0 ? 1 : 0;
 }
 
-// ---- from the command line
-
 std::vector<std::unique_ptr<TracedMovie>> record_all(const Options& options) {
   std::vector<TracedSetup> chosen;
   for (const TracedSetup& setup : traced_setups()) {
     if (std::string(setup.name).find(options.setups) != std::string::npos) chosen.push_back(setup);
   }
-  const fs::path work =
-      options.keep.empty() ? fs::current_path() / "work" / "power_cut_states" : options.keep;
+  const fs::path work = fs::current_path() / "work" / "power_cut_states";
   std::vector<std::unique_ptr<TracedMovie>> recordings(chosen.size());
   std::atomic<bool> refused{false};
   std::vector<std::thread> threads;  // each traces a program of its own
@@ -244,36 +208,11 @@ std::vector<std::unique_ptr<TracedMovie>> record_all(const Options& options) {
   return recordings;
 }
 
-int print_log(const WriteLog& log) {
-  static constexpr const char* kKinds[] = {"write", "resize",       "sync {",       "} sync",
-                                           "name",  "sync names {", "} sync names", "mark"};
-  for (size_t place = 0; place < log.operations.size(); ++place) {
-    const Operation& o = log.operations[place];
-    const bool writes = o.kind == Operation::kWrite;
-    const std::string text = writes ? std::to_string(o.text.size()) + " bytes" : o.text;
-    fprintf(g_report, "%4zu  %-12s  file %2d  %9lld  %s\n", place, kKinds[o.kind], o.file,
-            static_cast<long long>(o.value), text.c_str());
-  }
-  return 0;
-}
-
 int judge_log(const Options& options) {
-  WriteLog log = WriteLog::load(options.log);
-  if (options.print) return print_log(log);
   std::vector<std::unique_ptr<TracedMovie>> one;
-  one.push_back(std::make_unique<TracedMovie>(options.log.stem(), std::move(log), options.journal));
-  if (options.state.empty()) return judge_all(one, options);
-  bool crash = false;
-  const DiskState state = make_state(*one[0], options.state, options.seed, &crash);
-  const MemoryFolder unkept;
-  const fs::path folder = options.keep.empty() ? unkept.path : options.keep;
-  fs::create_directories(folder);
-  const Verdict verdict = one[0]->judge(state, crash, folder);
-  fprintf(g_report, "cut at %zu of %zu, movie %s, index %s, promised %zu, back %zu: %s %s\n",
-          state.cut, one[0]->log.operations.size(), loss_name(state.movie_loss),
-          loss_name(state.index_loss), verdict.promised, verdict.back, verdict.kind.c_str(),
-          verdict.detail.c_str());
-  return verdict.kind.empty() ? 0 : 1;
+  one.push_back(std::make_unique<TracedMovie>(options.log.stem(), WriteLog::load(options.log),
+                                              options.journal));
+  return judge_all(one, options);
 }
 
 bool parse(int count, char** words, Options& options) {
@@ -281,10 +220,6 @@ bool parse(int count, char** words, Options& options) {
     const std::string word = words[i];
     if (word == "--every-prefix") {
       options.every_prefix = true;
-      continue;
-    }
-    if (word == "--print") {
-      options.print = true;
       continue;
     }
     if (word == "--journal") {
@@ -296,7 +231,6 @@ bool parse(int count, char** words, Options& options) {
     if (word == "--seconds") options.seconds = words[i];
     if (word == "--seed") options.seed = std::strtoull(words[i], nullptr, 10);
     if (word == "--setups") options.setups = words[i];
-    if (word == "--keep") options.keep = words[i];
     if (word == "--log") options.log = words[i];
     if (word == "--state") options.state = words[i];
   }
