@@ -4,7 +4,7 @@ import subprocess
 import time
 from types import SimpleNamespace
 
-from flash_movie import VARIANTS, Seen, compare, make
+from flash_movie import Seen, compare, make
 from servers import Recording, RtmpServer, RtspServer, wait_until
 from support import EMULATOR, RUN_TIMEOUT_S, Movie, ToolTest, ffmpeg, make_camera_movie, native_only, run
 
@@ -91,17 +91,18 @@ class ServersTest(StreamingTest):
     def test_flashes_arrive_at_their_clicks(self):
         streams = []
         for name in ("gaps", "sound 2 s late, B-frames"):
-            make(name + ".mp4", VARIANTS[name])
+            os.mkdir(name)
+            source = make(name, name)
             for command in COMMANDS:
                 server = self.server(RtmpServer, command + name.split(maxsplit=1)[0])
-                streams.append((name, server, self.run_zeva(
-                    command, "--input", name + ".mp4", "-o", server.url)))
-        for name, server, recording in streams:
+                streams.append((source, server, self.run_zeva(command, "--input", source, "-o",
+                                                              server.url)))
+        for source, server, recording in streams:
             status, text = recording.end()
             with self.subTest(recording.process.args[1:]):
                 self.assertEqual(status, 0, text)
                 seen = Seen(server.finished().path)
-                self.assertEqual(compare(Seen(name + ".mp4"), seen).complaint(), "")
+                self.assertEqual(compare(Seen(source), seen).complaint(), "")
 
     def test_server_dies_in_mid_stream(self):
         make_camera_movie("in.mp4", *NOISE, "-t", "5")

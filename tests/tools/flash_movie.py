@@ -39,6 +39,7 @@ class Variant:
     picture_gap: tuple = (0, 0)
     sound_gap: tuple = (0, 0)
     options: tuple = ("-bf", "0")
+    kind: str = "mp4"
 
 
 UNEVEN = [(60, 3), (1, 3), (15, 2), (NTSC, 2), (fractions.Fraction(25, 2), 2), (7, 1), (30, 2)]
@@ -59,6 +60,10 @@ VARIANTS = {
     "sound 4 s late": Variant(sound=(4, 1e9)),
     "sound ends first": Variant(UNEVEN, sound=(0, -5)),
     "pictures end first": Variant(pictures=(0, -5)),
+    "29.97 in whole milliseconds": Variant([(NTSC, 1001)], kind="mkv"),
+    "from MPEG-TS, B-frames": Variant(UNEVEN, sound=(0.5, 1e9), options=REORDERED, kind="ts"),
+    "decoded before 0, B-frames": Variant(UNEVEN, options=(*REORDERED, "-movflags", "negative_cts_offsets")),
+    "pictures from 2 s, MPEG-TS": Variant(pictures=(2, 1e9), kind="ts"),
 }
 
 
@@ -143,8 +148,10 @@ def write_raw_movie(file, pictures, sound):
                            + element("A3", bytes([0x80 + track, 0, 0, 0x80]) + data)))
 
 
-def make(path, variant, seconds=16):
-    """H.264 and AAC. Everything about the encoding is usual but the times."""
+def make(folder, name, seconds=16):
+    """H.264 and AAC; returns the file. Everything about the encoding is usual but the times."""
+    variant = VARIANTS[name]
+    path = os.path.join(folder, "source." + variant.kind)
     times = picture_times(variant, seconds)
     white = flashes_among(times)
     clicks = [t for t in white if all(
@@ -152,14 +159,16 @@ def make(path, variant, seconds=16):
         for d in (-0.05, 0.05))]
     command = ["ffmpeg", "-v", "error", "-nostdin", "-y", "-i", "pipe:0", "-vsync", "passthrough",
                "-enc_time_base:v", "1:90000", "-c:v", "libx264", "-preset", "veryfast", "-g", "50",
-               *variant.options, "-c:a", "aac", "-b:a", "128k", "-video_track_timescale", "90000",
-               path]
+               *variant.options, "-c:a", "aac", "-b:a", "128k", path]
+    if variant.kind == "mp4":
+        command[-1:-1] = ["-video_track_timescale", "90000"]
     with subprocess.Popen(command, stdin=subprocess.PIPE) as encoder:
         write_raw_movie(encoder.stdin, [(t, t in white) for t in times],
                         sound_blocks(variant, seconds, clicks))
         encoder.stdin.close()
     if encoder.returncode != 0:
         raise AssertionError(f"{command}: {encoder.returncode}")
+    return path
 
 
 def frames_of(path, kind, chain, *output):
@@ -292,8 +301,7 @@ def record(command, movie, folder, *options):
 
 
 def judge_variant(name, zeva, options, folder):
-    movie = os.path.join(folder, "source.mp4")
-    make(movie, VARIANTS[name], options.seconds)
+    movie = make(folder, name, options.seconds)
     source = Seen(movie)
     apart = max((abs(flash - click) for flash, click in pair(source.flashes, source.clicks)), default=0)
     print_row(name, f"nothing; {1000 * apart:.2f} ms apart", compare(source, source).row())

@@ -10,8 +10,7 @@ def faults_of(name):
     """Of one movie through both ways of recording, into three containers."""
     folder = os.path.abspath(name)
     os.mkdir(folder)
-    movie = os.path.join(folder, "source.mp4")
-    make(movie, VARIANTS[name])
+    movie = make(folder, name)
     source = Seen(movie)
     faults = [f"the judge: {told}"] if (told := compare(source, source).complaint(1)) else []
     for command in ("record", "mux"):
