@@ -1,5 +1,5 @@
 // A host that records at real speed until it is killed, and whose streams may be silent:
-//   silent_host frames|packets|pcm MOVIE PICTURES_A_SECOND FROM TO SOUND_FROM TO
+//   silent_host frames|packets|reordered|pcm MOVIE PICTURES_A_SECOND FROM TO SOUND_FROM TO
 // FROM and TO are seconds. MOVIE.fed gets one line for each picture and each sound, as soon as the
 // library has it: "v SECOND TAKEN" or "a SECOND TAKEN", with 0 for what was refused.
 #include <chrono>
@@ -63,7 +63,24 @@ void use_frames(const std::string& path, Stream& pictures, Stream& sound) {
   };
 }
 
-void use_packets(const std::string& path, bool from_pcm, Stream& pictures, Stream& sound) {
+// B-frames: written when they are decoded, and shown up to two pictures later.
+void use_reordered(void* recording, Stream& pictures) {
+  const auto packets = std::make_shared<std::vector<TimedPacket>>(reordered_h264_packets(300, 2));
+  const double interval_us = 1e6 * pictures.interval;
+  pictures.write = [=](int n, int64_t /*time_us*/) {
+    const TimedPacket& packet = packets->at(static_cast<size_t>(n));
+    const auto us = [=](int64_t time) {
+      return kStartUs + static_cast<int64_t>(interval_us * static_cast<double>(time));
+    };
+    return ZEVA2_write_video_packet2(recording, packet.bytes.data(),
+                                     static_cast<int32_t>(packet.bytes.size()), us(packet.pts),
+                                     us(packet.dts));
+  };
+}
+
+void use_packets(const std::string& path, const std::string& interface, Stream& pictures,
+                 Stream& sound) {
+  const bool from_pcm = interface == "pcm";
   MovieInfo2 info{};
   set_text(info.url, path);
   set_text(info.moov, path + ".index");
@@ -82,6 +99,7 @@ void use_packets(const std::string& path, bool from_pcm, Stream& pictures, Strea
     };
   };
   pictures.write = write_from(120, h264_packets, ZEVA2_write_video_packet);  // whole groups
+  if (interface == "reordered") use_reordered(recording, pictures);
   sound.interval = (from_pcm ? kPcmSamples : 1024.0) / kSampleRate;
   sound.write = write_from(500, aac_packets, ZEVA2_write_audio_packet);
   if (!from_pcm) return;
@@ -112,7 +130,7 @@ int main(int count, char** arguments) {
   if (interface == "frames") {
     use_frames(path, pictures, sound);
   } else {
-    use_packets(path, interface == "pcm", pictures, sound);
+    use_packets(path, interface, pictures, sound);
   }
   FILE* fed = fopen((path + ".fed").c_str(), "w");
   if (fed == nullptr) return 1;

@@ -78,6 +78,16 @@ void record_frames(const TracedSetup& setup, const std::string& path, double sec
   mark("stopped");
 }
 
+void write_picture(void* recording, TimedPacket packet, bool reordered, int64_t time, int rate) {
+  const int bytes = static_cast<int>(packet.bytes.size());
+  if (reordered) {
+    const int64_t shown = time + (packet.pts - packet.dts) * 1000000 / rate;
+    ZEVA2_write_video_packet2(recording, packet.bytes.data(), bytes, shown, time);
+  } else {
+    ZEVA2_write_video_packet(recording, packet.bytes.data(), bytes, time);
+  }
+}
+
 void record_packets(const TracedSetup& setup, const std::string& path, double seconds) {
   MovieInfo2 info{};
   set_text(info.url, setup.behind ? path + ".flv" : path);
@@ -87,7 +97,8 @@ void record_packets(const TracedSetup& setup, const std::string& path, double se
   info.acodec = setup.sound ? kPacketAudioAac : kPacketAudioNone;
   const int rate = setup.bitrate_kbit > 5000 ? 250 : kFps;  // pictures of some kilobytes a second
   const auto count = static_cast<size_t>(seconds * rate);
-  std::vector<std::string> pictures = h264_packets(static_cast<int>(count));
+  const std::vector<TimedPacket> pictures =
+      reordered_h264_packets(static_cast<int>(count), setup.reordered ? 2 : 0);
   std::vector<std::string> sounds = aac_packets(static_cast<int>(seconds * 48000 / 1024));
   void* recording = ZEVA2_start(info, on_status, nullptr);
   const Pace pace;
@@ -97,10 +108,8 @@ void record_packets(const TracedSetup& setup, const std::string& path, double se
     if (setup.pause && i == count / 2) ZEVA2_pause(recording);
     if (setup.pause && i == count / 2 + 10) ZEVA2_resume(recording);
     const bool left_out = setup.pause && i >= count / 2 && i < count / 2 + 10;
-    if (setup.pictures && !left_out) {
-      const int bytes = static_cast<int>(pictures[i].size());
-      ZEVA2_write_video_packet(recording, pictures[i].data(), bytes, time);
-    }
+    if (setup.pictures && !left_out)
+      write_picture(recording, pictures[i], setup.reordered, time, rate);
     for (; s < sounds.size(); ++s) {
       const int64_t sound_time = kStartUs + static_cast<int64_t>(s) * 1024 * 1000000 / 48000;
       if (sound_time > time) break;
@@ -147,6 +156,8 @@ std::vector<TracedSetup> make_setups() {
   add("packets").packets = true;
   add("packets-pictures").packets = true;
   all.back().sound = false;
+  add("packets-reordered").packets = true;
+  all.back().reordered = true;
   add("packets-sound").packets = true;
   all.back().pictures = false;
   add("packets-rich").packets = true;

@@ -19,6 +19,7 @@ struct TracedSetup {
   int bitrate_kbit = 600;
   int gop = 25;
   bool pause = false;
+  bool reordered = false;   // B-frames
   bool behind = false;      // another output comes first
   bool over_older = false;  // files of an older recording lie there under the same names
 };

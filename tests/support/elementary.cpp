@@ -33,10 +33,8 @@ std::vector<TimedPacket> encode_noise(AVCodecContext* context, int count) {
     }
     avcodec_send_frame(context, frame.get());
     while (avcodec_receive_packet(context, packet.get()) == 0) {
-      packets.push_back(
-          {{reinterpret_cast<const char*>(packet->data), static_cast<size_t>(packet->size)},
-           packet->pts,
-           packet->dts});
+      const auto* bytes = reinterpret_cast<const char*>(packet->data);
+      packets.push_back({{bytes, static_cast<size_t>(packet->size)}, packet->pts, packet->dts});
       av_packet_unref(packet.get());
     }
   }
@@ -44,10 +42,10 @@ std::vector<TimedPacket> encode_noise(AVCodecContext* context, int count) {
   return packets;
 }
 
-std::vector<std::string> bytes_of(std::vector<TimedPacket> packets) {
-  std::vector<std::string> bytes;
-  for (TimedPacket& packet : packets) bytes.push_back(std::move(packet.bytes));
-  return bytes;
+std::vector<std::string> without_times(const std::vector<TimedPacket>& timed) {
+  std::vector<std::string> packets;
+  for (const TimedPacket& packet : timed) packets.push_back(packet.bytes);
+  return packets;
 }
 
 }  // namespace
@@ -62,22 +60,22 @@ std::string adts_header(int packet_bytes) {
   return header;
 }
 
-std::vector<std::string> h264_packets(int count, const char* x264) {
-  return bytes_of(timed_h264_packets(count, x264));
-}
-
-std::vector<TimedPacket> timed_h264_packets(int count, const char* x264) {
+std::vector<TimedPacket> reordered_h264_packets(int count, int b_frames) {
   const zeva::CodecContextPtr context(
       avcodec_alloc_context3(avcodec_find_encoder_by_name("libx264")));
   context->width = context->height = 96;
   context->pix_fmt = AV_PIX_FMT_YUV420P;
   context->time_base = {1, 5};
   context->gop_size = 12;
+  context->max_b_frames = b_frames;
   context->thread_count = 1;
   av_opt_set(context->priv_data, "preset", "ultrafast", 0);
   av_opt_set(context->priv_data, "tune", "zerolatency", 0);
-  av_opt_set(context->priv_data, "x264-params", x264, 0);
   return encode_noise(context.get(), count);
+}
+
+std::vector<std::string> h264_packets(int count) {
+  return without_times(reordered_h264_packets(count, 0));
 }
 
 std::vector<std::string> aac_packets(int count) {
@@ -87,7 +85,7 @@ std::vector<std::string> aac_packets(int count) {
   context->channels = 2;
   context->channel_layout = AV_CH_LAYOUT_STEREO;
   context->bit_rate = 128000;
-  std::vector<std::string> packets = bytes_of(encode_noise(context.get(), count));
+  std::vector<std::string> packets = without_times(encode_noise(context.get(), count));
   for (std::string& packet : packets)
     packet.insert(0, adts_header(static_cast<int>(packet.size())));
   return packets;
