@@ -4,7 +4,8 @@ import subprocess
 import time
 from types import SimpleNamespace
 
-from flash_movie import Seen, compare, make
+from flash_judge import Seen, compare
+from flash_movie import make
 from servers import Recording, RtmpServer, RtspServer, wait_until
 from support import EMULATOR, RUN_TIMEOUT_S, Movie, ToolTest, ffmpeg, make_camera_movie, native_only, run
 

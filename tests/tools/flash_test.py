@@ -2,7 +2,8 @@
 import concurrent.futures
 import os
 
-from flash_movie import VARIANTS, Seen, compare, make, record
+from flash_judge import Seen, compare, record
+from flash_movie import VARIANTS, make
 from support import EMULATOR, TOOL, ToolTest
 
 
