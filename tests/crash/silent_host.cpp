@@ -65,7 +65,8 @@ void use_frames(const std::string& path, Stream& pictures, Stream& sound) {
 
 // B-frames: written when they are decoded, and shown up to two pictures later.
 void use_reordered(void* recording, Stream& pictures) {
-  const auto packets = std::make_shared<std::vector<TimedPacket>>(reordered_h264_packets(300, 2));
+  const auto packets =
+      std::make_shared<std::vector<TimedPacket>>(timed_h264_packets(300, kBFrames));
   const double interval_us = 1e6 * pictures.interval;
   pictures.write = [=](int n, int64_t /*time_us*/) {
     const TimedPacket& packet = packets->at(static_cast<size_t>(n));
@@ -92,16 +93,16 @@ void use_packets(const std::string& path, const std::string& interface, Stream& 
   info.bitrate = 64;
   void* recording = ZEVA2_start(info, on_status, nullptr);
   using Packets = std::vector<std::string>;
-  const auto write_from = [recording](int count, Packets (*make)(int), auto write) {
-    return [recording, write, all = std::make_shared<Packets>(make(count))](int n, int64_t us) {
+  const auto write_from = [recording](const Packets& packets, auto write) {
+    return [recording, write, all = std::make_shared<Packets>(packets)](int n, int64_t us) {
       std::string& packet = (*all)[static_cast<size_t>(n) % all->size()];
       return write(recording, packet.data(), static_cast<int>(packet.size()), us);
     };
   };
-  pictures.write = write_from(120, h264_packets, ZEVA2_write_video_packet);  // whole groups
+  pictures.write = write_from(h264_packets(120), ZEVA2_write_video_packet);  // whole groups
   if (interface == "reordered") use_reordered(recording, pictures);
   sound.interval = (from_pcm ? kPcmSamples : 1024.0) / kSampleRate;
-  sound.write = write_from(500, aac_packets, ZEVA2_write_audio_packet);
+  sound.write = write_from(aac_packets(500), ZEVA2_write_audio_packet);
   if (!from_pcm) return;
   sound.write = [recording](int n, int64_t time_us) {
     std::vector<int16_t> samples = pcm(n);

@@ -45,10 +45,9 @@ MOVIES = {
 }
 MOVIE_FPS = 25
 SOUND_S = 1024 / 48000  # of a packet
-# The headers promise 0.2 s, and 0.5 s of waiting for the silent stream; and `zeva record` has an
-# encoder that looks ahead for half a second. Three times what is promised.
-LOSS_S = collections.defaultdict(lambda: 3 * 0.7, record=3 * 1.2)
-SORTED = 6  # packets of each stream that are held back for sorting
+# Three times what the headers promise: 0.2 s, and 0.5 s of waiting for the silent stream; packets are
+# sorted for 0.5 s, and `zeva record` has an encoder that looks ahead for as long.
+LOSS_S = collections.defaultdict(lambda: 3 * 1.2, frames=3 * 0.7)
 
 
 def packets_back(path):
@@ -72,8 +71,7 @@ def start_host(options, interface, silence, movie_file):
 
 
 def kill_host(options, interface, silence, movie_file, kill_s):
-    """For each kind of stream: how long a packet lasts, when each was written, and how many of them
-    need not come back whenever that was."""
+    """For each kind of stream how long a packet lasts, and when each was written."""
     process = start_host(options, interface, silence, movie_file)
     time.sleep(kill_s)
     if process.poll() is not None:
@@ -83,14 +81,13 @@ def kill_host(options, interface, silence, movie_file, kill_s):
     with open(movie_file + ".fed", encoding="ascii") as file:
         fed = [line.split() for line in file.read().split("\n")[:-1]]
     rate, pictures, sound = SILENCES[silence]
-    held = 0 if interface == "frames" else SORTED
     written = {}
     for kind, interval, begin in (("v", 1 / rate, pictures[0]), ("a", SOUND_S, sound[0])):
         # A stream that comes too late may be refused, and is not written then.
         times = [float(at) for k, at, taken in fed if k == kind and (taken == "1" or begin == 0)]
         if kind == "a" and times and interface in ("frames", "pcm"):
             times = [n * SOUND_S + times[0] for n in range(int((times[-1] - times[0]) / SOUND_S))]
-        written[kind] = interval, times, held
+        written[kind] = interval, times
     return written
 
 
@@ -110,7 +107,7 @@ def kill_tool(options, command, movie, movie_file, kill_s):
     kind = MOVIES[movie][2]
     interval = 1 / MOVIE_FPS if kind == "v" else SOUND_S
     times = [n * interval for n in range(int(fed_s / interval))]
-    return {kind: (interval, times, SORTED if command == "mux" else 0)}
+    return {kind: (interval, times)}
 
 
 def make_movie(path, name):
@@ -145,10 +142,10 @@ def compare(back, whole, command):
 def count_losses(how, written, back):
     """Milliseconds lost of each kind of stream, and what is missing that was due."""
     lost, faults = {}, []
-    end = max((times[-1] for _, times, _ in written.values() if times), default=0)
-    for kind, (interval, times, held) in written.items():
+    end = max((times[-1] for _, times in written.values() if times), default=0)
+    for kind, (interval, times) in written.items():
         count = len(back.get(kind, []))
-        due = bisect.bisect(times, end - LOSS_S[how]) - held
+        due = bisect.bisect(times, end - LOSS_S[how])
         if times:
             lost[kind] = 1000 * interval * max(0, len(times) - count)
         if count < due:

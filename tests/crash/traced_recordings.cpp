@@ -98,7 +98,7 @@ void record_packets(const TracedSetup& setup, const std::string& path, double se
   const int rate = setup.bitrate_kbit > 5000 ? 250 : kFps;  // pictures of some kilobytes a second
   const auto count = static_cast<size_t>(seconds * rate);
   const std::vector<TimedPacket> pictures =
-      reordered_h264_packets(static_cast<int>(count), setup.reordered ? 2 : 0);
+      timed_h264_packets(static_cast<int>(count), setup.reordered ? kBFrames : "");
   std::vector<std::string> sounds = aac_packets(static_cast<int>(seconds * 48000 / 1024));
   void* recording = ZEVA2_start(info, on_status, nullptr);
   const Pace pace;

@@ -60,22 +60,22 @@ std::string adts_header(int packet_bytes) {
   return header;
 }
 
-std::vector<TimedPacket> reordered_h264_packets(int count, int b_frames) {
+std::vector<TimedPacket> timed_h264_packets(int count, const char* x264) {
   const zeva::CodecContextPtr context(
       avcodec_alloc_context3(avcodec_find_encoder_by_name("libx264")));
   context->width = context->height = 96;
   context->pix_fmt = AV_PIX_FMT_YUV420P;
   context->time_base = {1, 5};
   context->gop_size = 12;
-  context->max_b_frames = b_frames;
   context->thread_count = 1;
   av_opt_set(context->priv_data, "preset", "ultrafast", 0);
   av_opt_set(context->priv_data, "tune", "zerolatency", 0);
+  av_opt_set(context->priv_data, "x264-params", x264, 0);
   return encode_noise(context.get(), count);
 }
 
-std::vector<std::string> h264_packets(int count) {
-  return without_times(reordered_h264_packets(count, 0));
+std::vector<std::string> h264_packets(int count, const char* x264) {
+  return without_times(timed_h264_packets(count, x264));
 }
 
 std::vector<std::string> aac_packets(int count) {
