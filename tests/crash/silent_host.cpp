@@ -63,25 +63,7 @@ void use_frames(const std::string& path, Stream& pictures, Stream& sound) {
   };
 }
 
-// B-frames: written when they are decoded, and shown up to two pictures later.
-void use_reordered(void* recording, Stream& pictures) {
-  const auto packets =
-      std::make_shared<std::vector<TimedPacket>>(timed_h264_packets(300, kBFrames));
-  const double interval_us = 1e6 * pictures.interval;
-  pictures.write = [=](int n, int64_t /*time_us*/) {
-    const TimedPacket& packet = packets->at(static_cast<size_t>(n));
-    const auto us = [=](int64_t time) {
-      return kStartUs + static_cast<int64_t>(interval_us * static_cast<double>(time));
-    };
-    return ZEVA2_write_video_packet2(recording, packet.bytes.data(),
-                                     static_cast<int32_t>(packet.bytes.size()), us(packet.pts),
-                                     us(packet.dts));
-  };
-}
-
-void use_packets(const std::string& path, const std::string& interface, Stream& pictures,
-                 Stream& sound) {
-  const bool from_pcm = interface == "pcm";
+MovieInfo2 packet_settings(const std::string& path, bool from_pcm) {
   MovieInfo2 info{};
   set_text(info.url, path);
   set_text(info.moov, path + ".index");
@@ -91,23 +73,35 @@ void use_packets(const std::string& path, const std::string& interface, Stream& 
   info.channels = 2;
   info.sample_format = "s16";
   info.bitrate = 64;
-  void* recording = ZEVA2_start(info, on_status, nullptr);
-  using Packets = std::vector<std::string>;
-  const auto write_from = [recording](const Packets& packets, auto write) {
-    return [recording, write, all = std::make_shared<Packets>(packets)](int n, int64_t us) {
-      std::string& packet = (*all)[static_cast<size_t>(n) % all->size()];
-      return write(recording, packet.data(), static_cast<int>(packet.size()), us);
-    };
+  return info;
+}
+
+// B-frames are written when they are decoded. All packets are made before the start, which waits
+// for the first of them only so long.
+void use_packets(const std::string& path, const std::string& interface, Stream& pictures,
+                 Stream& sound) {
+  const bool reordered = interface == "reordered", from_pcm = interface == "pcm";
+  using Pictures = std::vector<TimedPacket>;
+  using Sounds = std::vector<std::string>;
+  const auto shown = std::make_shared<Pictures>(timed_h264_packets(300, reordered ? kBFrames : ""));
+  const auto heard = std::make_shared<Sounds>(aac_packets(500));
+  void* recording = ZEVA2_start(packet_settings(path, from_pcm), on_status, nullptr);
+  const double interval_us = 1e6 * pictures.interval;
+  pictures.write = [=](int n, int64_t us) {
+    TimedPacket& packet = shown->at(static_cast<size_t>(n));
+    const int bytes = static_cast<int>(packet.bytes.size());
+    const auto delay = static_cast<double>(packet.pts - packet.dts);
+    const int64_t pts_us = us + static_cast<int64_t>(delay * interval_us);
+    if (!reordered) return ZEVA2_write_video_packet(recording, packet.bytes.data(), bytes, us);
+    return ZEVA2_write_video_packet2(recording, packet.bytes.data(), bytes, pts_us, us);
   };
-  pictures.write = write_from(h264_packets(120), ZEVA2_write_video_packet);  // whole groups
-  if (interface == "reordered") use_reordered(recording, pictures);
   sound.interval = (from_pcm ? kPcmSamples : 1024.0) / kSampleRate;
-  sound.write = write_from(aac_packets(500), ZEVA2_write_audio_packet);
-  if (!from_pcm) return;
-  sound.write = [recording](int n, int64_t time_us) {
+  sound.write = [=](int n, int64_t us) {
     std::vector<int16_t> samples = pcm(n);
     auto* plane = reinterpret_cast<uint8_t*>(samples.data());
-    return ZEVA2_write_audio_pcm(recording, &plane, kPcmSamples, time_us);
+    if (from_pcm) return ZEVA2_write_audio_pcm(recording, &plane, kPcmSamples, us);
+    std::string& packet = (*heard)[static_cast<size_t>(n) % heard->size()];
+    return ZEVA2_write_audio_packet(recording, packet.data(), static_cast<int>(packet.size()), us);
   };
 }
 
