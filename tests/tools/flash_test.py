@@ -2,7 +2,7 @@
 import concurrent.futures
 import os
 
-from flash_judge import Seen, compare, record
+from flash_judge import Seen, apart_ms, compare, record
 from flash_movie import VARIANTS, make
 from support import EMULATOR, TOOL, ToolTest
 
@@ -13,7 +13,7 @@ def faults_of(name):
     os.mkdir(folder)
     movie = make(folder, name)
     source = Seen(movie)
-    faults = [f"the judge: {told}"] if (told := compare(source, source).complaint(1)) else []
+    faults = [] if apart_ms(source) < 1 else ["the source's own flashes are not at their clicks"]
     for command in ("record", "mux"):
         outputs, failure = record([*EMULATOR, TOOL, command], movie, folder)
         if failure:
