@@ -22,8 +22,8 @@ REFUSALS = [
     ("--video in.h264 -o in.h264", 2, "--video in.h264 are the same"),
     ("--input absent.mp4 -o a.mp4", 1, "--input absent.mp4 does not exist"),
     ("--input in.mp4 -o a.webm", 1, "-o a.webm: this kind of output cannot hold H.264"),
-    ("--input b-frames.mp4 -o a.mp4", 1, "(B-frames)"),
-    ("--input b-frames.mp4 --no-video -o a.mp4", 1, "its sound is mp3, not AAC"),
+    ("--video b-frames.h264 -o a.mp4", 1, "(B-frames)"),
+    ("--input mp3.mp4 --no-video -o a.mp4", 1, "its sound is mp3, not AAC"),
     ("--video in.aac -o a.mp4", 1, "--video in.aac holds no H.264"),
 ]
 
@@ -62,7 +62,7 @@ class MuxTest(ToolTest):
             self.record("--video", "in.h264", *arguments, "--audio", "in.aac", "--fast", "-y",
                         "-o", "a.mp4")
             self.assertEqual(Movie("a.mp4").picture_hashes(), Movie("in.mp4").picture_hashes())
-            for i, (time, _) in enumerate(Movie("a.mp4").packets()[:-1]):  # the last is early
+            for i, (time, _) in enumerate(Movie("a.mp4").packets()):
                 self.assertAlmostEqual(time, i / fps, delta=0.0015)
             sound = Movie("a.mp4").packets("a")
             self.assertAlmostEqual(sound[-2][0] - sound[0][0], (len(sound) - 2) * 1024 / 44100,
@@ -81,18 +81,10 @@ class MuxTest(ToolTest):
             self.assertAlmostEqual(*volumes, delta=0.5)
             self.assertAlmostEqual(Movie("a.mkv").packets("a")[-1][0], 8.0, delta=0.05)
 
-    def test_late_sound_stays_late(self):
-        self.make_streams()
-        ffmpeg("-i", "in.mp4", "-itsoffset", "1", "-i", "in.mp4", "-map", "0:v", "-map", "1:a",
-               "-c", "copy", "late.mp4")
-        self.record("--input", "late.mp4", "--fast", "-o", "a.mkv")
-        found = ffmpeg("-i", "a.mkv", "-af", "silencedetect=d=0.1", "-f", "null", "-")
-        end = float(re.search(r"silence_end: (\S+)", found).group(1))
-        self.assertAlmostEqual(end, 1, delta=0.06)
-
     def test_refusals(self):
         self.make_streams()
-        ffmpeg("-i", "in.mp4", "-c:v", "libx264", "-bf", "2", "-c:a", "mp3", "b-frames.mp4")
+        ffmpeg("-i", "in.mp4", "-c:v", "libx264", "-bf", "2", "-c:a", "mp3", "mp3.mp4")
+        ffmpeg("-i", "mp3.mp4", "-map", "0:v", "-c", "copy", "b-frames.h264")
         there = sorted(os.listdir("."))
         for arguments, status, fragment in REFUSALS:
             with self.subTest(arguments[:80]):

@@ -96,7 +96,7 @@ TEST(ToolSession, ReportsThatEndNothingAreShownOnceAndJudged) {
     EXPECT_EQ(outcome.shown, "zeva: warning: something about 'a.mp4' (code " + code + ")\n");
     EXPECT_EQ(outcome.result.progress.pictures, kPictures) << "it ended the recording";
     EXPECT_THAT(outcome.result.failures, IsEmpty());
-    const auto faults = encoding_faults(outcome.result);
+    const auto faults = missing_parts(outcome.result);
     const auto doubts = recording_doubts(outcome.result);
     ASSERT_EQ(faults.size(), row.fault != nullptr ? 1u : 0u);
     ASSERT_EQ(doubts.size(), row.doubt != nullptr ? 1u : 0u);

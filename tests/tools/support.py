@@ -67,12 +67,10 @@ class Session:
 class Movie:
     """What ffprobe says about a file, after decoding all of it without an error."""
 
-    def __init__(self, path):
+    def __init__(self, path, clean=True):
         self.path = path
-        # In the file's own time base: rounded to whole pictures, two of a live stream may meet.
-        complaints = ffmpeg("-v", "error", "-i", path, "-enc_time_base", "-1", "-f", "null", "-")
-        if complaints.strip():
-            raise AssertionError(f"{path} does not decode cleanly: {complaints}")
+        if clean:
+            self.decode()
         facts = json.loads(judge("ffprobe", "-v", "error", "-count_packets", "-show_streams",
                                  "-show_format", "-of", "json", path))
         self.tags = {k.lower(): v for k, v in facts["format"].get("tags", {}).items()}
@@ -82,10 +80,31 @@ class Movie:
         self.frames = int(self.video["nb_read_packets"])
         self.sounds = int(self.audio["nb_read_packets"]) if self.audio else 0
 
+    def decode(self):
+        # In the file's own time base: rounded to whole pictures, two of a live stream may meet.
+        complaints = ffmpeg("-v", "error", "-i", self.path, "-enc_time_base", "-1", "-f", "null", "-")
+        if complaints.strip():
+            raise AssertionError(f"{self.path} does not decode cleanly: {complaints}")
+
     def packets(self, kind="v"):
         lines = judge("ffprobe", "-v", "error", "-select_streams", kind, "-show_entries",
                       "packet=pts_time,flags", "-of", "csv=p=0", self.path).split()
         return [(float(line.split(",")[0]), line.split(",")[1]) for line in lines]
+
+    def times(self, kind="v"):
+        """When each packet is shown or heard, without what an encoder put before the beginning."""
+        return sorted(time for time, flags in self.packets(kind) if "D" not in flags)
+
+    def beginning(self):
+        return min(self.times(kind)[0] for kind in ("va" if self.audio else "v"))
+
+    def last_length(self):
+        """Of the picture that is shown last, in seconds; 0 when the file does not tell."""
+        lines = judge("ffprobe", "-v", "error", "-select_streams", "v", "-show_entries",
+                      "packet=pts_time,duration_time", "-of", "csv=p=0", self.path).split()
+        time, length = max((line.rstrip(",").split(",") for line in lines),
+                           key=lambda packet: float(packet[0]))
+        return 0 if length == "N/A" else float(length)
 
     def longest_gap(self, kind="v"):
         times = sorted(time for time, _ in self.packets(kind))

@@ -87,17 +87,4 @@ std::array<uint8_t, kAdtsHeaderBytes> make_adts(const AacFormat& format, size_t 
           0xFC};
 }
 
-// One element without any scale factor band: element and instance, gain 0, a long window with
-// max_sfb 0, no pulse, noise shaping or gain control, end of block (ISO/IEC 14496-3, 4.4.2).
-std::vector<uint8_t> silent_aac(int channel_config) {
-  switch (channel_config) {
-    case 1:
-      return {0x00, 0x00, 0x00, 0x07};
-    case 2:
-      return {0x20, 0x00, 0x00, 0x00, 0x00, 0x00, 0x0E};
-    default:
-      return {};
-  }
-}
-
 }  // namespace zeva_tool

@@ -6,7 +6,6 @@
 #include <cstddef>
 #include <cstdint>
 #include <optional>
-#include <vector>
 
 namespace zeva_tool {
 
@@ -34,8 +33,5 @@ struct AdtsHeader {
 std::optional<AdtsHeader> parse_adts(const uint8_t* data, size_t size);
 
 std::array<uint8_t, kAdtsHeaderBytes> make_adts(const AacFormat& format, size_t payload_bytes);
-
-// A silent frame's payload; empty for more than two channels.
-std::vector<uint8_t> silent_aac(int channel_config);
 
 }  // namespace zeva_tool

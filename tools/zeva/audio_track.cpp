@@ -5,7 +5,15 @@
 namespace zeva_tool {
 namespace {
 
-constexpr int64_t kLongestDelayWithoutSilenceUs = 100000;
+constexpr int kSkippedSamplesBytes = 10;  // AV_PKT_DATA_SKIP_SAMPLES
+
+// True for a packet that an encoder put before the beginning, and that is not meant to be heard.
+bool is_lead_in(const AVPacket& packet) {
+  if (packet.flags & AV_PKT_FLAG_DISCARD) return true;
+  int size = 0;
+  const uint8_t* skipped = av_packet_get_side_data(&packet, AV_PKT_DATA_SKIP_SAMPLES, &size);
+  return skipped && size >= kSkippedSamplesBytes && AV_RL32(skipped) >= kAacFrameSamples;
+}
 
 }  // namespace
 
@@ -27,40 +35,15 @@ Status AudioTrack::check() {
   return {};
 }
 
-int64_t AudioTrack::frame_us() const {
-  int rate = format ? format->sample_rate() : stream.codecpar->sample_rate;
-  return av_rescale(kAacFrameSamples, 1000000, rate);
-}
-
-std::optional<int64_t> AudioTrack::packet_time_us() {
-  const AVPacket* packet = fault_found.ok() ? reader.front(stream) : nullptr;
-  // What an encoder put before the beginning is not meant to be heard.
-  while (packet && (packet->flags & AV_PKT_FLAG_DISCARD)) {
+std::optional<int64_t> AudioTrack::time_us() {
+  const AVPacket* packet = reader.front(stream);
+  while (packet && !count_samples && is_lead_in(*packet)) {
     reader.pop(stream);
     packet = reader.front(stream);
   }
   if (!packet) return std::nullopt;
   bool own_time = !count_samples && packet->pts != AV_NOPTS_VALUE;
   return own_time ? av_rescale_q(packet->pts, stream.time_base, kMicroseconds) : counted_us;
-}
-
-std::optional<int64_t> AudioTrack::time_us() { return silence_us ? silence_us : packet_time_us(); }
-
-void AudioTrack::start_at(int64_t zero_us) {
-  auto first_us = packet_time_us();
-  for (; first_us && *first_us + frame_us() / 2 <= zero_us; first_us = packet_time_us()) {
-    pop();
-    ++left_out;
-  }
-  int64_t delay_us = first_us ? *first_us - zero_us : 0;
-  bool can_be_silent = format && !silent_aac(format->channel_config).empty();
-  if (can_be_silent && delay_us > frame_us() / 2) {
-    silence_us = zero_us;
-  } else if (delay_us > kLongestDelayWithoutSilenceUs) {
-    fault_found = Status(name + ": its sound starts " + std::to_string(delay_us / 1000) +
-                         " ms after its pictures, which packets of this kind cannot express; " +
-                         "`zeva record` encodes it anew");
-  }
 }
 
 bool AudioTrack::write_frame(void* recording, const uint8_t* payload, size_t size,
@@ -72,12 +55,9 @@ bool AudioTrack::write_frame(void* recording, const uint8_t* payload, size_t siz
                                   stamp_us);
 }
 
-bool AudioTrack::write(void* recording, int64_t stamp_us) {
-  if (silence_us) {
-    std::vector<uint8_t> silence = silent_aac(format->channel_config);
-    return write_frame(recording, silence.data(), silence.size(), stamp_us);
-  }
+bool AudioTrack::write(void* recording, int64_t shift_us) {
   const AVPacket* packet = reader.front(stream);
+  const int64_t stamp_us = time_us().value() + shift_us;
   if (!format) return ZEVA2_write_audio_packet(recording, packet->data, packet->size, stamp_us);
   auto size = static_cast<size_t>(packet->size);
   if (size + kAdtsHeaderBytes > kMaxAdtsFrameBytes) {
@@ -88,12 +68,6 @@ bool AudioTrack::write(void* recording, int64_t stamp_us) {
 }
 
 void AudioTrack::pop() {
-  if (silence_us) {
-    *silence_us += frame_us();
-    auto first_us = packet_time_us();
-    if (!first_us || *silence_us + frame_us() / 2 > *first_us) silence_us.reset();
-    return;
-  }
   const AVPacket* packet = reader.front(stream);
   auto header = parse_adts(packet->data, static_cast<size_t>(packet->size));
   bool has_header = !format && header;

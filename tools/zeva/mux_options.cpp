@@ -2,10 +2,6 @@
 
 #include <CLI/CLI.hpp>
 
-extern "C" {
-#include <libavutil/parseutils.h>
-}
-
 namespace zeva_tool {
 namespace {
 
@@ -20,7 +16,7 @@ constexpr const char* kExamples =
 void add_source_options(CLI::App& command, MuxOptions& o) {
   const char* group = "Source (--input, or --video with or without a sound)";
   command
-      .add_option("--input", o.input, "The H.264 and AAC of a movie, without B-frames, as they are")
+      .add_option("--input", o.input, "The H.264 and AAC of a movie, as they are")
       ->type_name("FILE")
       ->group(group);
   command.add_flag("--no-video", o.no_video, "Take only the input's sound")->group(group);
@@ -72,13 +68,6 @@ CLI::App* add_mux_command(CLI::App& app, MuxOptions& options) {
                      "Further output, up to four times");
   add_message_options(*command, options);
   return command;
-}
-
-std::optional<AVRational> parse_fps(const std::string& text) {
-  AVRational rate{0, 1};
-  bool valid = av_parse_video_rate(&rate, text.c_str()) >= 0 && rate.num > 0 && rate.den > 0 &&
-               av_q2d(rate) <= kMaxFps;
-  return valid ? std::optional(rate) : std::nullopt;
 }
 
 }  // namespace zeva_tool

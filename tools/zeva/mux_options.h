@@ -21,11 +21,9 @@ struct MuxOptions : SessionOptions {
   PcmFormat pcm_format{"s16", 48000, 2, 128};
 };
 
-constexpr int kMaxFps = 1000;
+constexpr int kMaxStreamRate = 1000;  // pictures a second
 
 // Adds the subcommand; parsing `app` then fills `options`, which must outlive it.
 CLI::App* add_mux_command(CLI::App& app, MuxOptions& options);
-
-std::optional<AVRational> parse_fps(const std::string& text);  // "25", "29.97", "30000/1001"
 
 }  // namespace zeva_tool

@@ -5,6 +5,7 @@
 #include <iterator>
 
 #include "output_url.h"
+#include "picture_rate.h"
 #include "session_rules.h"
 #include "zeva/packet.h"
 
@@ -22,7 +23,7 @@ Status check_source(const MuxOptions& o) {
   }
   if (o.pcm && !o.audio.empty()) return Status("--audio and --pcm: there can be only one sound");
   if (!o.fps.empty() && o.video.empty()) return Status("--fps is the rate of --video: it needs it");
-  if (!o.fps.empty() && !parse_fps(o.fps)) {
+  if (!o.fps.empty() && !parse_rate(o.fps, kMaxStreamRate)) {
     return Status("--fps " + o.fps + ": not a rate, such as 25, 29.97 or 30000/1001");
   }
   if ((o.no_video || o.no_audio) && o.input.empty()) {

@@ -41,7 +41,11 @@ Status PacketRecording::prepare() {
 
 void PacketRecording::start(StatusInbox& the_inbox) {
   inbox = &the_inbox;
-  recording = ZEVA2_start(settings, StatusInbox::receive, inbox);
+  ZevaOptions more;
+  ZevaOptions_init(&more);
+  more.common_start = 1;
+  more.rotation_deg = source.rotation_deg();
+  recording = ZEVA2_start_with(&settings, &more, StatusInbox::receive, inbox);
 }
 
 bool PacketRecording::begin(RecordingStreams& streams, StatusLine& /*line*/) {
@@ -86,7 +90,7 @@ Recording::Room PacketRecording::room() {
 
 // The stamp lies before the recording's beginning, so that the movie time stays what it is.
 void PacketRecording::flush() {
-  if (source.has_pictures()) ZEVA2_write_video_packet(recording, nullptr, 0, 0);
+  if (source.has_pictures()) ZEVA2_write_video_packet2(recording, nullptr, 0, 0, 0);
   if (settings.acodec == kPacketAudioPcm) ZEVA2_write_audio_pcm(recording, nullptr, 0, 0);
   if (settings.acodec == kPacketAudioAac) ZEVA2_write_audio_packet(recording, nullptr, 0, 0);
 }

@@ -34,6 +34,7 @@ class PacketRecording : public Recording {
   bool outputs_opened() const override {
     return seen_open || (seen_ended && inbox->failure_count() == 0);
   }
+  bool has_ended() override { return !ZEVA2_backlog(recording, nullptr, nullptr, nullptr); }
   bool one_failure_ends_all() const override { return true; }
   void stop() override { ZEVA2_stop(&recording); }
 

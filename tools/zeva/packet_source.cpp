@@ -7,6 +7,7 @@
 #include "audio_track.h"
 #include "output_url.h"
 #include "pcm_track.h"
+#include "picture_rate.h"
 #include "video_track.h"
 
 namespace zeva_tool {
@@ -17,11 +18,15 @@ constexpr int64_t kNoPacket = INT64_MAX;
 
 AVRational frame_rate_of(const AVStream& stream) {
   AVRational rate = stream.r_frame_rate.num > 0 ? stream.r_frame_rate : stream.avg_frame_rate;
-  return rate.num > 0 && rate.den > 0 && av_q2d(rate) <= kMaxFps ? rate : kFallbackFps;
+  return rate.num > 0 && rate.den > 0 && av_q2d(rate) <= kMaxStreamRate ? rate : kFallbackFps;
 }
 
 int64_t front_us(PacketTrack* track) {
   return track ? track->time_us().value_or(kNoPacket) : kNoPacket;
+}
+
+int64_t begin_us(PacketTrack* track) {
+  return track ? track->shown_us().value_or(kNoPacket) : kNoPacket;
 }
 
 }  // namespace
@@ -32,11 +37,11 @@ PacketSource::PacketSource(const MuxOptions& the_options, Terminal& the_terminal
 Status PacketSource::open() {
   Status status = open_streams();
   if (!status.ok()) return status;
-  int64_t video_us = front_us(video.get());
-  zero_us = video_us != kNoPacket ? video_us : front_us(audio.get());
-  if (audio && video_us != kNoPacket) audio->start_at(zero_us);
-  std::vector<std::string> found = faults();
-  return found.empty() ? Status() : Status(found.front());
+  zero_us = std::min(begin_us(video.get()), begin_us(audio.get()));
+  if (zero_us == kNoPacket) zero_us = 0;
+  if (video) not_begun.push_back(video.get());
+  if (audio) not_begun.push_back(audio.get());
+  return {};
 }
 
 Status PacketSource::open_streams() {
@@ -59,6 +64,7 @@ Status PacketSource::open_movie() {
   if (pictures) {
     auto track = std::make_unique<VideoTrack>(name, first_file, *pictures, std::nullopt);
     status = track->check();
+    turned_deg = track->rotation_deg();
     video = std::move(track);
   }
   if (status.ok() && sound) {
@@ -76,7 +82,8 @@ Status PacketSource::open_video_file() {
   if (!status.ok()) return status;
   const AVStream* stream = first_file.select(AVMEDIA_TYPE_VIDEO);
   if (!stream) return Status(name + " holds no H.264 pictures");
-  auto fps = options.fps.empty() ? frame_rate_of(*stream) : parse_fps(options.fps).value();
+  auto fps = options.fps.empty() ? frame_rate_of(*stream)
+                                 : parse_rate(options.fps, kMaxStreamRate).value();
   auto track = std::make_unique<VideoTrack>(name, first_file, *stream, fps);
   status = track->check();
   video = std::move(track);
@@ -108,21 +115,38 @@ void PacketSource::describe(MovieInfo2& info) const {
   if (audio) audio->describe(info);
 }
 
-Piece PacketSource::next() {
-  if (current) current->pop();
+// The track whose packet comes next: the one with the earlier packet, except that each begins at
+// once. The library leaves out a stream that it gets nothing of for 3 s, however late it begins.
+PacketTrack* PacketSource::next_track() {
   int64_t video_us = front_us(video.get());
   int64_t audio_us = front_us(audio.get());
-  bool take_video = video_us <= audio_us;
-  int64_t time_us = take_video ? video_us : audio_us;
-  bool go_on = faults().empty() && time_us != kNoPacket;
-  current = !go_on ? nullptr : take_video ? video.get() : audio.get();
-  if (!go_on) return {};
-  return {take_video ? Piece::Kind::kPicture : Piece::Kind::kSound,
-          std::max<int64_t>(0, time_us - zero_us)};
+  if (std::min(video_us, audio_us) == kNoPacket) return nullptr;
+  PacketTrack* earlier = video_us <= audio_us ? video.get() : audio.get();
+  PacketTrack* later = earlier == video.get() ? audio.get() : video.get();
+  auto is_new = [&](PacketTrack* track) {
+    return std::find(not_begun.begin(), not_begun.end(), track) != not_begun.end();
+  };
+  bool begin_later = !is_new(earlier) && is_new(later) && front_us(later) != kNoPacket;
+  return begin_later ? later : earlier;
+}
+
+Piece PacketSource::next() {
+  if (current) current->pop();
+  current = next_track();
+  if (!current) return {};
+  // The first pictures may be decoded before the recording's beginning.
+  current_us = front_us(current) - zero_us;
+  Piece piece{current == video.get() ? Piece::Kind::kPicture : Piece::Kind::kSound,
+              std::max<int64_t>(0, current_us)};
+  auto begun = std::find(not_begun.begin(), not_begun.end(), current);
+  piece.at_once = begun != not_begun.end();
+  if (piece.at_once) not_begun.erase(begun);
+  return piece;
 }
 
 bool PacketSource::write(void* recording, int64_t stamp_us) {
-  return current->write(recording, stamp_us);
+  int64_t begin_us = stamp_us - std::max<int64_t>(0, current_us);
+  return current->write(recording, begin_us - zero_us);
 }
 
 std::vector<std::string> PacketSource::warnings() const {
@@ -130,15 +154,6 @@ std::vector<std::string> PacketSource::warnings() const {
   for (const PacketTrack* track : {video.get(), audio.get()}) {
     std::string text = track ? track->warning() : "";
     if (!text.empty() && (result.empty() || result.back() != text)) result.push_back(text);
-  }
-  return result;
-}
-
-std::vector<std::string> PacketSource::faults() const {
-  std::vector<std::string> result;
-  for (const PacketTrack* track : {video.get(), audio.get()}) {
-    Status fault = track ? track->fault() : Status();
-    if (!fault.ok()) result.push_back(fault.sentence());
   }
   return result;
 }

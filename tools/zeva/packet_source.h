@@ -22,12 +22,12 @@ class PacketSource : public Source {
   Piece next() override;
   bool write(void* recording, int64_t stamp_us) override;
   std::vector<std::string> warnings() const override;
-  std::vector<std::string> faults() const override;
 
   // Known once the source is open. The settings refer to the source's memory.
   bool has_pictures() const { return video != nullptr; }
   bool has_sound() const { return audio != nullptr; }
   void describe(MovieInfo2& info) const;
+  int rotation_deg() const { return turned_deg; }
 
  private:
   Status open_movie();
@@ -35,6 +35,7 @@ class PacketSource : public Source {
   Status open_audio_file();
   Status open_pcm();
   Status open_streams();
+  PacketTrack* next_track();
 
   const MuxOptions& options;
   Terminal& terminal;
@@ -42,8 +43,11 @@ class PacketSource : public Source {
   PacketReader second_file;
   std::unique_ptr<PacketTrack> video;
   std::unique_ptr<PacketTrack> audio;
+  std::vector<PacketTrack*> not_begun;  // nothing of them was handed over yet
+  int turned_deg = 0;
   int64_t zero_us = 0;  // of the tracks' time line at the recording's start
   PacketTrack* current = nullptr;
+  int64_t current_us = 0;  // in the recording
 };
 
 }  // namespace zeva_tool

@@ -7,7 +7,6 @@
 #include <optional>
 #include <string>
 
-#include "status.h"
 #include "zeva/packet.h"
 
 namespace zeva_tool {
@@ -19,20 +18,21 @@ class PacketTrack {
   // The stream's part of the settings; they refer to the track's memory.
   virtual void describe(MovieInfo2& info) const = 0;
 
-  // The time of the packet at hand; nothing when there is none, at the end or for now.
+  // When the packet at hand is due: pictures when they are decoded. Nothing when there is none, at
+  // the end or for now.
   virtual std::optional<int64_t> time_us() = 0;
 
-  // The recording begins at this time of the time line.
-  virtual void start_at(int64_t /*zero_us*/) {}
+  // When the packet at hand is seen or heard.
+  virtual std::optional<int64_t> shown_us() { return time_us(); }
 
-  // Hands the packet at hand to the library; false when that refused it.
-  virtual bool write(void* recording, int64_t stamp_us) = 0;
+  // Hands the packet at hand to the library, its times moved on by `shift_us`; false when that
+  // refused it.
+  virtual bool write(void* recording, int64_t shift_us) = 0;
 
   // Moves on to the next packet.
   virtual void pop() = 0;
 
-  // What makes it impossible to go on, a sentence; nothing more is at hand then.
-  virtual Status fault() const { return {}; }
+  // What went wrong on the way, a sentence.
   virtual std::string warning() const { return {}; }
 };
 

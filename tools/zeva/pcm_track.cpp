@@ -20,7 +20,7 @@ Status PcmTrack::check() const {
 }
 
 void PcmTrack::describe(MovieInfo2& info) const {
-  info.acodec = 2;
+  info.acodec = kPacketAudioPcm;
   info.sample_rate = format.sample_rate;
   info.channels = format.channels;
   info.sample_format = format.sample_format.c_str();
@@ -49,9 +49,9 @@ std::optional<int64_t> PcmTrack::time_us() {
   return av_rescale(samples, 1000000, format.sample_rate);
 }
 
-bool PcmTrack::write(void* recording, int64_t stamp_us) {
+bool PcmTrack::write(void* recording, int64_t shift_us) {
   uint8_t* planes[4] = {block.data(), nullptr, nullptr, nullptr};
-  return ZEVA2_write_audio_pcm(recording, planes, kAacFrameSamples, stamp_us);
+  return ZEVA2_write_audio_pcm(recording, planes, kAacFrameSamples, time_us().value() + shift_us);
 }
 
 void PcmTrack::pop() {

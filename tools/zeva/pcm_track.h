@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "packet_track.h"
+#include "status.h"
 #include "terminal.h"
 
 namespace zeva_tool {
@@ -27,7 +28,7 @@ class PcmTrack : public PacketTrack {
 
   void describe(MovieInfo2& info) const override;
   std::optional<int64_t> time_us() override;
-  bool write(void* recording, int64_t stamp_us) override;
+  bool write(void* recording, int64_t shift_us) override;
   void pop() override;
   std::string warning() const override;
 

@@ -52,7 +52,7 @@ bool Recorder::open() {
   result.progress.has_pictures = streams.pictures;
   pictures_over = !streams.pictures;
   sound_over = !streams.sound;
-  if (streams.fps > 0) grid.set_fps(streams.fps);
+  if (streams.grid_rate.num > 0) grid.set_rate(streams.grid_rate);
   return true;
 }
 
@@ -65,12 +65,12 @@ void Recorder::record() {
       if (pictures_over && sound_over) break;
       continue;
     }
-    bool on_grid = streams.fps > 0 && piece.kind == Piece::Kind::kPicture;
+    bool on_grid = streams.grid_rate.num > 0 && piece.kind == Piece::Kind::kPicture;
     if (on_grid && !grid.place(piece.time_us)) {
       ++result.progress.dropped;
       continue;
     }
-    if (!wait_until_due(piece.time_us) || !write(piece)) break;
+    if (!wait_until_due(piece.at_once ? 0 : piece.time_us) || !write(piece)) break;
     show_progress();
   }
 }
@@ -106,7 +106,7 @@ bool Recorder::wait_until_due(int64_t time_us) {
 bool Recorder::write(const Piece& piece) {
   bool taken = source.write(recording.handle(), base_us + piece.time_us);
   ++result.pieces;
-  if (!taken && recording.one_failure_ends_all()) {
+  if (!taken && recording.has_ended()) {
     result.refusal = "the library takes no more packets; its messages tell why (--log)";
   }
   if (piece.kind == Piece::Kind::kPicture) {

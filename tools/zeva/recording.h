@@ -5,6 +5,7 @@
 
 #include <cstdint>
 
+#include "av.h"
 #include "status.h"
 #include "status_inbox.h"
 #include "status_line.h"
@@ -15,7 +16,8 @@ namespace zeva_tool {
 struct RecordingStreams {
   bool pictures = false;
   bool sound = false;
-  int fps = 0;  // the grid that pictures are put on; 0: every picture is taken
+  // The grid that pictures are put on, in pictures a second; 0: every picture is taken.
+  AVRational grid_rate{0, 1};
 };
 
 class Recording {
@@ -49,6 +51,9 @@ class Recording {
 
   // Whether the outputs came to be open.
   virtual bool outputs_opened() const { return true; }
+
+  // Whether it takes nothing more of any stream.
+  virtual bool has_ended() { return false; }
 
   // Whether one failure ends all outputs, rather than its own only.
   virtual bool one_failure_ends_all() const { return false; }

@@ -133,9 +133,8 @@ int run_session(const Session& session, Terminal& terminal, StatusLine& line) {
   std::vector<std::string> urls = output_urls(options);
   std::vector<std::string> faults =
       recording_faults(urls, result, session.recording.one_failure_ends_all());
-  for (const std::string& fault : session.source.faults()) faults.push_back(fault);
   const bool finished = faults.empty();
-  for (const std::string& fault : encoding_faults(result)) faults.push_back(fault);
+  for (const std::string& fault : missing_parts(result)) faults.push_back(fault);
   for (const std::string& fault : faults) line.message(fault);
   settle_index(options, result, finished, index_was_there, line);
   if (!faults.empty()) return kExitFailure;

@@ -112,10 +112,11 @@ Sentences recording_faults(const std::vector<std::string>& urls, const Recording
   return faults;
 }
 
-Sentences encoding_faults(const RecordingResult& result) {
+Sentences missing_parts(const RecordingResult& result) {
   return told_of(
       result, {{kZevaStatusPictureRefused, "the outputs lack pictures: the encoder refused them"},
-               {kZevaStatusSoundRefused, "the outputs lack sound: the encoder refused it"}});
+               {kZevaStatusSoundRefused, "the outputs lack sound: the encoder refused it"},
+               {kZevaStatusInputLate, "the outputs lack a stream: it began too late"}});
 }
 
 bool lacks_index(const RecordingResult& result) {

@@ -15,8 +15,9 @@ namespace zeva_tool {
 std::vector<std::string> recording_faults(const std::vector<std::string>& urls,
                                           const RecordingResult& result, bool of_packets);
 
-// A sentence for pictures and one for sound that the outputs lack since the encoder refused them.
-std::vector<std::string> encoding_faults(const RecordingResult& result);
+// A sentence for everything that finished outputs lack: pictures or sound that the encoder refused,
+// a stream that came too late.
+std::vector<std::string> missing_parts(const RecordingResult& result);
 
 // True when the library could make no index, so that a file of its name is not the recording's.
 bool lacks_index(const RecordingResult& result);

@@ -17,6 +17,7 @@ struct Piece {
   enum class Kind { kPicture, kSound, kEnd };
   Kind kind = Kind::kEnd;
   int64_t time_us = 0;
+  bool at_once = false;  // not to be waited for until it is due
 };
 
 // All calls come from one thread.
@@ -32,9 +33,7 @@ class Source {
   // Writes the piece that next() told about; false when the library refused it.
   virtual bool write(void* recording, int64_t stamp_us) = 0;
 
-  // What ended the recording before its time, and what went wrong on the way without ending it; a
-  // sentence each.
-  virtual std::vector<std::string> faults() const { return {}; }
+  // What went wrong on the way without ending the recording; a sentence each.
   virtual std::vector<std::string> warnings() const { return {}; }
 };
 
