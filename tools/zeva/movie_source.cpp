@@ -4,41 +4,60 @@
 #include <cmath>
 #include <utility>
 
+#include "record_options.h"
+
 namespace zeva_tool {
 namespace {
 
-constexpr int64_t kSmallestGapUs = 40000;  // less is the wavering of time stamps
 constexpr int64_t kLongestSilenceUs = 1000000;
 constexpr int kMaxChannels = 8;
-constexpr double kMaxFps = 240;
-constexpr double kUnknownFps = 30;
+constexpr AVRational kUnknownRate{30, 1};
+// Every container can tell two pictures apart that are a millisecond from each other.
+constexpr int64_t kNextPictureUs = 1000;
 
-// The average rate suffers from pictures that a camera left out and from the last one's length, so
-// the rate that the time stamps suggest is better, as long as it is near the average. Rounding up
-// loses no picture; what is just above a whole number is meant to be that number.
-int frame_rate_of(const AVStream& stream) {
-  double average = stream.avg_frame_rate.num > 0 ? av_q2d(stream.avg_frame_rate) : 0;
-  double suggested = stream.r_frame_rate.num > 0 ? av_q2d(stream.r_frame_rate) : 0;
-  bool near = suggested >= average * 0.95 && suggested <= average * 1.5;
-  double rate = near || average <= 0 ? suggested : average;
-  if (!(rate > 0 && rate <= kMaxFps)) rate = kUnknownFps;
-  return std::max(1, static_cast<int>(std::ceil(rate - 0.1)));
+double value_of(AVRational rate) { return rate.num > 0 && rate.den > 0 ? av_q2d(rate) : 0; }
+
+AVRational within_limits(AVRational rate) {
+  return av_cmp_q(rate, {kMaxRecordedRate, 1}) <= 0 ? rate : AVRational{kMaxRecordedRate, 1};
+}
+
+// The average suffers from pictures that a camera left out and from the last one's length, so the
+// rate that the time stamps suggest is better when it is near.
+AVRational mean_rate_of(const AVStream& stream) {
+  double average = value_of(stream.avg_frame_rate);
+  double suggested = value_of(stream.r_frame_rate);
+  bool near = suggested >= average * 0.95 && suggested <= average * 1.05;
+  if (average <= 0 && suggested <= 0) return kUnknownRate;
+  return within_limits(near || average <= 0 ? stream.r_frame_rate : stream.avg_frame_rate);
+}
+
+// The suggested rate is the least that holds all times that were looked at. It is twice the
+// pictures' rate for fields, and meaningless above what anybody records.
+AVRational grid_rate_of(const AVStream& stream) {
+  double average = value_of(stream.avg_frame_rate);
+  double suggested = value_of(stream.r_frame_rate);
+  bool fields = suggested > average * 1.9 && suggested < average * 2.1;
+  bool usable = suggested >= average * 0.95 && suggested <= kMaxRecordedRate && !fields;
+  if (usable && suggested > 0) return stream.r_frame_rate;
+  AVRational mean = mean_rate_of(stream);
+  double whole = std::ceil(av_q2d(mean) - 0.1);  // rounding up loses no picture
+  return fields ? mean : AVRational{std::max(1, static_cast<int>(whole)), 1};
 }
 
 }  // namespace
 
-MovieSource::MovieSource(std::string movie_path, bool over_and_over, bool video, bool audio)
-    : path(std::move(movie_path)), loop(over_and_over), want_video(video), want_audio(audio) {}
+MovieSource::MovieSource(std::string movie_path, const Wanted& what)
+    : path(std::move(movie_path)), wanted(what) {}
 
 Status MovieSource::open() {
   reader = std::make_unique<MovieReader>();
-  Status status = reader->open(path, want_video, want_audio);
+  Status status = reader->open(path, wanted.video, wanted.audio);
   if (!status.ok()) return status;
   if (!reader->video_stream() && !reader->audio_stream()) {
     return Status("the input " + path + " has nothing to record: " +
-                  (want_video && want_audio ? "neither pictures nor sound"
-                   : want_video             ? "no pictures"
-                                            : "no sound"));
+                  (wanted.video && wanted.audio ? "neither pictures nor sound"
+                   : wanted.video               ? "no pictures"
+                                                : "no sound"));
   }
   if (reader->video_stream()) describe_video(*reader->video_stream());
   if (reader->audio_stream()) describe_audio(*reader->audio_stream());
@@ -61,16 +80,19 @@ void MovieSource::describe_video(const AVStream& stream) {
     shape = 1 / shape;
   }
   f.display_width = static_cast<int>(std::lround(f.width * shape));
-  f.fps = frame_rate_of(stream);
-  f.pix_fmt = AV_PIX_FMT_BGRA;
+  f.rate = mean_rate_of(stream);
+  f.own_times = true;
+  f.grid_rate = grid_rate_of(stream);
   f.color_primaries = parameters.color_primaries;
   f.color_trc = parameters.color_trc;
-  // Pictures that are RGB in the movie become luma and chroma by the default matrix.
   const AVPixFmtDescriptor* pixels =
       av_pix_fmt_desc_get(static_cast<AVPixelFormat>(parameters.format));
+  if (pixels && wanted.depth) f.component_bits = pixels->comp[0].depth;
+  f.pix_fmt = f.component_bits > 8 ? AV_PIX_FMT_BGRA64 : AV_PIX_FMT_BGRA;
+  // Pictures that are RGB in the movie become luma and chroma by the default matrix.
   bool rgb = pixels && (pixels->flags & AV_PIX_FMT_FLAG_RGB);
   f.colorspace = rgb ? AVCOL_SPC_SMPTE170M : parameters.color_space;
-  pictures.configure(f.width, f.height, turns);
+  pictures.configure(f.width, f.height, static_cast<AVPixelFormat>(f.pix_fmt), turns);
 }
 
 void MovieSource::describe_audio(const AVStream& stream) {
@@ -79,10 +101,7 @@ void MovieSource::describe_audio(const AVStream& stream) {
   source_format.sample_rate = stream.codecpar->sample_rate;
   source_format.channels = channels <= kMaxChannels ? std::max(1, channels) : 2;
   sound.configure(source_format.sample_rate, source_format.channels);
-}
-
-int64_t MovieSource::sound_end_us() const {
-  return av_rescale(sound_samples, 1000000, source_format.sample_rate);
+  sound_line.set_rate(source_format.sample_rate);
 }
 
 // Moves the reader on, into the next pass if there is one.
@@ -90,7 +109,7 @@ bool MovieSource::advance() {
   unit = reader->next();
   if (unit == MovieReader::Next::kEnd) {
     bool empty_pass = pass_zero_us == AV_NOPTS_VALUE;
-    if (empty_pass || !loop || !start_over()) return false;
+    if (empty_pass || !wanted.over_and_over || !start_over()) return false;
     unit = reader->next();
     if (unit == MovieReader::Next::kEnd) return false;
   }
@@ -103,7 +122,7 @@ bool MovieSource::start_over() {
   damaged_before += reader->damaged_count();
   if (!reader->read_error().empty()) read_error = reader->read_error();
   auto fresh = std::make_unique<MovieReader>();
-  if (!fresh->open(path, want_video, want_audio).ok()) {
+  if (!fresh->open(path, wanted.video, wanted.audio).ok()) {
     read_error = "it could not be opened again";
     return false;
   }
@@ -116,36 +135,53 @@ bool MovieSource::start_over() {
 Piece MovieSource::next() {
   data = Data::kNone;
   if (!unit_pending && !advance()) return {};
-  const StreamDecoder& decoder = reader->current();
-  int64_t time_us = std::max<int64_t>(0, decoder.time_us() - pass_zero_us) + pass_start_us;
-  if (unit == MovieReader::Next::kAudio && time_us - sound_end_us() >= kSmallestGapUs) {
-    data = Data::kSilence;
-    int64_t gap_us = std::min(time_us - sound_end_us(), kLongestSilenceUs);
-    silence_samples = av_rescale(gap_us, source_format.sample_rate, 1000000);
-    Piece piece{Piece::Kind::kSound, sound_end_us()};
-    sound_samples += silence_samples;
-    return piece;
-  }
+  int64_t time_us = reader->current().time_us() - pass_zero_us;
+  time_us = std::max<int64_t>(0, time_us) + pass_start_us;
+  return unit == MovieReader::Next::kVideo ? picture_at(time_us) : sound_at(time_us);
+}
+
+Piece MovieSource::picture_at(int64_t time_us) {
   unit_pending = false;
-  end_us = std::max(end_us, time_us + decoder.duration_us());
-  if (unit == MovieReader::Next::kVideo) {
-    data = Data::kPicture;
-    return {Piece::Kind::kPicture, time_us};
-  }
+  data = Data::kPicture;
+  if (time_us <= last_picture_us) time_us = last_picture_us + kNextPictureUs;
+  last_picture_us = time_us;
+  end_us = std::max(end_us, time_us + reader->current().duration_us());
+  return {Piece::Kind::kPicture, time_us};
+}
+
+Piece MovieSource::sound_at(int64_t time_us) {
+  int64_t correction = sound_line.correction(time_us);
+  if (correction > 0) return silence(correction);
+  unit_pending = false;
   data = Data::kSound;
-  if (!sound.convert(decoder.frame())) ++unconvertible;
-  sound_samples += sound.samples();
-  return {Piece::Kind::kSound, time_us};
+  end_us = std::max(end_us, time_us + reader->current().duration_us());
+  if (!sound.convert(reader->current().frame())) ++unconvertible;
+  sound.leave_out(-correction);
+  Piece piece{Piece::Kind::kSound, sound_line.end_us()};
+  sound_line.add(sound.samples());
+  return piece;
+}
+
+// A long one comes in parts, so that a recording in real time is not held up.
+Piece MovieSource::silence(int64_t samples) {
+  data = Data::kSilence;
+  silence_samples =
+      std::min(samples, av_rescale(kLongestSilenceUs, source_format.sample_rate, 1000000));
+  Piece piece{Piece::Kind::kSound, sound_line.end_us()};
+  sound_line.add(silence_samples);
+  return piece;
 }
 
 bool MovieSource::write(void* recording, int64_t stamp_us) {
   if (data == Data::kPicture) {
-    if (!pictures.convert(reader->current().frame())) {
+    AVFrame* picture = pictures.convert(reader->current().frame());
+    if (!picture) {
       ++unconvertible;
       return false;
     }
-    return ZEVA_write_video_bgra(recording, pictures.data(), pictures.size_bytes(), stamp_us,
-                                 pictures.stride());
+    picture->pts = stamp_us;
+    picture->pkt_duration = reader->current().duration_us();
+    return ZEVA_write_video_frame(recording, picture, kMicroseconds);
   }
   if (data == Data::kSilence) sound.make_silence(silence_samples);
   if (sound.size_bytes() > 0) {

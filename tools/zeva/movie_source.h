@@ -1,7 +1,8 @@
 // A movie file as a source, once or over and over.
 //
-// Gaps in the file's sound are filled with silence, so that sound stays together with the pictures:
-// the encoder counts samples and would close the gaps.
+// Every picture keeps its time; one that comes at the time of the picture before it, or earlier, is
+// put right after that. Holes in the file's sound are filled with silence, so that sound stays
+// together with the pictures.
 #pragma once
 
 #include <cstdint>
@@ -13,12 +14,19 @@
 #include "movie_reader.h"
 #include "picture_converter.h"
 #include "sound_converter.h"
+#include "sound_line.h"
 
 namespace zeva_tool {
 
 class MovieSource : public FrameSource {
  public:
-  MovieSource(std::string path, bool loop, bool want_video, bool want_audio);
+  struct Wanted {
+    bool over_and_over = false;
+    bool video = true;
+    bool audio = true;
+    bool depth = false;  // keep more than 8 bits
+  };
+  MovieSource(std::string path, const Wanted& wanted);
 
   Status open() override;
   const SourceFormat& format() const override { return source_format; }
@@ -33,15 +41,16 @@ class MovieSource : public FrameSource {
   void describe_audio(const AVStream& stream);
   bool advance();
   bool start_over();
-  int64_t sound_end_us() const;
+  Piece picture_at(int64_t time_us);
+  Piece sound_at(int64_t time_us);
+  Piece silence(int64_t samples);
 
-  std::string path;
-  bool loop;
-  bool want_video;
-  bool want_audio;
+  const std::string path;
+  const Wanted wanted;
   SourceFormat source_format;
   PictureConverter pictures;
   SoundConverter sound;
+  SoundLine sound_line;
 
   std::unique_ptr<MovieReader> reader;
   MovieReader::Next unit = MovieReader::Next::kEnd;
@@ -49,9 +58,9 @@ class MovieSource : public FrameSource {
   int64_t pass_zero_us = AV_NOPTS_VALUE;  // time of the pass's first frame in the file's time line
   int64_t pass_start_us = 0;              // its time in the recording
   int64_t end_us = 0;                     // where the next pass will start
+  int64_t last_picture_us = -1;
   Data data = Data::kNone;
   int64_t silence_samples = 0;
-  int64_t sound_samples = 0;  // handed out so far, silence included
   int64_t damaged_before = 0;
   int64_t unconvertible = 0;
   std::string read_error;

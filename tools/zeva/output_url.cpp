@@ -48,13 +48,4 @@ bool has_unknown_ending(const std::string& url) {
   return av_guess_format(nullptr, url.c_str(), nullptr) == nullptr;
 }
 
-OutputCodecs main_codecs(const std::string& url) {
-  if (has_scheme(url, "rtmp")) return {AV_CODEC_ID_H264, AV_CODEC_ID_AAC};
-  if (has_scheme(url, "rtsp")) return {AV_CODEC_ID_H264, AV_CODEC_ID_OPUS};
-  const AVOutputFormat* format = main_container(url);
-  if (!format) return {};
-  bool cover = format->video_codec == AV_CODEC_ID_PNG && format->audio_codec != AV_CODEC_ID_NONE;
-  return {cover ? AV_CODEC_ID_NONE : format->video_codec, format->audio_codec};
-}
-
 }  // namespace zeva_tool

@@ -27,12 +27,4 @@ bool has_unknown_ending(const std::string& url);
 AVOutputFormat* main_container(const std::string& url);
 AVOutputFormat* further_container(const std::string& url);
 
-// The codecs the library will choose for a main output; AV_CODEC_ID_NONE for a stream that the
-// container does not have. A container of sound that may carry a cover has no video.
-struct OutputCodecs {
-  AVCodecID video = AV_CODEC_ID_NONE;
-  AVCodecID audio = AV_CODEC_ID_NONE;
-};
-OutputCodecs main_codecs(const std::string& url);
-
 }  // namespace zeva_tool

@@ -1,7 +1,5 @@
 #include "pattern_source.h"
 
-#include "av.h"
-
 namespace zeva_tool {
 namespace {
 
@@ -9,12 +7,11 @@ constexpr int kSampleRate = 48000;
 
 }  // namespace
 
-PatternSource::PatternSource(int width, int height, int frames_per_second, bool pictures,
-                             bool sound) {
+PatternSource::PatternSource(int width, int height, AVRational rate, bool pictures, bool sound) {
   source_format.has_pictures = pictures;
   source_format.width = source_format.display_width = width;
   source_format.height = height;
-  source_format.fps = frames_per_second;
+  source_format.rate = rate;
   source_format.pix_fmt = AV_PIX_FMT_YUV420P;
   source_format.has_sound = sound;
   source_format.sample_rate = kSampleRate;
@@ -23,13 +20,12 @@ PatternSource::PatternSource(int width, int height, int frames_per_second, bool 
 
 void PatternSource::begin(void* recording, const MovieInfo& effective) {
   generator = recording;
-  fps = effective.fps;
   source_format.has_pictures = !effective.disable_video;
   source_format.has_sound = !effective.disable_audio;
 }
 
 Piece PatternSource::next() {
-  int64_t picture_us = av_rescale(picture_count, 1000000, fps);
+  int64_t picture_us = av_rescale_q(picture_count, av_inv_q(source_format.rate), kMicroseconds);
   int64_t sound_us = av_rescale(sample_count, 1000000, kSampleRate);
   frame_is_picture =
       source_format.has_pictures && (!source_format.has_sound || picture_us <= sound_us);

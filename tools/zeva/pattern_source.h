@@ -11,7 +11,7 @@ namespace zeva_tool {
 
 class PatternSource : public FrameSource {
  public:
-  PatternSource(int width, int height, int fps, bool pictures, bool sound);
+  PatternSource(int width, int height, AVRational rate, bool pictures, bool sound);
 
   Status open() override { return {}; }
   const SourceFormat& format() const override { return source_format; }
@@ -22,7 +22,6 @@ class PatternSource : public FrameSource {
  private:
   SourceFormat source_format;
   void* generator = nullptr;
-  int fps = 1;
   int64_t picture_count = 0;
   int64_t sample_count = 0;
   AVFrame* frame = nullptr;  // the recording's

@@ -1,6 +1,10 @@
 #include "picture_converter.h"
 
+#include <algorithm>
 #include <cmath>
+#include <cstddef>
+#include <cstdint>
+#include <utility>
 
 namespace zeva_tool {
 namespace {
@@ -20,6 +24,50 @@ void take_full_range(SwsContext* scaler) {
                            saturation);
 }
 
+// Pixels of either format are one number.
+template <typename Pixel>
+struct Pixels {
+  explicit Pixels(const AVFrame& frame)
+      : data(reinterpret_cast<Pixel*>(frame.data[0])),
+        per_line(frame.linesize[0] / static_cast<int>(sizeof(Pixel))) {}
+  Pixel* line(int y) const { return data + std::ptrdiff_t{y} * per_line; }
+
+  Pixel* data;
+  int per_line;
+};
+
+template <typename Pixel>
+void turn_half(const AVFrame& from, AVFrame& to) {
+  Pixels<Pixel> source(from);
+  Pixels<Pixel> target(to);
+  for (int y = 0; y < to.height; ++y) {
+    const Pixel* line = source.line(to.height - 1 - y);
+    std::reverse_copy(line, line + to.width, target.line(y));
+  }
+}
+
+// A decoded line becomes a column: from the right for a turn clockwise, else from the left.
+template <typename Pixel>
+void turn_quarter(const AVFrame& from, AVFrame& to, bool clockwise) {
+  Pixels<Pixel> source(from);
+  Pixels<Pixel> target(to);
+  for (int x = 0; x < to.width; ++x) {
+    const Pixel* line = source.line(clockwise ? to.width - 1 - x : x);
+    for (int y = 0; y < to.height; ++y) {
+      target.line(y)[x] = line[clockwise ? y : to.height - 1 - y];
+    }
+  }
+}
+
+template <typename Pixel>
+void turn(const AVFrame& from, AVFrame& to, int quarters) {
+  if (quarters == 2) {
+    turn_half<Pixel>(from, to);
+  } else {
+    turn_quarter<Pixel>(from, to, quarters == 1);
+  }
+}
+
 }  // namespace
 
 int PictureConverter::turns_of(const AVStream& stream) {
@@ -31,25 +79,36 @@ int PictureConverter::turns_of(const AVStream& stream) {
   return std::isfinite(degrees) ? static_cast<int>(std::lround(degrees / 90)) & 3 : 0;
 }
 
-void PictureConverter::configure(int width, int height, int quarter_turns) {
+void PictureConverter::configure(int width, int height, AVPixelFormat pixels, int quarter_turns) {
   upright_width = width;
   upright_height = height;
+  format = pixels;
   turns = quarter_turns;
-  upright.resize(static_cast<size_t>(width) * height);
-  if (turns) scaled.resize(upright.size());
+}
+
+bool PictureConverter::make_frame(FramePtr& frame, int width, int height) {
+  if (frame) return true;
+  FramePtr made(av_frame_alloc());
+  made->width = width;
+  made->height = height;
+  made->format = format;
+  if (av_frame_get_buffer(made.get(), 0) < 0) return false;
+  frame = std::move(made);
+  return true;
 }
 
 bool PictureConverter::prepare(const AVFrame& frame) {
   bool sideways = (turns & 1) != 0;
   int width = sideways ? upright_height : upright_width;
   int height = sideways ? upright_width : upright_height;
+  if (!make_frame(upright, upright_width, upright_height)) return false;
+  if (turns && !make_frame(scaled, width, height)) return false;
   int range = frame.color_range == AVCOL_RANGE_JPEG;
   bool same = scaler && frame.width == source_width && frame.height == source_height &&
               frame.format == source_format && range == source_range;
   if (same) return true;
   scaler.reset(sws_getContext(frame.width, frame.height, static_cast<AVPixelFormat>(frame.format),
-                              width, height, AV_PIX_FMT_BGRA, SWS_BICUBIC, nullptr, nullptr,
-                              nullptr));
+                              width, height, format, SWS_BICUBIC, nullptr, nullptr, nullptr));
   if (!scaler) return false;
   source_width = frame.width;
   source_height = frame.height;
@@ -59,34 +118,16 @@ bool PictureConverter::prepare(const AVFrame& frame) {
   return true;
 }
 
-bool PictureConverter::convert(const AVFrame& frame) {
-  if (!prepare(frame)) return false;
-  std::vector<uint32_t>& target = turns ? scaled : upright;
-  uint8_t* planes[4] = {reinterpret_cast<uint8_t*>(target.data())};
-  int strides[4] = {((turns & 1) ? upright_height : upright_width) * 4};
-  if (sws_scale(scaler.get(), frame.data, frame.linesize, 0, frame.height, planes, strides) < 0) {
-    return false;
+AVFrame* PictureConverter::convert(const AVFrame& frame) {
+  if (!prepare(frame)) return nullptr;
+  AVFrame& target = turns ? *scaled : *upright;
+  if (sws_scale(scaler.get(), frame.data, frame.linesize, 0, frame.height, target.data,
+                target.linesize) < 0) {
+    return nullptr;
   }
-  if (turns) turn();
-  return true;
-}
-
-void PictureConverter::turn() {
-  size_t count = upright.size();
-  if (turns == 2) {
-    for (size_t i = 0; i < count; ++i) upright[count - 1 - i] = scaled[i];
-    return;
-  }
-  // A decoded line becomes a column: from the right for a turn clockwise, else from the left.
-  for (int x = 0; x < upright_width; ++x) {
-    const uint32_t* line =
-        scaled.data() +
-        static_cast<size_t>(turns == 1 ? upright_width - 1 - x : x) * upright_height;
-    for (int y = 0; y < upright_height; ++y) {
-      upright[static_cast<size_t>(y) * upright_width + x] =
-          line[turns == 1 ? y : upright_height - 1 - y];
-    }
-  }
+  if (turns && format == AV_PIX_FMT_BGRA) turn<uint32_t>(*scaled, *upright, turns);
+  if (turns && format != AV_PIX_FMT_BGRA) turn<uint64_t>(*scaled, *upright, turns);
+  return upright.get();
 }
 
 }  // namespace zeva_tool

@@ -1,15 +1,13 @@
 #include "raw_source.h"
 
-#include "av.h"
-
 namespace zeva_tool {
 
-RawSource::RawSource(int width, int height, int fps, Terminal& the_terminal)
+RawSource::RawSource(int width, int height, AVRational rate, Terminal& the_terminal)
     : terminal(the_terminal) {
   source_format.has_pictures = true;
   source_format.width = source_format.display_width = width;
   source_format.height = height;
-  source_format.fps = fps;
+  source_format.rate = rate;
   source_format.pix_fmt = AV_PIX_FMT_BGRA;
   // The library turns RGB into luma and chroma by this matrix; players of large pictures would
   // assume another one.
@@ -30,7 +28,8 @@ Piece RawSource::next() {
     rest_bytes = got;
     return {};
   }
-  return {Piece::Kind::kPicture, av_rescale(picture_count++, 1000000, source_format.fps)};
+  return {Piece::Kind::kPicture,
+          av_rescale_q(picture_count++, av_inv_q(source_format.rate), kMicroseconds)};
 }
 
 bool RawSource::write(void* recording, int64_t stamp_us) {

@@ -7,6 +7,7 @@
 #include "movie_source.h"
 #include "output_url.h"
 #include "pattern_source.h"
+#include "picture_rate.h"
 #include "raw_source.h"
 #include "record_rules.h"
 #include "session.h"
@@ -15,21 +16,23 @@ namespace zeva_tool {
 namespace {
 
 constexpr PictureSize kPatternSize{1280, 720};
-constexpr int kPatternFps = 30;
+constexpr AVRational kPatternRate{30, 1};
 
 std::unique_ptr<FrameSource> make_source(const RecordOptions& options, Terminal& terminal) {
   bool video = wants_video(options);
   bool audio = wants_audio(options);
   if (!options.input.empty()) {
-    return std::make_unique<MovieSource>(local_path(options.input), options.loop, video, audio);
+    return std::make_unique<MovieSource>(
+        local_path(options.input),
+        MovieSource::Wanted{options.loop, video, audio, needs_depth(options)});
   }
   if (options.pattern) {
     PictureSize size = parse_size(options.size).value_or(kPatternSize);
-    int fps = options.fps.value_or(kPatternFps);
-    return std::make_unique<PatternSource>(size.width, size.height, fps, video, audio);
+    AVRational rate = parse_rate(options.fps, kMaxRecordedRate).value_or(kPatternRate);
+    return std::make_unique<PatternSource>(size.width, size.height, rate, video, audio);
   }
   RawFormat raw = parse_raw(options.raw).value();
-  return std::make_unique<RawSource>(raw.size.width, raw.size.height, raw.fps, terminal);
+  return std::make_unique<RawSource>(raw.size.width, raw.size.height, raw.rate, terminal);
 }
 
 }  // namespace

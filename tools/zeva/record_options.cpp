@@ -3,11 +3,12 @@
 #include <CLI/CLI.hpp>
 #include <charconv>
 
+#include "picture_rate.h"
+
 namespace zeva_tool {
 namespace {
 
 constexpr int kMaxSide = 16384;
-constexpr int kMaxFps = 240;
 
 constexpr const char* kExamples =
     "Examples:\n"
@@ -24,7 +25,7 @@ void add_source_options(CLI::App& command, RecordOptions& o) {
       ->group(group);
   command.add_flag("--pattern", o.pattern, "The library's test picture and tone")->group(group);
   command.add_option("--raw", o.raw, "BGRA pictures on standard input, no sound, e.g. 1280x720@30")
-      ->type_name("WxH@FPS")
+      ->type_name("WxH@RATE")
       ->group(group);
   command.add_flag("--loop", o.loop, "Start the input over when it ends")->group(group);
   add_pace_options(command, o, group);
@@ -33,7 +34,7 @@ void add_source_options(CLI::App& command, RecordOptions& o) {
 void add_outputs(CLI::App& command, RecordOptions& o) {
   add_output_options(command, o,
                      "Main output: a file or an rtmp:// or rtsp:// URL. "
-                     "It decides the codecs",
+                     "It decides the codecs, unless --vcodec and --acodec do",
                      "Further output, up to three times");
   command.add_option("--timeout", o.timeout_s, "Network time-out")
       ->type_name("SEC")
@@ -47,9 +48,11 @@ void add_video_options(CLI::App& command, RecordOptions& o) {
   command.add_option("--size", o.size, "Encoded size (default: the source's)")
       ->type_name("WxH")
       ->group(group);
-  command.add_option("--fps", o.fps, "Pictures a second (default: the source's)")
-      ->type_name("N")
-      ->check(int_in_range(1, kMaxFps))
+  command
+      .add_option("--fps", o.fps,
+                  "Put the pictures on a grid of this rate, such as 30, 29.97 or 30000/1001 "
+                  "(default: every picture of a movie keeps its own time)")
+      ->type_name("RATE")
       ->group(group);
   command.add_option("--gop", o.gop, "Pictures from key picture to key picture (default: 2 s)")
       ->type_name("N")
@@ -57,21 +60,8 @@ void add_video_options(CLI::App& command, RecordOptions& o) {
       ->group(group);
 }
 
-void add_encoder_options(CLI::App& command, RecordOptions& o) {
-  const char* group = "Encoder";
-  command.add_option("--preset", o.preset, "Encoder preset, ultrafast to placebo")
-      ->type_name("NAME")
-      ->capture_default_str()
-      ->group(group);
-  command.add_option("--profile", o.profile, "H.264 profile, baseline to high444")
-      ->type_name("NAME")
-      ->capture_default_str()
-      ->group(group);
-  command.add_option("--tune", o.tune, "Encoder tuning, film to zerolatency, or none")
-      ->type_name("NAME")
-      ->capture_default_str()
-      ->group(group);
-  command.add_option("--rc", o.rate_control, "Rate control: abr, cbr, vbr or cqp")
+void add_rate_options(CLI::App& command, RecordOptions& o, const char* group) {
+  command.add_option("--rc", o.rate_control, "Rate control: abr, cbr, vbr, cqp or crf")
       ->type_name("NAME")
       ->capture_default_str()
       ->group(group);
@@ -80,7 +70,10 @@ void add_encoder_options(CLI::App& command, RecordOptions& o) {
       ->type_name("KBPS")
       ->check(int_in_range(1, 1000000))
       ->group(group);
-  command.add_option("--crf", o.crf, "Constant quality, 1 best to 51, under the rate of --rc cbr")
+  command
+      .add_option("--crf", o.crf,
+                  "Constant quality of --rc crf, 1 best to 51 (default: 23); with --rc cbr the "
+                  "quality that it need not exceed")
       ->type_name("N")
       ->check(int_in_range(1, 51))
       ->group(group);
@@ -88,14 +81,50 @@ void add_encoder_options(CLI::App& command, RecordOptions& o) {
       ->type_name("N")
       ->check(int_in_range(1, 51))
       ->group(group);
+}
+
+void add_encoder_options(CLI::App& command, RecordOptions& o) {
+  const char* group = "Encoder";
+  command
+      .add_option("--vcodec", o.video_codec,
+                  "Codec or encoder of the pictures (default: H.264 where the output can hold it)")
+      ->type_name("NAME")
+      ->group(group);
+  command.add_option("--preset", o.preset, "Encoder preset, ultrafast to placebo")
+      ->type_name("NAME")
+      ->capture_default_str()
+      ->group(group);
+  command
+      .add_option("--profile", o.profile,
+                  "H.264 profile, baseline to high444 (default: high). high10, high422 and high444 "
+                  "encode more bits or finer colour")
+      ->type_name("NAME")
+      ->group(group);
+  command.add_option("--tune", o.tune, "Encoder tuning, film to zerolatency, or none")
+      ->type_name("NAME")
+      ->capture_default_str()
+      ->group(group);
+  add_rate_options(command, o, group);
+  command
+      .add_option("--x264", o.x264,
+                  "Further settings of the encoder libx264, in its own words, such as "
+                  "bframes=3:ref=4")
+      ->type_name("K=V:...")
+      ->group(group);
   command.add_flag("--hardware", o.hardware, "Try hardware encoders first")->group(group);
 }
 
 void add_sound_options(CLI::App& command, RecordOptions& o) {
   command.add_flag("--no-audio", o.no_audio, "Record pictures only")->group("Sound");
-  command.add_option("--audio-bitrate", o.audio_bitrate_kbps, "Rate of the sound")
+  command
+      .add_option("--acodec", o.audio_codec,
+                  "Codec or encoder of the sound (default: AAC where the output can hold it)")
+      ->type_name("NAME")
+      ->group("Sound");
+  command
+      .add_option("--audio-bitrate", o.audio_bitrate_kbps,
+                  "Rate of the sound (default: 128, and 64 for each channel from the third on)")
       ->type_name("KBPS")
-      ->capture_default_str()
       ->check(int_in_range(8, 1024))
       ->group("Sound");
 }
@@ -144,9 +173,11 @@ std::optional<PictureSize> parse_size(const std::string& text) {
 std::optional<RawFormat> parse_raw(const std::string& text) {
   std::string_view rest = text;
   RawFormat raw;
-  bool valid = take_size(rest, raw.size) && take_char(rest, '@') &&
-               take_number(rest, kMaxFps, raw.fps) && rest.empty();
-  return valid ? std::optional<RawFormat>(raw) : std::nullopt;
+  if (!take_size(rest, raw.size) || !take_char(rest, '@')) return std::nullopt;
+  auto rate = parse_rate(std::string(rest), kMaxRecordedRate);
+  if (!rate) return std::nullopt;
+  raw.rate = *rate;
+  return raw;
 }
 
 }  // namespace zeva_tool

@@ -4,9 +4,12 @@
 #include <optional>
 #include <string>
 
+#include "av.h"
 #include "session_options.h"
 
 namespace zeva_tool {
+
+constexpr int kMaxRecordedRate = 240;  // pictures a second
 
 struct RecordOptions : SessionOptions {
   std::string input;
@@ -17,19 +20,22 @@ struct RecordOptions : SessionOptions {
 
   bool no_video = false;
   std::string size;
-  std::optional<int> fps;
+  std::string fps;
   std::optional<int> gop;
+  std::string video_codec;
   std::string preset = "veryfast";
-  std::string profile = "high";
+  std::string profile;
   std::string tune = "none";
   std::string rate_control = "abr";
   std::optional<int> bitrate_kbps;
   std::optional<int> crf;
   std::optional<int> qp;
+  std::string x264;
   bool hardware = false;
 
   bool no_audio = false;
-  int audio_bitrate_kbps = 128;
+  std::string audio_codec;
+  std::optional<int> audio_bitrate_kbps;
 };
 
 // Adds the subcommand; parsing `app` then fills `options`, which must outlive it.
@@ -43,7 +49,7 @@ std::optional<PictureSize> parse_size(const std::string& text);  // "1280x720"
 
 struct RawFormat {
   PictureSize size;
-  int fps = 0;
+  AVRational rate{0, 1};
 };
 std::optional<RawFormat> parse_raw(const std::string& text);  // "1280x720@30"
 

@@ -1,13 +1,29 @@
-// Puts the settings record of a recording together from the arguments and from what the source is.
+// Puts the settings of a recording together from the arguments and from what the source is.
 #pragma once
+
+#include <string>
 
 #include "frame_source.h"
 #include "record_options.h"
 #include "zeva/movie_info.h"
+#include "zeva/options.h"
 
 namespace zeva_tool {
 
-// The result refers to strings of `options`.
-MovieInfo make_settings(const RecordOptions& options, const SourceFormat& source);
+// `movie` refers to strings of the arguments.
+struct RecordSettings {
+  MovieInfo movie{};
+  bool variable_rate = false;
+  AVRational rate{0, 1};
+  int channels = 0;  // of the movie's sound
+  std::string video_codec;
+  std::string audio_codec;
+  std::string encoder_options;
+
+  // What the library takes beside `movie`; refers to these settings.
+  ZevaOptions options() const;
+};
+
+RecordSettings make_settings(const RecordOptions& options, const SourceFormat& source);
 
 }  // namespace zeva_tool

@@ -87,6 +87,37 @@ Status check_files_differ(const SessionOptions& o, const NamedFiles& inputs) {
   return {};
 }
 
+// What the muxers that do not tell can hold beside their usual codecs, so that others can read it.
+struct Holding {
+  const char* muxer;
+  std::vector<AVCodecID> codecs;
+};
+
+const std::vector<Holding>& holdings() {
+  static const std::vector<AVCodecID> transport{
+      AV_CODEC_ID_H264,  AV_CODEC_ID_HEVC, AV_CODEC_ID_MPEG1VIDEO, AV_CODEC_ID_MPEG2VIDEO,
+      AV_CODEC_ID_MPEG4, AV_CODEC_ID_AAC,  AV_CODEC_ID_MP2,        AV_CODEC_ID_MP3,
+      AV_CODEC_ID_AC3,   AV_CODEC_ID_OPUS};
+  // Program streams have no place for the header that AAC needs.
+  static const std::vector<AVCodecID> program{AV_CODEC_ID_H264,       AV_CODEC_ID_MPEG1VIDEO,
+                                              AV_CODEC_ID_MPEG2VIDEO, AV_CODEC_ID_MP2,
+                                              AV_CODEC_ID_MP3,        AV_CODEC_ID_AC3};
+  static const std::vector<AVCodecID> ogg{AV_CODEC_ID_FLAC, AV_CODEC_ID_OPUS, AV_CODEC_ID_VORBIS,
+                                          AV_CODEC_ID_THEORA, AV_CODEC_ID_VP8};
+  static const std::vector<Holding> all{
+      {"mpegts", transport}, {"hls", transport}, {"mpeg", program}, {"svcd", program},
+      {"vob", program},      {"ogg", ogg},       {"oga", ogg},      {"ogv", ogg}};
+  return all;
+}
+
+bool is_listed(const std::string& muxer, AVCodecID codec) {
+  const std::vector<Holding>& all = holdings();
+  return std::any_of(all.begin(), all.end(), [&](const Holding& holding) {
+    return holding.muxer == muxer &&
+           std::count(holding.codecs.begin(), holding.codecs.end(), codec) > 0;
+  });
+}
+
 }  // namespace
 
 Status check_session_options(const SessionOptions& options, const SessionLimits& limits,
@@ -100,10 +131,7 @@ Status check_session_options(const SessionOptions& options, const SessionLimits&
 
 bool can_hold(AVOutputFormat* container, AVCodecID codec) {
   int answer = avformat_query_codec(container, codec, FF_COMPLIANCE_NORMAL);
-  if (answer != AVERROR_PATCHWELCOME) return answer > 0;
-  // The container does not know; what matters then is whether it takes this kind of stream at all.
-  bool video = avcodec_get_type(codec) == AVMEDIA_TYPE_VIDEO;
-  return (video ? container->video_codec : container->audio_codec) != AV_CODEC_ID_NONE;
+  return answer != AVERROR_PATCHWELCOME ? answer > 0 : is_listed(container->name, codec);
 }
 
 }  // namespace zeva_tool

@@ -1,5 +1,7 @@
 #include "sound_converter.h"
 
+#include <algorithm>
+
 namespace zeva_tool {
 
 void SoundConverter::configure(int sample_rate, int channel_count) {
@@ -39,6 +41,11 @@ bool SoundConverter::convert(const AVFrame& frame) {
                         const_cast<const uint8_t**>(frame.extended_data), frame.nb_samples);
   pcm.resize(static_cast<size_t>(got > 0 ? got : 0) * channels);
   return got > 0;
+}
+
+void SoundConverter::leave_out(int64_t count) {
+  count = std::clamp<int64_t>(count, 0, samples());
+  pcm.erase(pcm.begin(), pcm.begin() + static_cast<std::ptrdiff_t>(count * channels));
 }
 
 void SoundConverter::make_silence(int64_t samples) {

@@ -14,6 +14,7 @@ class SoundConverter {
   void configure(int sample_rate, int channels);
 
   bool convert(const AVFrame& frame);
+  void leave_out(int64_t samples);  // of the beginning; none for a number below 1
   void make_silence(int64_t samples);
 
   void* data() { return pcm.data(); }

@@ -8,6 +8,15 @@ namespace {
 // Frames that a decoder holds at the end of its input may fail one by one.
 constexpr int kMaxDrainAttempts = 64;
 
+// Where a stream of reordered pictures ends: its packets' durations are those of the order in which
+// they are decoded.
+int64_t end_of(const AVStream& stream) {
+  bool told = stream.codecpar->video_delay > 0 && stream.duration > 0 &&
+              stream.start_time != AV_NOPTS_VALUE;
+  return told ? av_rescale_q(stream.start_time + stream.duration, stream.time_base, kMicroseconds)
+              : AV_NOPTS_VALUE;
+}
+
 }  // namespace
 
 Status StreamDecoder::open(const AVStream& stream) {
@@ -24,6 +33,8 @@ Status StreamDecoder::open(const AVStream& stream) {
   if (result < 0) return Status(std::string(decoder->name) + ": " + av_text(result));
   time_base = stream.time_base;
   if (stream.avg_frame_rate.num > 0) frame_rate = stream.avg_frame_rate;
+  pictures = stream.codecpar->codec_type == AVMEDIA_TYPE_VIDEO;
+  stream_end_us = end_of(stream);
   return {};
 }
 
@@ -41,19 +52,39 @@ bool StreamDecoder::advance() {
 
 // True when the decoder's state moved on.
 bool StreamDecoder::receive() {
-  int result = avcodec_receive_frame(codec.get(), current.get());
+  AVFrame& frame = *in_hand.frame;
+  int result = avcodec_receive_frame(codec.get(), &frame);
   if (result == AVERROR(EAGAIN)) return false;
   if (result == AVERROR_EOF) {
-    ended = true;
+    finish();
   } else if (result < 0) {
     ++damaged;
     return false;
   } else {
-    if (current->decode_error_flags || (current->flags & AV_FRAME_FLAG_CORRUPT)) ++damaged;
-    stamp();
-    holding = true;
+    if (frame.decode_error_flags || (frame.flags & AV_FRAME_FLAG_CORRUPT)) ++damaged;
+    stamp(in_hand);
+    take_in();
   }
   return true;
+}
+
+// A picture waits for the next one, in whose place it then comes.
+void StreamDecoder::take_in() {
+  holding = !pictures || has_upcoming;
+  if (!pictures) return;
+  std::swap(in_hand, upcoming);
+  int64_t until_next_us = upcoming.time_us - in_hand.time_us;
+  if (has_upcoming && until_next_us > 0) in_hand.duration_us = until_next_us;
+  has_upcoming = true;
+}
+
+void StreamDecoder::finish() {
+  ended = true;
+  if (!has_upcoming) return;
+  std::swap(in_hand, upcoming);
+  has_upcoming = false;
+  holding = true;
+  if (stream_end_us > in_hand.time_us) in_hand.duration_us = stream_end_us - in_hand.time_us;
 }
 
 // False when there is nothing to feed.
@@ -61,7 +92,7 @@ bool StreamDecoder::feed() {
   if (packets.empty()) {
     if (!input_ended) return false;
     if (drain_attempts++ == 0) avcodec_send_packet(codec.get(), nullptr);
-    if (drain_attempts > kMaxDrainAttempts) ended = true;
+    if (drain_attempts > kMaxDrainAttempts) finish();
     return true;
   }
   if (avcodec_send_packet(codec.get(), packets.front().get()) < 0) ++damaged;
@@ -70,21 +101,22 @@ bool StreamDecoder::feed() {
   return true;
 }
 
-void StreamDecoder::stamp() {
-  int64_t duration = current->nb_samples > 0
-                         ? av_rescale(current->nb_samples, 1000000, current->sample_rate)
-                         : av_rescale_q(current->pkt_duration, time_base, kMicroseconds);
+void StreamDecoder::stamp(Decoded& decoded) {
+  const AVFrame& frame = *decoded.frame;
+  int64_t duration = frame.nb_samples > 0
+                         ? av_rescale(frame.nb_samples, 1000000, frame.sample_rate)
+                         : av_rescale_q(frame.pkt_duration, time_base, kMicroseconds);
   if (duration <= 0 && frame_rate.num > 0) {
     duration = av_rescale_q(1, av_inv_q(frame_rate), kMicroseconds);
   }
-  int64_t pts = current->best_effort_timestamp;
+  int64_t pts = frame.best_effort_timestamp;
   if (pts != AV_NOPTS_VALUE) {
-    current_us = av_rescale_q(pts, time_base, kMicroseconds);
+    decoded.time_us = av_rescale_q(pts, time_base, kMicroseconds);
   } else {
-    current_us = next_us == AV_NOPTS_VALUE ? 0 : next_us;
+    decoded.time_us = next_us == AV_NOPTS_VALUE ? 0 : next_us;
   }
-  current_duration_us = duration;
-  next_us = current_us + duration;
+  decoded.duration_us = duration;
+  next_us = decoded.time_us + duration;
 }
 
 }  // namespace zeva_tool
