@@ -254,7 +254,8 @@ int choose_sample_rate(const AVCodec& codec, const MovieInfo& info) {
     }
     return info.sample_rate;
   }
-  if (flv) return codec.supported_samplerates[0];
+  // FLV tells the rate of AAC in its configuration, and of other sound knows few (Adobe FLV 10.1).
+  if (flv && codec.id != AV_CODEC_ID_AAC) return codec.supported_samplerates[0];
   return listed_or_first(codec.supported_samplerates, static_cast<int>(info.sample_rate), 0);
 }
 
