@@ -95,9 +95,6 @@ class Movie:
         """When each packet is shown or heard, without what an encoder put before the beginning."""
         return sorted(time for time, flags in self.packets(kind) if "D" not in flags)
 
-    def beginning(self):
-        return min(self.times(kind)[0] for kind in ("va" if self.audio else "v"))
-
     def last_length(self):
         """Of the picture that is shown last, in seconds; 0 when the file does not tell."""
         lines = judge("ffprobe", "-v", "error", "-select_streams", "v", "-show_entries",
@@ -111,9 +108,7 @@ class Movie:
         return max(b - a for a, b in zip(times, times[1:]))
 
     def picture_hashes(self, *options):
-        lines = ffmpeg("-v", "error", *options, "-i", self.path, "-map", "0:v", "-vsync", "passthrough",
-                       "-f", "framehash", "-hash", "murmur3", "-").splitlines()
-        return [line.split(",")[-1] for line in lines if not line.startswith("#")]
+        return picture_hashes(self.path, *options)
 
     def ssim(self, reference, pictures=1000):
         """Likeness to a reference, picture by picture in the order of pictures."""
@@ -121,6 +116,25 @@ class Movie:
         text = ffmpeg("-i", self.path, "-i", reference, "-lavfi",
                       f"[0:v]{chain}[a];[1:v]{chain}[b];[a][b]ssim", "-f", "null", "-")
         return float(re.search(r"SSIM.* All:([0-9.]+)", text).group(1))
+
+
+def picture_hashes(path, *options):
+    """A hash for each picture; a complaint of the decoder would be one too."""
+    lines = ffmpeg("-v", "error", *options, "-i", path, "-map", "0:v", "-vsync", "passthrough",
+                   "-f", "framehash", "-hash", "murmur3", "-").splitlines()
+    return [line.split(",")[-1] for line in lines if not line.startswith("#")]
+
+
+def timeline(path):
+    """When each packet of pictures ("v") and of sound ("a") is shown or heard, without what an
+    encoder put before the beginning, from the earlier one's beginning on."""
+    lines = judge("ffprobe", "-v", "error", "-show_entries", "packet=codec_type,pts_time,flags",
+                  "-of", "csv=p=0", path).split()
+    packets = [line.split(",")[:3] for line in lines]
+    times = {kind[0]: sorted(float(time) for k, time, flags in packets
+                             if k == kind and "D" not in flags) for kind in ("video", "audio")}
+    beginning = min(moments[0] for moments in times.values() if moments)
+    return {kind: [time - beginning for time in moments] for kind, moments in times.items()}
 
 
 class ToolTest(unittest.TestCase):

@@ -57,7 +57,7 @@ bool Recorder::open() {
 }
 
 void Recorder::record() {
-  base_us = ZEVA_current_sys_usec();
+  begun_us = ZEVA_current_sys_usec();
   while (!must_stop()) {
     Piece piece = source.next();
     if (piece.kind == Piece::Kind::kEnd) break;
@@ -88,7 +88,7 @@ bool Recorder::wait_until_due(int64_t time_us) {
   for (;; look = true) {
     if (look) handle(terminal.wait(timeout_us));
     if (must_stop()) return false;
-    int64_t left_us = pace.fast ? 0 : base_us + time_us - ZEVA_current_sys_usec();
+    int64_t left_us = pace.fast ? 0 : begun_us + paused_us + time_us - ZEVA_current_sys_usec();
     bool due = pause_from_us == 0 && left_us <= 0;
     Recording::Room room = due ? recording.room() : Recording::Room::kNotYet;
     if (room == Recording::Room::kYes) return true;
@@ -104,7 +104,7 @@ bool Recorder::wait_until_due(int64_t time_us) {
 
 // False when the recording takes no more.
 bool Recorder::write(const Piece& piece) {
-  bool taken = source.write(recording.handle(), base_us + piece.time_us);
+  bool taken = source.write(recording.handle(), paused_us + piece.time_us);
   ++result.pieces;
   if (!taken && recording.has_ended()) {
     result.refusal = "the library takes no more packets; its messages tell why (--log)";
@@ -140,7 +140,7 @@ void Recorder::toggle_pause() {
   if (pause_from_us == 0) {
     if (recording.pause()) pause_from_us = ZEVA_current_sys_usec();
   } else if (recording.resume()) {
-    base_us += ZEVA_current_sys_usec() - pause_from_us;
+    paused_us += ZEVA_current_sys_usec() - pause_from_us;
     pause_from_us = 0;
   }
   show_progress();

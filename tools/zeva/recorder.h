@@ -1,9 +1,10 @@
 // Runs one recording: opens it, hands every piece of the source to the library when it is due,
 // follows keys and signals, and finishes it.
 //
-// While the recording is paused the source stands still, so that nothing of a file is lost; the
-// host times of what follows are moved by the length of the pause, which the library takes out
-// again. run() is called once, from the main thread.
+// The stamps that the library gets count from the recording's beginning. While the recording is
+// paused the source stands still, so that nothing of a file is lost; the stamps of what follows are
+// moved by the length of the pause, which the library takes out again. run() is called once, from
+// the main thread.
 #pragma once
 
 #include <cstdint>
@@ -74,7 +75,8 @@ class Recorder {
   size_t failures_shown = 0;
   size_t notices_shown = 0;
   bool quit = false;
-  int64_t base_us = 0;  // host time of movie time 0, moved on by every pause
+  int64_t begun_us = 0;
+  int64_t paused_us = 0;  // all pauses together
   int64_t pause_from_us = 0;
   bool pictures_over = false;
   bool sound_over = false;
