@@ -46,6 +46,7 @@ Status AACEncoder::open(const AudioSettings& wanted, int wanted_flags) {
     return Status::failure(-24, "audio resample init() failed ...");
   }
   Status opened = open_encoder();
+  delay = encoder != nullptr ? encoder->initial_padding : 0;
   if (opened.ok && !make_input_frame()) return Status::failure(AVERROR(ENOMEM), "no memory");
   return opened;
 }

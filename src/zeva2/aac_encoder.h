@@ -42,6 +42,9 @@ class AACEncoder {
   // first sample; after that it is not used: sound made from PCM is contiguous.
   bool encode(const uint8_t* const* planes, int32_t nb_samples, int64_t usec, const Sink& sink);
 
+  // By how many samples the first packet begins before the sound; any thread.
+  int delay_samples() const { return delay; }
+
  private:
   AACEncoder() = default;
   Status open(const AudioSettings& wanted, int wanted_flags);
@@ -62,6 +65,7 @@ class AACEncoder {
   PacketPtr packet;
   std::vector<uint8_t> adts_frame;
   int flags = 0;
+  int delay = 0;       // fixed by create
   bool ended = false;  // the encoder has given out all, and must be opened again
 
   // In samples of the sound.

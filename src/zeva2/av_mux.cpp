@@ -177,6 +177,11 @@ Status AVMux::open_outputs() {
   if (!rotate(input.video_stream(), options.rotation_deg)) {
     return Status::failure(AVERROR(ENOMEM), "no memory for the rotation");
   }
+  // Outputs without negative times make room for it.
+  AVStream* const sound = input.audio_stream();
+  if (aac_encoder && sound != nullptr) {
+    sound->codecpar->initial_padding = aac_encoder->delay_samples();
+  }
   OpenFiles files;
   bool index_given = settings.moov.empty();
   const auto open_next = [&](const std::string& url) {

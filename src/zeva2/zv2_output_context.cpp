@@ -107,6 +107,11 @@ Status OutputContext::add_stream(const AVStream& source) {
       transcoded ? avcodec_parameters_from_context(stream->codecpar, transcoder->opus_encoder())
                  : avcodec_parameters_copy(stream->codecpar, &par);
   if (result < 0) return Status::failure(result, av_error_text(result));
+  if (transcoded) {
+    const AVRational opus_units = transcoder->time_base();
+    stream->codecpar->initial_padding +=
+        static_cast<int>(av_rescale_q(par.initial_padding, {1, par.sample_rate}, opus_units));
+  }
   if (!copy_rotation(source, stream)) {
     return Status::failure(AVERROR(ENOMEM), av_error_text(AVERROR(ENOMEM)));
   }
