@@ -11,11 +11,12 @@
 //
 // Time stamps are microseconds of ZEVA_current_sys_usec (any other steady microsecond clock does,
 // as long as the recording is never paused). The first one offered, accepted or not, becomes movie
-// time 0. A video frame whose time, in units of 1/fps (or of the options' rate, or of 1/90000 s at a
-// variable rate), does not grow is dropped. Sound is counted by its samples, from the first sound's
-// own stamp on. A stamp that is half a second or more off the count moves it at once; one side of
-// it by more than 20 ms for a whole second, by what was the least of that second, is made up with
-// silence or by leaving samples out: a lost buffer, or a sound card with a clock of its own.
+// time 0. A video frame whose time, in units of 1/fps (or of the options' rate, or of 1/90000 s at
+// a variable rate), does not grow is dropped. Sound is counted by its samples, from the first
+// sound's own stamp on. A stamp that is half a second or more off the count moves it at once; one
+// side of it by more than 20 ms for a whole second, by what was the least of that second, is made
+// up with silence or by leaving samples out: a lost buffer, or a sound card with a clock of its
+// own.
 //
 // Threads: of one handle, pictures are written by one thread at a time and sound by one, which may
 // be another; neither waits for the other's encoding. The testing frames of a stream belong to the

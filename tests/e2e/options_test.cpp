@@ -175,6 +175,14 @@ TEST(VariableRate, KeepsEveryPictureAtItsTime) {
   }
 }
 
+std::vector<std::string> packet_times(const fs::path& file) {
+  std::vector<std::string> times;
+  for (const Row& packet : packets(file)) {
+    times.push_back(packet.at("pts") + " " + packet.at("dts") + " " + packet.at("flags"));
+  }
+  return times;
+}
+
 // Each output in its own units, the crash-safe index included.
 TEST(VariableRate, ReachesFurtherOutputsAndTheIndex) {
   const fs::path file = work_file("main.flv"), mp4 = work_file("b.mp4"), mkv = work_file("c.mkv"),
@@ -199,7 +207,10 @@ TEST(VariableRate, ReachesFurtherOutputsAndTheIndex) {
   const fs::path repaired = work_file("repaired.mp4");
   EXPECT_TRUE(ZEVA_StartRepair_sync(others[0].c_str(), utf8(index).c_str(), utf8(repaired).c_str(),
                                     nullptr, nullptr));
-  expect_times(repaired, pictures, 7e-6);
+  // The index learns of a packet's end from the next one: it never has the last.
+  std::vector<std::string> whole = packet_times(mp4);
+  whole.pop_back();
+  EXPECT_EQ(packet_times(repaired), whole);
 }
 
 TEST(VariableRate, EndsWithItsLastPicture) {
