@@ -34,12 +34,13 @@ bool same(const MoviePacket& a, const MoviePacket& b, int64_t shift) {
   return a.pts == b.pts + shift && a.dts == b.dts + shift && a.key == b.key && a.bytes == b.bytes;
 }
 
-// An MP4 whose track begins late tells when only to the millisecond, and one whose sound is nothing
-// but priming does not tell at all.
+// An MP4 whose track begins late tells when only to the millisecond. One whose sound is nothing but
+// priming, or whose pictures are one that is decoded before 0, does not tell at all.
 int64_t allowed_shift(const MovieTrack& track, const MovieTrack& known) {
   const MoviePacket& first = track.packets.front();
-  if (track.packets.size() <= known.packets.size() &&
-      known.packets[track.packets.size() - 1].pts < 0) {
+  const bool lone = track.packets.size() == 1 && known.packets.front().dts < 0;
+  if (lone || (track.packets.size() <= known.packets.size() &&
+               known.packets[track.packets.size() - 1].pts < 0)) {
     return first.pts - known.packets.front().pts;
   }
   const size_t space = known.description.rfind('/');
