@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <iterator>
 #include <string>
 #include <utility>
 
@@ -303,6 +304,17 @@ std::string set_up_audio(AVCodecContext* enc, const AVCodec& codec, MovieInfo& i
   return {};
 }
 
+// All outputs get the same packets. A muxer that does not need the parameter sets outside of them
+// puts them back in front of key frames.
+bool wants_global_header(const AVOutputFormat& main, const MovieInfo& info) {
+  if ((main.flags & AVFMT_GLOBALHEADER) != 0) return true;
+  const auto* const end =
+      std::find(std::begin(info.other_urls), std::end(info.other_urls), nullptr);
+  return std::any_of(std::begin(info.other_urls), end, [](const char* url) {
+    return (guess_output_format(url)->flags & AVFMT_GLOBALHEADER) != 0;
+  });
+}
+
 }  // namespace
 
 int nearest_fps(AVRational rate) {
@@ -331,7 +343,7 @@ NewStream add_stream(AVFormatContext* oc, AVCodecID codec_id, MovieInfo& info,
   stream->time_base = added.timing.units;
   apply_preset_options(enc, info.preset, info.profile, info.tune);
   if (codec->type == AVMEDIA_TYPE_VIDEO) added.fault = apply_video_options(enc, info, options);
-  if ((oc->oformat->flags & AVFMT_GLOBALHEADER) != 0) enc->flags |= AV_CODEC_FLAG_GLOBAL_HEADER;
+  if (wants_global_header(*oc->oformat, info)) enc->flags |= AV_CODEC_FLAG_GLOBAL_HEADER;
   return added;
 }
 

@@ -45,6 +45,17 @@ class CodecsTest(ToolTest):
                 self.assertEqual(movie.frames, 75)
                 self.assertGreater(movie.ssim("in.mp4"), 0.9)
 
+    def test_any_container_may_be_the_main_one(self):
+        make_camera_movie("in.mp4")
+        names = ["a.ts", "b.avi", "c.mkv", "d.mp4"]
+        for main in names[:2]:
+            also = [word for name in names if name != main for word in ("--also", name)]
+            self.record("--input", "in.mp4", "--fast", "-y", "-o", main, *also)
+            for name in names:
+                with self.subTest(main, name=name):
+                    self.assertEqual(Movie(name).frames, 75)
+                    self.assertGreater(Movie(name).ssim("in.mp4"), 0.9)
+
     def test_profiles_are_real(self):
         """A ramp of 1024 shades shows whether more than 8 bits arrived."""
         for bits, pixels in [(8, "yuv420p"), (10, "yuv444p10le")]:
