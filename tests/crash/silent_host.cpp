@@ -83,12 +83,12 @@ void use_packets(const std::string& path, const std::string& interface, Stream& 
   const bool reordered = interface == "reordered", from_pcm = interface == "pcm";
   using Pictures = std::vector<TimedPacket>;
   using Sounds = std::vector<std::string>;
-  const auto shown = std::make_shared<Pictures>(timed_h264_packets(300, reordered ? kBFrames : ""));
+  const auto shown = std::make_shared<Pictures>(timed_h264_packets(120, reordered ? kBFrames : ""));
   const auto heard = std::make_shared<Sounds>(aac_packets(500));
   void* recording = ZEVA2_start(packet_settings(path, from_pcm), on_status, nullptr);
   const double interval_us = 1e6 * pictures.interval;
   pictures.write = [=](int n, int64_t us) {
-    TimedPacket& packet = shown->at(static_cast<size_t>(n));
+    TimedPacket& packet = (*shown)[static_cast<size_t>(n) % shown->size()];
     const int bytes = static_cast<int>(packet.bytes.size());
     const auto delay = static_cast<double>(packet.pts - packet.dts);
     const int64_t pts_us = us + static_cast<int64_t>(delay * interval_us);
