@@ -29,11 +29,12 @@
 // operating system together, at the first packet after 200 ms and whenever a line of records (960
 // bytes) is full; what it has survives a crash of the program. So that packets of the last 200 ms
 // are lost, and pictures that were still in the encoder (with the presets' look-ahead up to half a
-// second). A thread of each recording with an index has the disk keep both files about once a
-// second, and all of the finished movie before ZEVA_stop returns: a power failure costs about a
-// second more, as far as the disk keeps what it says it has. Every output whose muxer is that of
-// MP4 or a relative (.mov, .m4v, .m4a, .3gp, a name without a known ending) can have the index; the
-// first of them has it.
+// second). While one stream is silent, the other one's packets wait another half a second for it;
+// the latest packet of all has no record. A thread of each recording with an index has the disk
+// keep both files about once a second, and all of the finished movie before ZEVA_stop returns: a
+// power failure costs about a second more, as far as the disk keeps what it says it has. Every
+// output whose muxer is that of MP4 or a relative (.mov, .m4v, .m4a, .3gp, a name without a known
+// ending) can have the index; the first of them has it.
 //
 // Files: one that is there already keeps its bytes until the first packet of the recording is
 // written. A start that fails, and a recording of nothing, leave no file behind and change none.
