@@ -45,6 +45,8 @@ class InputContext {
   AVStream* video_stream() const { return stream_of(video_slot); }
   AVStream* audio_stream() const { return stream_of(audio_slot); }
 
+  InputSignal signal;  // told of changes of the queues, until they are gone
+
   InputQueue video;
   InputQueue audio;
 
@@ -62,7 +64,6 @@ class InputContext {
   bool have_ended() const;
   void wait();
 
-  InputSignal signal;
   // After the queues, which they read.
   SlotPtr video_slot;
   SlotPtr audio_slot;
