@@ -104,8 +104,7 @@ int64_t PacketRecording::waiting() {
     return 0;
   }
   if (outputs >= 0) seen_open = true;
-  // The latest picture stays where it is until the end.
-  return int64_t{std::max(0, video - 1)} + audio + std::max(0, outputs);
+  return int64_t{video} + audio + std::max(0, outputs);
 }
 
 }  // namespace zeva_tool
