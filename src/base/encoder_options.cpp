@@ -17,7 +17,7 @@ namespace {
 constexpr char kField[] = "encoder_options";
 constexpr char kX264Params[] = "x264-params";
 
-// What the recording itself settles: the encoder must agree with its frames and its stream.
+// Settled by the recording itself: the encoder must agree with its frames and its stream.
 constexpr const char* kSettledKeys[] = {"time_base", "pixel_format", "video_size", "annexb"};
 
 class Dictionary {

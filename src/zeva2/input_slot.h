@@ -52,7 +52,7 @@ class InputSlot {
 
   // Takes the stream's parameters from its first packet; false when they are not there.
   bool learn(const uint8_t* data, size_t size_bytes);
-  // What an output gets as a packet: some bytes of one that owns them.
+  // One packet of the outputs: some bytes of a packet that owns them.
   struct Part {
     const AVPacket& packet;
     const uint8_t* data;

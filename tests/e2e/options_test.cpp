@@ -374,7 +374,7 @@ TEST(Options, ThatCannotBeAreRefusedByName) {
   });
 }
 
-// What lies beyond a record's size is not the host's to be read, half a pointer least of all.
+// The library reads no further than a record's size, and never half a pointer.
 TEST(Options, OfOlderAndNewerHosts) {
   struct Newer {
     ZevaOptions known;

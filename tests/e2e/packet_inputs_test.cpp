@@ -1,4 +1,4 @@
-// What hosts write as packets: silent streams, parameter sets on their own, bad packets.
+// Packets as hosts write them: silent streams, parameter sets on their own, bad packets.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 

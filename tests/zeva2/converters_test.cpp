@@ -136,8 +136,7 @@ TEST(Transcoder, GivesOutAllSoundWhenItEnds) {
   }
 }
 
-// What was written before comes out to the last sample, also in the middle; sound that follows is
-// in its place again.
+// A flush gives out the last sample, also in the middle; sound that follows is in its place again.
 TEST(AacEncoder, GivesOutAllSoundWhenItIsFlushed) {
   for (const int rate : {48000, 44100}) {
     const auto encoder = AACEncoder::create({rate, 2, "s16", 128}, AACEncoder::kGlobalHeader);

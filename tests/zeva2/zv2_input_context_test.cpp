@@ -116,7 +116,7 @@ TEST(InputContext, GivesUpGarbageWithoutAnEndOfTheStream) {
   EXPECT_EQ(input.open_inputs("aac", "h264").code, -23);
 }
 
-// What several pictures or frames in a packet get as times, and packets with both times.
+// The times of several pictures or frames in a packet, and of packets with both times.
 TEST(InputContext, StampsWhatIsInAPacket) {
   const auto video = h264_packets(4);
   const auto sound = aac_packets(3);

@@ -14,7 +14,7 @@ struct SourceFormat {
   int height = 0;
   int display_width = 0;  // width in square pixels
   AVRational rate{0, 1};  // pictures a second, on the average
-  // Whether the pictures have times of their own. Otherwise they come exactly at the rate.
+  // The pictures have times of their own; otherwise they come exactly at the rate.
   bool own_times = false;
   AVRational grid_rate{0, 1};  // at which as good as every picture finds a place of its own
   int pix_fmt = -1;

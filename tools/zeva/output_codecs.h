@@ -1,4 +1,4 @@
-// Which encoders a recording uses: those that were asked for; else H.264 and AAC in every container
+// The encoders of a recording: those that were asked for; else H.264 and AAC in every container
 // that movies of them are usual in, and what FFmpeg takes in the others.
 #pragma once
 
