@@ -122,17 +122,17 @@ void InputQueue::leave_out() {
 
 int64_t InputQueue::release_due() {
   const std::lock_guard<std::mutex> lock(sort_mutex);
-  int64_t oldest_us = INT64_MAX;
-  for (const auto& [key, sorted] : sort_queue) oldest_us = std::min(oldest_us, sorted.since_us);
   if (sort_queue.empty()) return -1;
-  const int64_t left_ms = kLongestSortedMs - (steady_us() - oldest_us) / 1000;
-  if (left_ms > 0) return left_ms;
-  // Everything before it in time goes first.
-  while (!sort_queue.empty()) {
-    const bool last = sort_queue.begin()->second.since_us == oldest_us;
-    queue_oldest_locked();
-    if (last) break;
+  const int64_t now_us = steady_us();
+  int64_t oldest_us = INT64_MAX;
+  size_t seen = 0, due = 0;  // everything before a due packet in time goes with it
+  for (const auto& [key, sorted] : sort_queue) {
+    ++seen;
+    oldest_us = std::min(oldest_us, sorted.since_us);
+    if (now_us - sorted.since_us >= kLongestSortedMs * 1000) due = seen;
   }
+  if (due == 0) return std::max<int64_t>(1, kLongestSortedMs - (now_us - oldest_us) / 1000);
+  for (; due > 0; --due) queue_oldest_locked();
   return 0;
 }
 

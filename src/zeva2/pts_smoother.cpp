@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <utility>
 
 #include "saturating.h"
 
@@ -55,7 +56,8 @@ bool PtsSmoother::is_off_for_too_long(int64_t pts, int64_t result) {
 }
 
 void PtsSmoother::learn(int64_t pts) {
-  const auto interval = static_cast<double>(saturating_sub(pts, last_pts));
+  const double packets = 1.0 + std::exchange(unstamped, 0);
+  const auto interval = static_cast<double>(saturating_sub(pts, last_pts)) / packets;
   if (++intervals < 1) return;  // the step itself is no interval
   const double share = std::max(kAlpha, 1.0 / static_cast<double>(intervals));
   mean += share * (interval - mean);
@@ -65,7 +67,8 @@ int64_t PtsSmoother::next() {
   const int64_t step =
       std::max(intervals > 0 ? saturating_trunc(mean + 0.5) : 0, kShortestIntervalUs);
   last_result = saturating_add(last_result, step);
-  last_pts = last_result;
+  if (first) last_pts = last_result;
+  if (!first) ++unstamped;
   first = false;
   return last_result;
 }

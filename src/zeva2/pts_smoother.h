@@ -32,6 +32,7 @@ class PtsSmoother {
   int64_t intervals = 0;  // that the mean was made of
   bool first = true;
   int64_t last_pts = 0;
+  int unstamped = 0;  // packets since `last_pts`
   int64_t last_result = 0;
   std::optional<int64_t> off_since;
 };

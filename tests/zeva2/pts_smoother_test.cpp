@@ -37,6 +37,18 @@ TEST(PtsSmoother, LeavesEvenSpacingAloneAndATenthOfJitter) {
   }
 }
 
+// Two pictures in each packet, of which the host stamps the first.
+TEST(PtsSmoother, SpreadsPacketsWithoutStampsEvenly) {
+  zeva::PtsSmoother smoother;
+  for (int64_t i = 0; i < 100; ++i) {
+    EXPECT_EQ(smoother.smooth(i * 80 * kMs), i * 80 * kMs);
+    const int64_t between = smoother.next();
+    if (i > 0) {
+      EXPECT_EQ(between, i * 80 * kMs + 40 * kMs);
+    }
+  }
+}
+
 // Whatever a host stamps: results grow, and stay near the host's stamps.
 TEST(PtsSmoother, StaysNearTheHost) {
   std::minstd_rand random(1);
