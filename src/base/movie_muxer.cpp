@@ -40,7 +40,7 @@ Status refused(const std::string& fault) {
 template <typename Encoder>
 Status open_encoder(Encoder* encoder, const MovieInfo& info, const std::string& option) {
   if (encoder == nullptr) return Status::success();
-  const Status opened = encoder->open(info);
+  Status opened = encoder->open(info);
   if (opened.ok) return opened;
   if (option.empty()) return Status::failure(kOpeningFailedCode, opened.message);
   return refused(option + ": " + opened.message);

@@ -15,8 +15,7 @@ constexpr const char* kExamples =
 
 void add_source_options(CLI::App& command, MuxOptions& o) {
   const char* group = "Source (--input, or --video with or without a sound)";
-  command
-      .add_option("--input", o.input, "The H.264 and AAC of a movie, as they are")
+  command.add_option("--input", o.input, "The H.264 and AAC of a movie, as they are")
       ->type_name("FILE")
       ->group(group);
   command.add_flag("--no-video", o.no_video, "Take only the input's sound")->group(group);
