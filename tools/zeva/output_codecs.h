@@ -35,7 +35,7 @@ AVPixelFormat profile_format(const AVCodec& encoder, const std::string& profile,
 // How many channels the encoder takes of a source's, into an output of this URL.
 int encoded_channels(const AVCodec& encoder, const std::string& url, int source_channels);
 
-// Whether every picture can keep its own time in the recording's outputs.
+// True when every picture can keep its own time in the recording's outputs.
 bool times_are_free(const RecordOptions& o);
 
 }  // namespace zeva_tool

@@ -32,7 +32,7 @@ class PacketTrack {
   // Moves on to the next packet.
   virtual void pop() = 0;
 
-  // What went wrong on the way, a sentence.
+  // A sentence on what went wrong on the way.
   virtual std::string warning() const { return {}; }
 };
 

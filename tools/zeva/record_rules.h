@@ -14,7 +14,7 @@ Status check_record_options(const RecordOptions& options);
 bool wants_video(const RecordOptions& options);
 bool wants_audio(const RecordOptions& options);
 
-// Whether the profile asked for is one of those that need not cut pictures down to 8 bits.
+// True when the profile asked for need not cut pictures down to 8 bits.
 bool needs_depth(const RecordOptions& options);
 
 }  // namespace zeva_tool

@@ -20,7 +20,7 @@ struct RecordSettings {
   std::string audio_codec;
   std::string encoder_options;
 
-  // What the library takes beside `movie`; refers to these settings.
+  // Goes to the library beside `movie`; refers to these settings.
   ZevaOptions options() const;
 };
 

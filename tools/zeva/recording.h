@@ -52,7 +52,7 @@ class Recording {
   // Whether the outputs came to be open.
   virtual bool outputs_opened() const { return true; }
 
-  // Whether it takes nothing more of any stream.
+  // True when it takes nothing more of any stream.
   virtual bool has_ended() { return false; }
 
   // Whether one failure ends all outputs, rather than its own only.

@@ -87,7 +87,7 @@ Status check_files_differ(const SessionOptions& o, const NamedFiles& inputs) {
   return {};
 }
 
-// What the muxers that do not tell can hold beside their usual codecs, so that others can read it.
+// Codecs that muxers which do not tell can hold, beside their usual ones, for others to read.
 struct Holding {
   const char* muxer;
   std::vector<AVCodecID> codecs;

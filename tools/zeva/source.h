@@ -33,7 +33,7 @@ class Source {
   // Writes the piece that next() told about; false when the library refused it.
   virtual bool write(void* recording, int64_t stamp_us) = 0;
 
-  // What went wrong on the way without ending the recording; a sentence each.
+  // A sentence for each thing that went wrong without ending the recording.
   virtual std::vector<std::string> warnings() const { return {}; }
 };
 
