@@ -1,6 +1,8 @@
 #include "movie_output.h"
 
 #include <algorithm>
+#include <cstdio>
+#include <cstring>
 #include <utility>
 
 #include "av_error.h"
@@ -115,7 +117,18 @@ int MovieOutput::begin_packet(const AVPacket& packet) {
   if (!has_room_for(packet)) return AVERROR(ENOSPC);
   ++packets;
   payload_bytes += packet.size;
+  note_end(packet);
   return 0;
+}
+
+// A damaged index has packets of any stream and time; the muxer refuses them.
+void MovieOutput::note_end(const AVPacket& packet) {
+  constexpr int64_t kLimit = int64_t{1} << 56;
+  const auto index = static_cast<unsigned>(packet.stream_index);
+  const auto possible = [](int64_t time) { return time > -kLimit && time < kLimit; };
+  if (index >= oc->nb_streams || !possible(packet.pts) || !possible(packet.duration)) return;
+  const AVRational time_base = oc->streams[index]->time_base;
+  end_us = std::max(end_us, av_rescale_q(packet.pts + packet.duration, time_base, kMicroseconds));
 }
 
 // Everything that the muxer was given must fit, and the trailer behind it.
@@ -204,11 +217,37 @@ int MovieOutput::write_trailer() {
   if (!header_written || trailer_tried) return 0;
   trailer_tried = true;
   if (file != nullptr && !file->is_committed()) return 0;
+  const bool has_table = file != nullptr && needs_index(*oc->oformat);
+  if (has_table) (void)write_held();  // so that the table comes next
+  const int64_t table = has_table ? avio_tell(oc->pb) : 0;
   io.begin_operation();
   const int result = io.result_of_operation(av_write_trailer(oc.get()));
   if (result < 0 || oc->pb == nullptr) return result;
   avio_flush(oc->pb);
+  if (has_table && oc->pb->error >= 0) correct_duration(table);
   return oc->pb->error;  // a full disk is no success, although the muxer may say so
+}
+
+// FFmpeg 4.x counts an encoder's first samples, which players skip, as part of the movie, and not
+// the time before a stream that begins late. The movie header box (ISO/IEC 14496-12, 8.2.2) is the
+// first one of the table, unless the host's options put that elsewhere.
+void MovieOutput::correct_duration(int64_t table) {
+  constexpr int kDurationAt = 32;
+  const FilePtr written(open_file(file_path(output_url).c_str(), "rb"));
+  uint8_t box[kDurationAt] = {};
+  if (written == nullptr || !seek_file(written.get(), table) ||
+      fread(box, 1, sizeof box, written.get()) != sizeof box) {
+    return;
+  }
+  const bool found = memcmp(box + 4, "moov", 4) == 0 && memcmp(box + 12, "mvhd\0", 5) == 0;
+  const auto timescale =
+      static_cast<uint32_t>(box[28] << 24 | box[29] << 16 | box[30] << 8 | box[31]);
+  if (!found || timescale == 0) return;
+  const int64_t end = avio_tell(oc->pb);
+  avio_seek(oc->pb, table + kDurationAt, SEEK_SET);
+  avio_wb32(oc->pb, static_cast<uint32_t>(av_rescale(end_us, timescale, 1000000)));
+  avio_seek(oc->pb, end, SEEK_SET);
+  avio_flush(oc->pb);
 }
 
 // ---- the end

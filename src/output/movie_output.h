@@ -102,6 +102,8 @@ class MovieOutput {
   void leave_out(const std::string& why);
   bool write_interleaved(AVPacket* packet, int& result);
   int close_io();
+  void note_end(const AVPacket& packet);
+  void correct_duration(int64_t table);
 
   const std::string output_url;
   const Report report;
@@ -118,6 +120,7 @@ class MovieOutput {
   int64_t left_out = 0;  // of the packets
   int refused_in_a_row = 0;
   int64_t payload_bytes = 0;
+  int64_t end_us = 0;  // movie time at which the last packet ends
 };
 
 // True when the muxer writes MP4 or one of its relatives (MOV, M4A, 3GP): such a file cannot be

@@ -56,6 +56,8 @@ TEST(Sound, EndsWhereItsLastSampleIs) {
     const char* duration;  // where ffprobe tells it
   } cases[] = {
       {"end.mp4", 48000, 48000, 144000, 1024, 1.01 / 48000, "stream=duration"},
+      {"end.mp4", 48000, 48000, 144000, 1024, 1e-6, "format=duration"},
+      {"end.mp4", 44100, 48000, 132300, 1000, 1e-3, "format=duration"},
       {"end.mp4", 48000, 48000, 144001, 441, 1.01 / 48000, "stream=duration"},
       {"end.mp4", 44100, 48000, 132300, 1000, 1.01 / 48000, "stream=duration"},
       {"end.mp4", 8000, 44100, 24000, 160, 1.01 / 44100, "stream=duration"},
