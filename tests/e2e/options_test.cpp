@@ -18,12 +18,6 @@ using namespace zeva_test;  // NOLINT: a test reads better without the prefix
 namespace fs = std::filesystem;
 using testing::HasSubstr;
 
-ZevaOptions options() {
-  ZevaOptions made;
-  ZevaOptions_init(&made);
-  return made;
-}
-
 MovieInfo pictures_only(const fs::path& file) {
   MovieInfo info = settings(file);
   info.disable_audio = true;

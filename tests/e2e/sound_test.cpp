@@ -18,12 +18,6 @@ namespace {
 using namespace zeva_test;  // NOLINT: a test reads better without the prefix
 namespace fs = std::filesystem;
 
-ZevaOptions options() {
-  ZevaOptions made;
-  ZevaOptions_init(&made);
-  return made;
-}
-
 MovieInfo sound_only(const fs::path& file) {
   MovieInfo info = settings(file);
   info.disable_video = true;

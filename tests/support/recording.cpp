@@ -60,6 +60,12 @@ MovieInfo settings(const std::string& url) {
 
 MovieInfo settings(const fs::path& path) { return settings(utf8(path)); }
 
+ZevaOptions options() {
+  ZevaOptions made;
+  ZevaOptions_init(&made);
+  return made;
+}
+
 int64_t time_us(int frame) { return kStartUs + int64_t{1000000} * frame / kFps; }
 
 std::vector<uint8_t> gradients(int frame, int stride) {

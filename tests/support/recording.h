@@ -37,6 +37,9 @@ void set_text(char (&field)[kSize], const std::string& text) {
 MovieInfo settings(const std::string& url);
 MovieInfo settings(const std::filesystem::path& path);
 
+// Options that change nothing.
+ZevaOptions options();
+
 // Host time of picture `frame` and of the sound beside it.
 int64_t time_us(int frame);
 
