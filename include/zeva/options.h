@@ -61,6 +61,12 @@ typedef struct ZevaOptions {
   // refused, and so is what the recording itself settles: "time_base", "pixel_format",
   // "video_size", "annexb".
   const char* encoder_options;
+
+  // Classic recordings: matrix (AVColorSpace, ITU-T H.273) and range (AVColorRange) of the YUV
+  // pictures that the host gives, where they differ from the movie's, which MovieInfo has: the
+  // library converts from the one to the other. 0: as the movie's. RGB pictures have neither.
+  int32_t source_matrix;
+  int32_t source_range;
 } ZevaOptions;
 
 // Makes a record of defaults.

@@ -5,16 +5,21 @@
 
 namespace ZV {
 
+namespace {
+
+bool matches(const AVFrame& frame, const zeva::PictureFormat& format) {
+  return frame.width == format.width && frame.height == format.height &&
+         frame.format == format.pixels;
+}
+
+}  // namespace
+
 int NxRescale::config(AVFrame* dst, AVFrame* src, AVRational tb) {
   time_base = tb;
-  announced = {src->width, src->height, src->format};
-  if (src->width == dst->width && src->height == dst->height && src->format == dst->format) {
-    return 0;
-  }
-  sws.reset(sws_getContext(src->width, src->height, static_cast<AVPixelFormat>(src->format),
-                           dst->width, dst->height, static_cast<AVPixelFormat>(dst->format),
-                           SWS_BICUBIC, nullptr, nullptr, nullptr));
-  if (!sws) {
+  announced = zeva::settle(zeva::format_of(*src));
+  const zeva::PictureFormat wanted = zeva::settle(zeva::format_of(*dst));
+  if (announced == wanted) return 0;
+  if (!converter.configure(announced, wanted)) {
     zeva::err_print(stderr, "Could not initialize the conversion context\n");
     return -1;
   }
@@ -25,28 +30,23 @@ int NxRescale::config(AVFrame* dst, AVFrame* src, AVRational tb) {
 AVFrame* NxRescale::rescale(AVFrame* in, const AVRational* in_tb) {
   if (in == nullptr || in->data[0] == nullptr) return nullptr;
   AVFrame* out = in;
-  if (sws && announced.matches(*in)) {
+  if (out_frame && matches(*in, announced)) {
     out_refs = zeva::release_held_buffers(out_frame.get(), out_refs);
     if (out_refs < 0) {
       ZEVA_LOG(zeva::kLogError, "refused a picture: %s", zeva::av_error_text(out_refs));
       return nullptr;
     }
-    sws_scale(sws.get(), in->data, in->linesize, 0, in->height, out_frame->data,
-              out_frame->linesize);
+    converter.convert(*in, *out_frame);
     out = out_frame.get();
-  } else if (sws && !Shape{out_frame->width, out_frame->height, out_frame->format}.matches(*in)) {
+  } else if (out_frame && !matches(*in, zeva::format_of(*out_frame))) {
     ZEVA_LOG(zeva::kLogError, "refused a picture of %dx%d in format %d instead of %dx%d in %d",
              in->width, in->height, in->format, announced.width, announced.height,
-             announced.format);
+             announced.pixels);
     return nullptr;
   }
   out->pts = av_rescale_q(in->pts, *in_tb, time_base);
   out->pkt_duration = av_rescale_q(in->pkt_duration, *in_tb, time_base);
   return out;
-}
-
-bool NxRescale::Shape::matches(const AVFrame& frame) const {
-  return frame.width == width && frame.height == height && frame.format == format;
 }
 
 }  // namespace ZV

@@ -2,12 +2,13 @@
 #pragma once
 
 #include "av_handles.h"
+#include "picture_converter.h"
 
 namespace ZV {
 
 // Scales and converts pictures, or passes them through when nothing differs, and rescales their
-// time stamps and lengths (`pkt_duration`). Owns the scaler and a frame that shares the encoder's
-// picture buffers. Used by the one thread that writes frames.
+// time stamps and lengths (`pkt_duration`). Owns the converter and a frame that shares the
+// encoder's picture buffers. Used by the one thread that writes frames.
 class NxRescale {
  public:
   NxRescale() = default;
@@ -15,8 +16,9 @@ class NxRescale {
   NxRescale(const NxRescale&) = delete;
   NxRescale& operator=(const NxRescale&) = delete;
 
-  // `dst` is the encoder's frame, `src` describes the host's pictures (width, height, format), `tb`
-  // is the unit of output time stamps. Call once. 0, or -1 when no such conversion exists.
+  // `dst` is the encoder's frame, `src` describes the host's pictures (size, format, matrix and
+  // range), `tb` is the unit of output time stamps. Call once. 0, or -1 when no such conversion
+  // exists.
   int config(AVFrame* dst, AVFrame* src, AVRational tb);
 
   // The converted picture, or `in` itself when there is nothing to convert (its times are then
@@ -27,15 +29,8 @@ class NxRescale {
   AVRational time_base{0, 1};
 
  private:
-  struct Shape {
-    int width = 0;
-    int height = 0;
-    int format = -1;
-    bool matches(const AVFrame& frame) const;
-  };
-
-  Shape announced;
-  zeva::SwsPtr sws;          // null: pass through
+  zeva::PictureFormat announced;
+  zeva::PictureConverter converter;
   zeva::FramePtr out_frame;  // null: pass through
   int out_refs = 2;          // references to out_frame's buffers that no filter of the host's keeps
 };

@@ -68,6 +68,8 @@ Options::Options(const ZevaOptions* given) {
   video_codec = record.text(&ZevaOptions::video_codec);
   audio_codec = record.text(&ZevaOptions::audio_codec);
   encoder_options = record.text(&ZevaOptions::encoder_options);
+  source_matrix = record.get(&ZevaOptions::source_matrix);
+  source_range = record.get(&ZevaOptions::source_range);
   record_fault = flag_fault("variable_rate", record.get(&ZevaOptions::variable_rate));
   if (record_fault.empty()) {
     record_fault = flag_fault("common_start", record.get(&ZevaOptions::common_start));

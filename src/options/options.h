@@ -28,6 +28,8 @@ struct Options {
   std::string video_codec;
   std::string audio_codec;
   std::string encoder_options;
+  int32_t source_matrix = 0;
+  int32_t source_range = 0;
 
  private:
   std::string record_fault;  // found while the host's record was still there
