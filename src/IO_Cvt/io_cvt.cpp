@@ -86,6 +86,9 @@ bool IOCvt::ensure_video() {
   description->width = info.src_width;
   description->height = info.src_height;
   description->format = info.src_pix_fmt;
+  const zeva::PictureFormat& host = muxer->video_encoder()->host_pictures();
+  description->colorspace = host.matrix;
+  description->color_range = host.range;
   auto made = std::make_unique<ZV::NxRescale>();
   if (made->config(dst, description.get(), muxer->video_encoder()->time_base()) < 0) {
     ZEVA_LOG(kLogError, "=== config NxRescale failed ..");

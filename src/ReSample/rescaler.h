@@ -16,9 +16,9 @@ class NxRescale {
   NxRescale(const NxRescale&) = delete;
   NxRescale& operator=(const NxRescale&) = delete;
 
-  // `dst` is the encoder's frame, `src` describes the host's pictures (size, format, matrix and
-  // range), `tb` is the unit of output time stamps. Call once. 0, or -1 when no such conversion
-  // exists.
+  // `dst` is the encoder's frame; `src` describes the host's pictures (size, format, and of those
+  // that do not say it themselves matrix and range); `tb` is the unit of output time stamps. Call
+  // once. 0, or -1 when no such conversion exists.
   int config(AVFrame* dst, AVFrame* src, AVRational tb);
 
   // The converted picture, or `in` itself when there is nothing to convert (its times are then
@@ -29,10 +29,14 @@ class NxRescale {
   AVRational time_base{0, 1};
 
  private:
+  // Null when there is no such conversion.
+  AVFrame* convert(AVFrame* in, const zeva::PictureFormat& from);
+
   zeva::PictureFormat announced;
-  zeva::PictureConverter converter;
-  zeva::FramePtr out_frame;  // null: pass through
-  int out_refs = 2;          // references to out_frame's buffers that no filter of the host's keeps
+  zeva::PictureFormat wanted;
+  zeva::PictureConverter converter;  // from what the last picture was that had to be converted
+  zeva::FramePtr out_frame;
+  int out_refs = 2;  // references to out_frame's buffers that no filter of the host's keeps
 };
 
 }  // namespace ZV

@@ -10,6 +10,7 @@ namespace zeva {
 EncBase::EncBase(const Kind& kind, NewStream stream, BaseWriter* writer, Tell tell)
     : enc(std::move(stream.encoder)),
       timing(stream.timing),
+      host(stream.host),
       kind(kind),
       stream(stream.stream),
       writer(writer),

@@ -6,6 +6,7 @@
 
 #include "av_handles.h"
 #include "base_writer.h"
+#include "picture_format.h"
 #include "picture_times.h"
 #include "status.h"
 #include "zeva/movie_info.h"
@@ -17,6 +18,7 @@ struct NewStream {
   AVStream* stream = nullptr;  // belongs to the output context
   CodecContextPtr encoder;     // null: no stream could be made
   PictureTiming timing;        // of sound only the units
+  PictureFormat host;          // the pictures that the host announced
   std::string fault;           // an option that this encoder cannot take, as a sentence
 };
 
@@ -70,9 +72,10 @@ class EncBase {
   MovieInfo info{};
   CodecContextPtr enc;
   const PictureTiming timing;
-  FramePtr frame;        // the encoder's own frame, in its format and size
-  FramePtr tmp_frame;    // the test signals' frame
-  int64_t next_pts = 0;  // test signals only: frames or samples generated
+  const PictureFormat host;  // pictures only
+  FramePtr frame;            // the encoder's own frame, in its format and size
+  FramePtr tmp_frame;        // the test signals' frame
+  int64_t next_pts = 0;      // test signals only: frames or samples generated
 
  private:
   struct Drained {

@@ -9,6 +9,7 @@
 #include "movie_output.h"
 #include "output_opening.h"
 #include "output_url.h"
+#include "picture_colours.h"
 #include "settings_check.h"
 #include "stream_setup.h"
 
@@ -119,6 +120,7 @@ Status MovieMuxer::open(MovieInfo& info) {
     info.fps = nearest_fps({options.rate_num, options.rate_den});
   }
   if (fault.empty()) fault = settings_fault(info);
+  if (fault.empty() && !info.disable_video) fault = colours_fault(info, options);
   Status status = fault.empty() ? open_main(info) : refused(fault);
   if (status.ok) status = open_encoders(info);
   if (status.ok) status = open_url(info);

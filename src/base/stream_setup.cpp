@@ -12,13 +12,12 @@
 #include "hardware_enc.h"
 #include "logger.h"
 #include "output_url.h"
+#include "picture_colours.h"
 
 namespace zeva {
 namespace {
 
 enum RateControl { kAverageBitrate = 0, kConstantBitrate = 1, kConstantQuantiser = 3 };
-
-constexpr int kUnspecifiedColorspace = 2;
 
 // The units of pictures that keep their own time: those of MPEG's system clock, in which all the
 // usual rates are whole.
@@ -146,19 +145,6 @@ void set_rate_control(AVCodecContext* enc, int64_t bitrate, const MovieInfo& inf
   }
 }
 
-void set_colours(AVCodecContext* enc, const MovieInfo& info) {
-  if (info.color_primaries != 0) {
-    enc->color_primaries = static_cast<AVColorPrimaries>(info.color_primaries);
-  }
-  if (info.color_trc != 0) {
-    enc->color_trc = static_cast<AVColorTransferCharacteristic>(info.color_trc);
-  }
-  if (info.color_range != 0) enc->color_range = static_cast<AVColorRange>(info.color_range);
-  if (info.colorspace != kUnspecifiedColorspace) {
-    enc->colorspace = static_cast<AVColorSpace>(info.colorspace);
-  }
-}
-
 // Entries of the list of MPEG-1's encoder that the standard has (ISO/IEC 11172-2, 2.4.3.2); the
 // encoder refuses the others.
 constexpr ptrdiff_t kMpeg1Rates = 8;
@@ -214,7 +200,7 @@ PictureTiming set_up_video(AVCodecContext* enc, const AVCodec& codec, MovieInfo&
   set_rate_control(enc, bitrate, info);
   enc->width = info.width;
   enc->height = info.height;
-  set_colours(enc, info);
+  request_colours(*enc, info);
   const PictureTiming timing = set_frame_rate(enc, codec, info, options);
   enc->gop_size = info.gop_size;
   if (codec.pix_fmts != nullptr) {
@@ -229,7 +215,8 @@ PictureTiming set_up_video(AVCodecContext* enc, const AVCodec& codec, MovieInfo&
   return timing;
 }
 
-// The host's options come after all other settings; only the pixel format follows from them.
+// The host's options come after all other settings; only the pixel format and the colours follow
+// from them.
 std::string apply_video_options(AVCodecContext* enc, MovieInfo& info, const Options& options) {
   if (!takes_profile(*enc, info.profile)) {
     return std::string("profile '") + profile_to_str(info.profile) + "': " + enc->codec->name +
@@ -242,7 +229,7 @@ std::string apply_video_options(AVCodecContext* enc, MovieInfo& info, const Opti
     return std::string("profile: ") + enc->codec->name + " has no pixel format of it";
   }
   info.pix_fmt = enc->pix_fmt;
-  return {};
+  return settle_colours(*enc, info, options);
 }
 
 // ---- audio
@@ -331,7 +318,7 @@ NewStream add_stream(AVFormatContext* oc, AVCodecID codec_id, MovieInfo& info,
     return {};
   }
   stream->id = static_cast<int>(oc->nb_streams) - 1;
-  NewStream added{stream, CodecContextPtr(avcodec_alloc_context3(codec)), {}, {}};
+  NewStream added{stream, CodecContextPtr(avcodec_alloc_context3(codec)), {}, {}, {}};
   if (!added.encoder) return {};
   AVCodecContext* const enc = added.encoder.get();
   if (codec->type == AVMEDIA_TYPE_VIDEO) {
@@ -342,7 +329,10 @@ NewStream add_stream(AVFormatContext* oc, AVCodecID codec_id, MovieInfo& info,
   }
   stream->time_base = added.timing.units;
   apply_preset_options(enc, info.preset, info.profile, info.tune);
-  if (codec->type == AVMEDIA_TYPE_VIDEO) added.fault = apply_video_options(enc, info, options);
+  if (codec->type == AVMEDIA_TYPE_VIDEO) {
+    added.fault = apply_video_options(enc, info, options);
+    added.host = host_pictures(info, options);
+  }
   if (wants_global_header(*oc->oformat, info)) enc->flags |= AV_CODEC_FLAG_GLOBAL_HEADER;
   return added;
 }

@@ -25,16 +25,11 @@ FramePtr alloc_picture(int pix_fmt, int width, int height) {
 }
 
 // Running out of memory for a scaler ends the process: there is no recording without it.
-SwsPtr make_scaler(int src_width, int src_height, int src_fmt, int dst_width, int dst_height,
-                   int dst_fmt) {
-  SwsPtr scaler(sws_getContext(src_width, src_height, static_cast<AVPixelFormat>(src_fmt),
-                               dst_width, dst_height, static_cast<AVPixelFormat>(dst_fmt),
-                               SWS_BICUBIC, nullptr, nullptr, nullptr));
-  if (!scaler) {
-    err_print(stderr, "Could not initialize the conversion context\n");
-    exit(1);
-  }
-  return scaler;
+void configure_or_exit(PictureConverter& converter, const PictureFormat& from,
+                       const PictureFormat& to) {
+  if (converter.configure(from, to)) return;
+  err_print(stderr, "Could not initialize the conversion context\n");
+  exit(1);
 }
 
 }  // namespace
@@ -52,7 +47,12 @@ Status VideoEnc::open(const MovieInfo& settings) {
   Status opened = open_codec();
   if (!opened.ok) return opened;
   frame = alloc_picture(enc->pix_fmt, enc->width, enc->height);
-  if (frame && borrowed) return opened;
+  if (frame && borrowed) {
+    frame->colorspace = enc->colorspace;
+    frame->color_range = enc->color_range;
+    movie = settle(format_of(*frame));
+    return opened;
+  }
   err_print(stderr, "Could not allocate video frame\n");
   return Status::failure(AVERROR(ENOMEM), "Could not allocate video frame");
 }
@@ -96,29 +96,16 @@ bool VideoEnc::borrow(const AVFrame& picture) {
 }
 
 AVFrame* VideoEnc::convert(AVFrame* picture) {
-  if (picture->format == enc->pix_fmt && picture->width == enc->width &&
-      picture->height == enc->height) {
-    return picture;
-  }
-  if (!conversion_scaler) {
-    conversion_scaler = make_scaler(picture->width, picture->height, picture->format, enc->width,
-                                    enc->height, enc->pix_fmt);
-    conversion_width = picture->width;
-    conversion_height = picture->height;
-    conversion_format = picture->format;
-  }
-  if (picture->width != conversion_width || picture->height != conversion_height ||
-      picture->format != conversion_format) {
-    ZEVA_LOG(kLogError, "refused a picture of %dx%d in format %d: the first was %dx%d in %d",
-             picture->width, picture->height, picture->format, conversion_width, conversion_height,
-             conversion_format);
+  const PictureFormat given = described(*picture, movie);
+  if (given == movie) return picture;
+  if (!can_convert(given, movie)) {
+    ZEVA_LOG(kLogError, "refused a picture of %dx%d in format %d, matrix %d", picture->width,
+             picture->height, picture->format, picture->colorspace);
     return nullptr;
   }
-  sws_scale(conversion_scaler.get(), picture->data, picture->linesize, 0, picture->height,
-            frame->data, frame->linesize);
+  if (given != from_filter.source()) configure_or_exit(from_filter, given, movie);
+  from_filter.convert(*picture, *frame);
   frame->pts = picture->pts;
-  frame->colorspace = picture->colorspace;
-  frame->color_range = picture->color_range;
   err_print(stderr, "---------- V pts: %lld\n", static_cast<long long>(frame->pts));
   return frame.get();
 }
@@ -148,15 +135,17 @@ bool VideoEnc::draw_test_picture() {
     draw_colour_pattern(out, pattern_counter++);
     return true;
   }
-  if (!pattern_scaler) {
-    pattern_scaler = make_scaler(info.src_width, info.src_height, AV_PIX_FMT_YUV420P, out->width,
-                                 out->height, info.src_pix_fmt);
+  if (from_pattern.source().width == 0) {
+    configure_or_exit(from_pattern,
+                      settle({host.width, host.height, AV_PIX_FMT_YUV420P,
+                              host.is_rgb() ? movie.matrix : host.matrix,
+                              host.is_rgb() ? movie.range : host.range}),
+                      host);
   }
   const FramePtr fresh = alloc_picture(AV_PIX_FMT_YUV420P, info.src_width, info.src_height);
   if (!fresh || fresh->buf[0] == nullptr) return false;
   draw_colour_pattern(fresh.get(), pattern_counter++);
-  sws_scale(pattern_scaler.get(), fresh->data, fresh->linesize, 0, fresh->height, out->data,
-            out->linesize);
+  from_pattern.convert(*fresh, *out);
   return true;
 }
 

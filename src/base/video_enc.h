@@ -4,12 +4,13 @@
 #include <atomic>
 
 #include "enc_base.h"
+#include "picture_converter.h"
 #include "zeva/record.h"
 
 namespace zeva {
 
 // Encodes pictures, converting those that are not in the codec's format and size, and hands every
-// packet to the writer. Owns its filter and its scalers. One thread at a time, but for `filter`.
+// packet to the writer. Owns its filter and its converters. One thread at a time, but for `filter`.
 class VideoEnc : public EncBase {
  public:
   VideoEnc(NewStream stream, BaseWriter* writer, Tell tell);
@@ -20,6 +21,9 @@ class VideoEnc : public EncBase {
 
   // From picture to picture at the mean rate.
   AVRational interval() const { return timing.interval; }
+
+  // The pictures that the host announced.
+  const PictureFormat& host_pictures() const { return host; }
 
   // A null frame flushes. The number of packets handed on (0 while the codec holds the picture
   // back), or an EncodeResult. The picture is not kept. Its `pkt_duration`, in the same units as
@@ -40,13 +44,11 @@ class VideoEnc : public EncBase {
   bool borrow(const AVFrame& picture);
   bool draw_test_picture();
 
-  PictureTimes times;        // at a variable rate
-  FramePtr borrowed;         // the picture as the codec gets it; owns no buffers
-  SwsPtr conversion_scaler;  // for pictures as the first one to be converted was
-  int conversion_width = 0;
-  int conversion_height = 0;
-  int conversion_format = -1;
-  SwsPtr pattern_scaler;
+  PictureTimes times;            // at a variable rate
+  FramePtr borrowed;             // the picture as the codec gets it; owns no buffers
+  PictureFormat movie;           // of the codec's pictures
+  PictureConverter from_filter;  // for pictures as the last one was
+  PictureConverter from_pattern;
   int64_t pattern_period_sec = 10;
   int pattern_counter = 0;
 };

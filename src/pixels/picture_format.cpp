@@ -53,4 +53,33 @@ PictureFormat settle(PictureFormat format) {
   return format;
 }
 
+PictureFormat described(const AVFrame& frame, const PictureFormat& otherwise) {
+  PictureFormat format = format_of(frame);
+  const bool told = format.matrix != AVCOL_SPC_UNSPECIFIED && format.matrix != AVCOL_SPC_RGB;
+  if (!told) format.matrix = otherwise.matrix;
+  if (format.range == AVCOL_RANGE_UNSPECIFIED) format.range = otherwise.range;
+  return settle(format);
+}
+
+bool is_linear(AVColorSpace matrix) {
+  switch (matrix) {
+    case AVCOL_SPC_BT709:
+    case AVCOL_SPC_FCC:
+    case AVCOL_SPC_BT470BG:
+    case AVCOL_SPC_SMPTE170M:
+    case AVCOL_SPC_SMPTE240M:
+    case AVCOL_SPC_BT2020_NCL:
+      return true;
+    default:
+      return false;
+  }
+}
+
+bool can_convert(const PictureFormat& from, const PictureFormat& to) {
+  if (from == to) return true;
+  if (sws_isSupportedInput(from.pixels) == 0 || sws_isSupportedOutput(to.pixels) == 0) return false;
+  if (from.matrix == to.matrix) return true;
+  return (from.is_rgb() || is_linear(from.matrix)) && (to.is_rgb() || is_linear(to.matrix));
+}
+
 }  // namespace zeva

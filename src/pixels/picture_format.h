@@ -31,4 +31,13 @@ AVColorSpace usual_matrix(int width, int height);
 // the identity as their matrix; it counts as unspecified.
 PictureFormat settle(PictureFormat format);
 
+// Settled: what the frame does not say of itself is as in `otherwise`, which is settled.
+PictureFormat described(const AVFrame& frame, const PictureFormat& otherwise);
+
+// Luma and chroma of such a matrix are linear in red, green and blue, as stored (H.273, 8.3).
+bool is_linear(AVColorSpace matrix);
+
+// Both settled.
+bool can_convert(const PictureFormat& from, const PictureFormat& to);
+
 }  // namespace zeva
