@@ -88,8 +88,13 @@ struct MovieInfo {
   int32_t pix_fmt;          // AVPixelFormat to encode; replaced by what the encoder supports
   int32_t color_primaries;  // AVColorPrimaries; 0 leaves the encoder's default
   int32_t color_trc;        // AVColorTransferCharacteristic; 0 leaves the default
-  int32_t colorspace;       // AVColorSpace; 2 (unspecified) leaves the default, 0 means RGB
-  int32_t color_range;      // AVColorRange; 0 leaves the default
+  // Matrix and range (AVColorSpace, AVColorRange; ITU-T H.273) of the movie: the host's pictures
+  // are converted to them, and the movie is tagged with them. Replaced by what is really used where
+  // unspecified (matrix 2, or 0; range 0): the matrix of the host's YUV pictures (ZevaOptions), for
+  // others BT.709 from 1280 pixels wide or 577 high on, else SMPTE 170M; the limited range, or the
+  // full one where `pix_fmt` implies it.
+  int32_t colorspace;
+  int32_t color_range;
   Quality_Level preset;
   Profile_Level profile;
   Tune_Level tune;

@@ -59,7 +59,8 @@ typedef struct ZevaOptions {
   // video_bitrate 0 is constant quality without a bound of the bit rate. With "libx264" also its
   // own names that FFmpeg lacks, such as "vbv-maxrate". One that the encoder does not know is
   // refused, and so is what the recording itself settles: "time_base", "pixel_format",
-  // "video_size", "annexb".
+  // "video_size", "annexb", and libx264's "colormatrix" and "fullrange"
+  // ("colorspace" and "color_range" are FFmpeg's names of MovieInfo's fields).
   const char* encoder_options;
 
   // Classic recordings: matrix (AVColorSpace, ITU-T H.273) and range (AVColorRange) of the YUV

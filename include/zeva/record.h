@@ -88,8 +88,8 @@ typedef void (*ZEVA_status_callback)(int code, const char* message, void* user);
 // opening: that is told by `cb` and by ZEVA_get_mInfo returning false.
 // `cb`, `user` and `effective` may be null. `async` false: blocks until the output is open or has
 // failed, and `effective` receives the settings really used (sample_rate, fps, pix_fmt, rc_mode,
-// hardware). `async` true: returns at once, opens on a thread of its own (for network outputs that
-// may block while connecting) and `effective` receives the settings as given.
+// colours, hardware). `async` true: returns at once, opens on a thread of its own (for network
+// outputs that may block while connecting) and `effective` receives the settings as given.
 ZEVA_API void* ZEVA_start(const MovieInfo& info, ZEVA_status_callback cb, void* user,
                           MovieInfo* effective, bool async);
 
@@ -139,10 +139,12 @@ ZEVA_API bool ZEVA_write_audio_pcm(void* h, void* data, int bytes, int64_t pts_u
 
 // Ready frames with `pts` in `tb`; results as above. They are as the settings describe the host's
 // pictures and sound, or as the encoder's destination frames (below); sound may change between the
-// two and have any number of samples. Others are refused. The frame's pts is overwritten, and
-// nothing else: the frame stays the host's, who may write into it again when the call returns. Its
-// picture type, as decoders leave it there, is not looked at. At a variable rate `pkt_duration`, in
-// `tb` too, says how long a picture lasts that turns out to be the last one; 0 for unknown.
+// two and have any number of samples. Others are refused. A picture whose `colorspace` or
+// `color_range` is specified is taken for that, whatever the options say. The frame's pts is
+// overwritten, and nothing else: the frame stays the host's, who may write into it again when the
+// call returns. Its picture type, as decoders leave it there, is not looked at. At a variable rate
+// `pkt_duration`, in `tb` too, says how long a picture lasts that turns out to be the last one; 0
+// for unknown.
 ZEVA_API bool ZEVA_write_video_frame(void* h, AVFrame* frame, const AVRational& tb);
 ZEVA_API bool ZEVA_write_audio_frame(void* h, AVFrame* frame, const AVRational& tb);
 

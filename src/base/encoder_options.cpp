@@ -17,8 +17,10 @@ namespace {
 constexpr char kField[] = "encoder_options";
 constexpr char kX264Params[] = "x264-params";
 
-// Settled by the recording itself: the encoder must agree with its frames and its stream.
-constexpr const char* kSettledKeys[] = {"time_base", "pixel_format", "video_size", "annexb"};
+// Settled by the recording itself: the encoder must agree with its frames and its stream. Matrix
+// and range have FFmpeg's own names, by which the frames are converted.
+constexpr const char* kSettledKeys[] = {"time_base", "pixel_format", "video_size",
+                                        "annexb",    "colormatrix",  "fullrange"};
 
 class Dictionary {
  public:
@@ -37,6 +39,15 @@ class Dictionary {
 
 std::string said_of(const AVDictionaryEntry& entry) {
   return std::string("'") + entry.key + "=" + entry.value + "'";
+}
+
+bool is_settled(const char* key) {
+  return std::any_of(std::begin(kSettledKeys), std::end(kSettledKeys),
+                     [key](const char* settled) { return strcmp(settled, key) == 0; });
+}
+
+std::string settled_fault(const AVDictionaryEntry& entry) {
+  return std::string(kField) + ": the recording itself settles " + said_of(entry);
 }
 
 // ---- parameters of libx264 alone
@@ -66,6 +77,7 @@ std::string set_x264_params(AVCodecContext& enc, const Dictionary& added) {
   const AVDictionaryEntry* entry = nullptr;
   while ((entry = added.next(entry)) != nullptr) all.set(entry->key, entry->value);
   while ((entry = all.next(entry)) != nullptr) {
+    if (is_settled(entry->key)) return settled_fault(*entry);
     if (!x264_takes(enc, x264_text(*entry))) {
       return std::string(kField) + ": libx264 does not take " + said_of(*entry);
     }
@@ -76,17 +88,10 @@ std::string set_x264_params(AVCodecContext& enc, const Dictionary& added) {
 
 // ---- all encoders
 
-bool is_settled(const char* key) {
-  return std::any_of(std::begin(kSettledKeys), std::end(kSettledKeys),
-                     [key](const char* settled) { return strcmp(settled, key) == 0; });
-}
-
 // Sets one option; one that only libx264 may know is put into `x264_params`.
 std::string set_option(AVCodecContext& enc, const AVDictionaryEntry& entry,
                        Dictionary& x264_params) {
-  if (is_settled(entry.key)) {
-    return std::string(kField) + ": the recording itself settles " + said_of(entry);
-  }
+  if (is_settled(entry.key)) return settled_fault(entry);
   const int result = av_opt_set(&enc, entry.key, entry.value, AV_OPT_SEARCH_CHILDREN);
   if (result >= 0) return {};
   if (result != AVERROR_OPTION_NOT_FOUND) {

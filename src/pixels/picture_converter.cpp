@@ -8,6 +8,10 @@ namespace {
 // swscale knows no constant for neutral brightness, contrast and saturation (16.16).
 constexpr int kNeutral = 1 << 16;
 
+// Without accurate rounding swscale takes short cuts that know one matrix and range, and
+// conversions between two of them are off by up to 4 of 255.
+constexpr int kScalerFlags = SWS_BICUBIC | SWS_ACCURATE_RND | SWS_FULL_CHR_H_INT;
+
 // The matrix of a YUV format. For RGB the other side's, since swscale wants one for both.
 AVColorSpace matrix_for(const PictureFormat& format, const PictureFormat& other) {
   return format.is_rgb() ? other.matrix : format.matrix;
@@ -19,7 +23,7 @@ bool PictureConverter::configure(const PictureFormat& source, const PictureForma
   from = source;
   to = target;
   scaler.reset(sws_getContext(from.width, from.height, from.pixels, to.width, to.height, to.pixels,
-                              SWS_BICUBIC, nullptr, nullptr, nullptr));
+                              kScalerFlags, nullptr, nullptr, nullptr));
   if (!scaler) return false;
   const int* source_table = sws_getCoefficients(matrix_for(from, to));
   const int* target_table = sws_getCoefficients(matrix_for(to, from));

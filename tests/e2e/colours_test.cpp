@@ -189,6 +189,27 @@ TEST(Colours, OfFramesAreTheirOwn) {
   }
 }
 
+// One place of the pattern that RGB can hold: luma 192, chroma 144 and 144.
+TEST(Colours, OfTheTestPatternAreTheMovies) {
+  for (const AVPixelFormat format : {AV_PIX_FMT_YUV420P, AV_PIX_FMT_YUV444P, AV_PIX_FMT_BGRA}) {
+    SCOPED_TRACE(av_get_pix_fmt_name(format));
+    const fs::path file = work_file("pattern.mp4");
+    MovieInfo info = card_settings(file, format);
+    info.colorspace = AVCOL_SPC_BT709;
+    info.color_range = AVCOL_RANGE_JPEG;
+    Recording recording(info);
+    AVFrame* frame = ZEVA_generate_testing_vFrame(recording.handle, {1, 1000000});
+    EXPECT_TRUE(ZEVA_write_video_frame(recording.handle, frame, {1, 1000000}));
+    recording.stop();
+    const std::string raw = decode(file, "-frames:v 1 -f rawvideo");
+    const size_t luma = size_t{kWidth} * 64;
+    const size_t chroma = luma + size_t{kWidth} / 2 * 16 + 80;
+    EXPECT_NEAR(static_cast<uint8_t>(raw.at(size_t{kWidth} * 32 + 160)), 192, kMostError);
+    EXPECT_NEAR(static_cast<uint8_t>(raw.at(chroma)), 144, kMostError);
+    EXPECT_NEAR(static_cast<uint8_t>(raw.at(chroma + luma / 4)), 144, kMostError);
+  }
+}
+
 TEST(Colours, ThatCannotBeAreRefusedByName) {
   const struct {
     int colorspace, color_range, source_matrix, source_range;

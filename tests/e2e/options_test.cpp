@@ -364,6 +364,8 @@ TEST(Options, ThatCannotBeAreRefusedByName) {
       {"a.mp4", [](O& o) { o.encoder_options = "x264-params=nonsense=1"; }, "'nonsense=1'"},
       {"a.mp4", [](O& o) { o.encoder_options = "preset=quick"; }, "encoder_options 'preset=quick'"},
       {"a.mp4", [](O& o) { o.encoder_options = "time_base=1/7"; }, "'time_base=1/7'"},
+      {"a.mp4", [](O& o) { o.encoder_options = "fullrange=on"; }, "settles 'fullrange=on'"},
+      {"a.mp4", [](O& o) { o.encoder_options = "x264-params=colormatrix=bt709"; }, "settles"},
       {"a.avi", [](O& o) { o.encoder_options = "crf=20"; }, "mpeg4 does not know 'crf=20'"},
   });
 }
