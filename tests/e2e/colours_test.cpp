@@ -91,17 +91,17 @@ TEST(Colours, OfUntaggedMoviesAreTagged) {
     AVPixelFormat format;
     int width, height, movie_width, colorspace;
     AVPixelFormat movie_format;
-    ZevaOptions options;
     const char *matrix, *range;
   } cases[] = {
-      {AV_PIX_FMT_BGRA, 320, 64, 320, 2, AV_PIX_FMT_YUV420P, options(), "smpte170m", "tv"},
-      {AV_PIX_FMT_BGRA, 1280, 64, 320, 2, AV_PIX_FMT_YUV420P, options(), "bt709", "tv"},
-      {AV_PIX_FMT_NV12, 1280, 64, 320, 2, AV_PIX_FMT_YUV420P, options(), "bt709", "tv"},
-      {AV_PIX_FMT_RGB24, 320, 64, 1280, 2, AV_PIX_FMT_YUV444P, options(), "smpte170m", "tv"},
+      {AV_PIX_FMT_BGRA, 320, 64, 320, 2, AV_PIX_FMT_YUV420P, "smpte170m", "tv"},
+      {AV_PIX_FMT_BGRA, 1280, 64, 320, 2, AV_PIX_FMT_YUV420P, "bt709", "tv"},
+      {AV_PIX_FMT_NV12, 1280, 64, 320, 2, AV_PIX_FMT_YUV420P, "bt709", "tv"},
+      {AV_PIX_FMT_RGB24, 320, 64, 1280, 2, AV_PIX_FMT_YUV444P, "smpte170m", "tv"},
       // A record that is zero where the host filled in nothing.
-      {AV_PIX_FMT_BGRA, 1280, 720, 1280, 0, AV_PIX_FMT_YUV420P, options(), "bt709", "tv"},
-      {AV_PIX_FMT_YUVJ420P, 320, 64, 320, 2, AV_PIX_FMT_YUV420P, options(), "smpte170m", "tv"},
-      {AV_PIX_FMT_BGRA, 320, 64, 320, 2, AV_PIX_FMT_YUVJ420P, options(), "smpte170m", "pc"},
+      {AV_PIX_FMT_BGRA, 1280, 720, 1280, 0, AV_PIX_FMT_YUV420P, "bt709", "tv"},
+      {AV_PIX_FMT_YUVJ420P, 320, 64, 320, 2, AV_PIX_FMT_YUV420P, "smpte170m", "tv"},
+      {AV_PIX_FMT_P010LE, 320, 64, 320, 2, AV_PIX_FMT_YUV420P10, "smpte170m", "tv"},
+      {AV_PIX_FMT_BGRA, 320, 64, 320, 2, AV_PIX_FMT_YUVJ420P, "smpte170m", "pc"},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(std::string(av_get_pix_fmt_name(c.format)) + " " + std::to_string(c.width));
@@ -111,11 +111,12 @@ TEST(Colours, OfUntaggedMoviesAreTagged) {
     info.width = c.movie_width;
     info.colorspace = c.colorspace;
     info.pix_fmt = c.movie_format;
-    record_card(info, c.options, c.width < 1280 ? AVCOL_SPC_SMPTE170M : AVCOL_SPC_BT709,
+    record_card(info, options(), c.width < 1280 ? AVCOL_SPC_SMPTE170M : AVCOL_SPC_BT709,
                 c.format == AV_PIX_FMT_YUVJ420P ? AVCOL_RANGE_JPEG : AVCOL_RANGE_MPEG);
     const ShownCard shown = shown_card(file);
     EXPECT_EQ(shown.matrix, c.matrix);
     EXPECT_EQ(shown.range, c.range);
+    EXPECT_EQ(shown.pixels, av_get_pix_fmt_name(c.movie_format));
     EXPECT_LE(shown.error(), kMostError);
   }
 }
