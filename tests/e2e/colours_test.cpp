@@ -121,7 +121,7 @@ TEST(Colours, OfUntaggedMoviesAreTagged) {
   }
 }
 
-// What a host's filter gives out is converted by the encoder.
+// The encoder converts the pictures that a host's filter gives out.
 class CardFilter : public FilterBase {
  public:
   CardFilter(AVPixelFormat format, AVColorSpace matrix, AVColorRange range, bool tagged)
