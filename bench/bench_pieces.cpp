@@ -2,6 +2,7 @@
 #include <benchmark/benchmark.h>
 
 #include <cstdint>
+#include <string>
 #include <thread>
 #include <vector>
 
@@ -10,8 +11,8 @@
 #include "index_format.h"
 #include "logger.h"
 #include "packetqueue.h"
+#include "picture_converter.h"
 #include "resampler.h"
-#include "rescaler.h"
 #include "zv_packet_queue.h"
 
 namespace {
@@ -142,18 +143,79 @@ zeva::FramePtr make_picture(AVPixelFormat format, int width, int height) {
   return frame;
 }
 
-void rescale_bgra(benchmark::State& state) {
-  const auto width = static_cast<int>(state.range(0));
-  const auto height = static_cast<int>(state.range(1));
-  const zeva::FramePtr in = make_picture(AV_PIX_FMT_BGRA, width, height);
-  const zeva::FramePtr dst = make_picture(AV_PIX_FMT_YUV420P, width, height);
-  ZV::NxRescale rescaler;
-  rescaler.config(dst.get(), in.get(), {1, 30});
-  in->pts = 0;
-  for (auto _ : state) benchmark::DoNotOptimize(rescaler.rescale(in.get(), &zeva::kMicroseconds));
-  state.SetItemsProcessed(state.iterations());
+// A conversion, by the one call of swscale that would do for it and by PictureConverter.
+struct Conversion {
+  AVPixelFormat pixels;
+  int from_width, from_height;
+  int to_width, to_height;
+};
+
+zeva::FramePtr make_noise(const Conversion& c) {
+  zeva::FramePtr picture = make_picture(c.pixels, c.from_width, c.from_height);
+  uint32_t state = 1;
+  for (const AVBufferRef* buffer : picture->buf) {
+    for (size_t i = 0; buffer != nullptr && i < static_cast<size_t>(buffer->size); ++i) {
+      buffer->data[i] = static_cast<uint8_t>((state = state * 1664525 + 1013904223) >> 24);
+    }
+  }
+  return picture;
 }
-BENCHMARK(rescale_bgra)->Args({1280, 720})->Args({1920, 1080})->Unit(benchmark::kMicrosecond);
+
+void convert_swscale(benchmark::State& state, const Conversion& c) {
+  const zeva::FramePtr in = make_noise(c);
+  const zeva::FramePtr out = make_picture(AV_PIX_FMT_YUV420P, c.to_width, c.to_height);
+  const zeva::SwsPtr scaler(sws_getContext(in->width, in->height, c.pixels, out->width, out->height,
+                                           AV_PIX_FMT_YUV420P, SWS_BICUBIC, nullptr, nullptr,
+                                           nullptr));
+  for (auto _ : state) {
+    sws_scale(scaler.get(), in->data, in->linesize, 0, in->height, out->data, out->linesize);
+  }
+}
+
+void convert_zeva(benchmark::State& state, const Conversion& c, zeva::CpuLevel level) {
+  const zeva::FramePtr in = make_noise(c);
+  const zeva::FramePtr out = make_picture(AV_PIX_FMT_YUV420P, c.to_width, c.to_height);
+  zeva::PictureConverter converter;
+  converter.configure(zeva::settle(zeva::format_of(*in)), zeva::settle(zeva::format_of(*out)),
+                      level);
+  for (auto _ : state) converter.convert(*in, *out);
+}
+
+// Both buffers copied: the speed of memory.
+void convert_memcpy(benchmark::State& state, const Conversion& c) {
+  const zeva::FramePtr in = make_noise(c);
+  const zeva::FramePtr out = make_picture(c.pixels, c.from_width, c.from_height);
+  for (auto _ : state) av_frame_copy(out.get(), in.get());
+}
+
+void register_conversion(const Conversion& c) {
+  const std::string name = std::string("/") + av_get_pix_fmt_name(c.pixels) + "/" +
+                           std::to_string(c.from_height) + "/" + std::to_string(c.to_height);
+  const auto add = [&name](const std::string& way, auto... arguments) {
+    benchmark::RegisterBenchmark((way + name).c_str(), arguments...)->Unit(benchmark::kMicrosecond);
+  };
+  add("swscale", convert_swscale, c);
+  add("zeva_avx2", convert_zeva, c, zeva::CpuLevel::Avx2);
+  add("zeva_sse41", convert_zeva, c, zeva::CpuLevel::Sse41);
+  add("zeva_plain", convert_zeva, c, zeva::CpuLevel::Plain);
+  if (c.from_height == c.to_height) add("memcpy", convert_memcpy, c);
+}
+
+const bool kConversionsAreRegistered = [] {
+  constexpr int kSizes[][4] = {{1280, 720, 1280, 720},   {1920, 1080, 1920, 1080},
+                               {3840, 2160, 3840, 2160}, {1920, 1080, 1280, 720},
+                               {1280, 720, 1920, 1080},  {2560, 1440, 1920, 1080},
+                               {3840, 2160, 1920, 1080}};
+  for (const AVPixelFormat pixels :
+       {AV_PIX_FMT_BGRA, AV_PIX_FMT_RGBA, AV_PIX_FMT_BGR24, AV_PIX_FMT_RGB24, AV_PIX_FMT_NV12,
+        AV_PIX_FMT_YUV420P, AV_PIX_FMT_YUYV422, AV_PIX_FMT_P010}) {
+    for (const auto& s : kSizes) {
+      if (pixels == AV_PIX_FMT_YUV420P && s[1] == s[3]) continue;  // nothing to do
+      register_conversion({pixels, s[0], s[1], s[2], s[3]});
+    }
+  }
+  return true;
+}();
 
 zeva::FramePtr make_sound(AVSampleFormat format, int sample_rate, int nb_samples) {
   zeva::FramePtr frame(av_frame_alloc());

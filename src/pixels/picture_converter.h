@@ -1,16 +1,24 @@
 // Pictures from one size, pixel format, matrix and range into another.
 #pragma once
 
+#include <memory>
+#include <vector>
+
 #include "av_handles.h"
+#include "cpu_level.h"
 #include "picture_format.h"
+#include "picture_step.h"
 
 namespace zeva {
 
-// Converts pictures of one format into another's buffers. Used by one thread at a time.
+// Converts pictures of one format into another's buffers. Owns the steps on the way and the
+// pictures between them. Used by one thread at a time.
 class PictureConverter {
  public:
-  // Both formats are settled. False, with a line in the log, when there is no such conversion.
-  bool configure(const PictureFormat& from, const PictureFormat& to);
+  // Both formats are settled. False, with a line in the log, when there is no such conversion. Each
+  // level gives the same pictures.
+  bool configure(const PictureFormat& from, const PictureFormat& to,
+                 CpuLevel level = best_cpu_level());
 
   // `in` is as configured; `out` is writable and has the size and the pixel format configured. Only
   // its picture is written.
@@ -19,9 +27,14 @@ class PictureConverter {
   const PictureFormat& source() const { return from; }
 
  private:
+  struct Stage {
+    std::unique_ptr<PictureStep> step;
+    FramePtr result;  // null: the last one, which writes into the caller's frame
+  };
+
   PictureFormat from;
   PictureFormat to;
-  SwsPtr scaler;
+  std::vector<Stage> stages;
 };
 
 }  // namespace zeva
