@@ -29,8 +29,19 @@ class PictureConverter {
  private:
   struct Stage {
     std::unique_ptr<PictureStep> step;
-    FramePtr result;  // null: the last one, which writes into the caller's frame
+    PictureFormat format;  // of its result
+    FramePtr result;       // null: the last one, which writes into the caller's frame
   };
+
+  bool plan(CpuLevel level);
+  bool plan_by_planar(CpuLevel level);
+  bool plan_by_swscale(CpuLevel level);
+  void append_rest(CpuLevel level);
+  template <typename Step>
+  void append(const PictureFormat& format, CpuLevel level);
+  bool append_swscale(const PictureFormat& format);
+  bool make_results();
+  const PictureFormat& reached() const { return stages.empty() ? from : stages.back().format; }
 
   PictureFormat from;
   PictureFormat to;

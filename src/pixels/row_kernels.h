@@ -31,8 +31,98 @@ struct RgbRows {
   int pixel_bytes;  // 3 or 4
 };
 
+// Two rows of packed 4:2:2 (YUYV, or UYVY where luma is not first), whose chroma is averaged.
+struct PackedRows {
+  const uint8_t* in[2];
+  uint8_t* y[2];
+  uint8_t* u;
+  uint8_t* v;
+  int width;
+  bool luma_first;
+};
+
+// From words of ten bits to bytes: shifted to the top of the word, less a share of itself (15
+// bits) where the full range is not exactly four times that of eight bits, plus an offset in 1/128.
+struct NarrowScale {
+  int left;
+  int16_t less;
+  int16_t offset;
+};
+
+// Fixed point, 14 bits. Luma takes its part of chroma from `y_u` and `y_v`.
+struct RecolourWeights {
+  static constexpr int kBits = 14;
+  static constexpr int kLumaBits = 6;  // kept between the parts of luma, in words
+  int16_t y;
+  int16_t y_u, y_v;
+  int16_t u_u, u_v;
+  int16_t v_u, v_v;
+  int32_t y_bias;  // with half a step, as the others
+  int32_t u_bias;
+  int32_t v_bias;
+};
+
+struct YuvRow {
+  const uint8_t* y;
+  const uint8_t* u;
+  const uint8_t* v;
+};
+
+// Fixed point of scaling: weights, and rows that are scaled vertically only.
+struct ScaleBits {
+  static constexpr int kWeight = 14;
+  static constexpr int kRow = kWeight - 8;
+  static constexpr int kShift = kWeight + kRow;
+  static constexpr int kRounding = 1 << (kShift - 1);
+};
+
+// Rows of bytes to add up, then rows to subtract, each with a weight. A product's last eight bits
+// are cut off; `offset` makes up for their mean.
+struct RowSum {
+  const uint8_t* const* rows;
+  const uint16_t* weights;
+  int positive;
+  int count;
+  int offset;
+};
+
+// A row's horizontal filter: sample x is the sum of `taps` samples from starts[x] on, with the
+// weights from x * taps on. `taps` is a multiple of 8, and so many samples can be read.
+struct WideTaps {
+  const int32_t* starts;
+  const int16_t* weights;
+  int taps;
+};
+
+// The same where four neighbours' starts are so close to each other that eight samples have two
+// taps of each. Four at a time have a common start, and the places of their samples counted from
+// it, as bytes to shuffle by. Eight at a time have their weights side by side, two taps of each.
+struct CloseTaps {
+  static size_t place(size_t x, size_t tap, size_t taps) {
+    return (x / 8 * (taps / 2) + tap / 2) * 16 + x % 8 * 2 + tap % 2;
+  }
+  const int32_t* starts;
+  const uint8_t* shuffles;
+  const int16_t* weights;
+  int taps;  // even
+};
+
+// Counts are samples of one kind: pairs, where two kinds alternate. `pairs` of words are those of
+// P010, which has its ten bits at the top.
 struct RowKernels {
   int (*rgb_to_yuv)(const RgbRows& rows, const RgbCoefficients& coefficients);
+  int (*split)(const uint8_t* pairs, uint8_t* first, uint8_t* second, int count);
+  int (*merge)(const uint8_t* first, const uint8_t* second, uint8_t* pairs, int count);
+  int (*unpack)(const PackedRows& rows);
+  int (*narrow)(const uint8_t* words, uint8_t* bytes, int count, const NarrowScale& scale);
+  int (*lower)(const uint8_t* words, uint8_t* to, int count);
+  int (*split_lower)(const uint8_t* pairs, uint8_t* first, uint8_t* second, int count);
+  int (*recolour_luma)(const YuvRow& in, uint8_t* y, int width, const RecolourWeights& weights);
+  int (*recolour_chroma)(const YuvRow& in, uint8_t* u, uint8_t* v, int count,
+                         const RecolourWeights& weights);
+  int (*combine_rows)(const RowSum& sum, int16_t* to, int width);
+  int (*scale_wide)(const int16_t* from, const WideTaps& taps, uint8_t* to, int width);
+  int (*scale_close)(const int16_t* from, const CloseTaps& taps, uint8_t* to, int width);
 };
 
 // Null for the plain level.

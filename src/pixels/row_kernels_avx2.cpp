@@ -34,6 +34,45 @@ ZEVA_OP V shift_right32(V a) {
   return _mm256_srai_epi32(a, kBits);
 }
 
+template <int kBits>
+ZEVA_OP V shift_left16(V a) {
+  return _mm256_slli_epi16(a, kBits);
+}
+ZEVA_OP V shift_left16(V a, int bits) { return _mm256_slli_epi16(a, bits); }
+template <int kBits>
+ZEVA_OP V shift_right16_signed(V a) {
+  return _mm256_srai_epi16(a, kBits);
+}
+template <int kBits>
+ZEVA_OP V shift_right32_unsigned(V a) {
+  return _mm256_srli_epi32(a, kBits);
+}
+ZEVA_OP V subtract16(V a, V b) { return _mm256_sub_epi16(a, b); }
+ZEVA_OP V average8(V a, V b) { return _mm256_avg_epu8(a, b); }
+ZEVA_OP V multiply_high16(V a, V b) { return _mm256_mulhi_epu16(a, b); }  // unsigned
+ZEVA_OP V shuffle8(V a, V places) { return _mm256_shuffle_epi8(a, places); }
+ZEVA_OP V multiply_round15(V a, V b) { return _mm256_mulhrs_epi16(a, b); }
+
+// Within each group of 16 bytes. What was unpacked by these is in order when it is packed again.
+ZEVA_OP V unpack_low8(V a, V b) { return _mm256_unpacklo_epi8(a, b); }
+ZEVA_OP V unpack_high8(V a, V b) { return _mm256_unpackhi_epi8(a, b); }
+ZEVA_OP V unpack_low16(V a, V b) { return _mm256_unpacklo_epi16(a, b); }
+ZEVA_OP V unpack_high16(V a, V b) { return _mm256_unpackhi_epi16(a, b); }
+ZEVA_OP V pack16(V a, V b) { return _mm256_packus_epi16(a, b); }
+ZEVA_OP V pack32(V a, V b) { return _mm256_packs_epi32(a, b); }
+
+// Across the whole register: all of a, then all of b.
+ZEVA_OP V narrow16(V a, V b) { return _mm256_permute4x64_epi64(pack16(a, b), 0xd8); }
+ZEVA_OP V narrow32(V a, V b) { return _mm256_permute4x64_epi64(pack32(a, b), 0xd8); }
+
+// The bytes of half a register as words.
+ZEVA_OP V load_widened(const uint8_t* p) { return _mm256_cvtepu8_epi16(load_half(p)); }
+
+ZEVA_OP void store_halves(uint8_t* first, uint8_t* second, V a) {
+  store_half(first, _mm256_castsi256_si128(a));
+  store_half(second, _mm256_extracti128_si256(a, 1));
+}
+
 // Eight pixels of three bytes, with a zero after each. Reads four bytes more.
 ZEVA_OP V load_rgb24(const uint8_t* p) {
   const V both =
@@ -54,8 +93,7 @@ ZEVA_OP V add_pairs32(V a, V b) {
 ZEVA_OP void store_rows(uint8_t* row0, uint8_t* row1, V a0, V b0, V a1, V b1) {
   const V mixed = _mm256_packus_epi16(_mm256_packs_epi32(a0, b0), _mm256_packs_epi32(a1, b1));
   const V rows = _mm256_permutevar8x32_epi32(mixed, _mm256_setr_epi32(0, 4, 1, 5, 2, 6, 3, 7));
-  store_half(row0, _mm256_castsi256_si128(rows));
-  store_half(row1, _mm256_extracti128_si256(rows, 1));
+  store_halves(row0, row1, rows);
 }
 
 // `u` and `v` are as add_pairs32 gives them.
@@ -70,6 +108,27 @@ ZEVA_OP void store_chroma(uint8_t* to_u, uint8_t* to_v, V u, V v) {
   } else {
     store_half(to_u, _mm_unpacklo_epi8(bytes, _mm_srli_si128(bytes, 8)));
   }
+}
+
+// What unpack_low16 and unpack_high16 gave.
+ZEVA_OP void store_unpacked(int16_t* to, V low, V high) {
+  store(to, _mm256_permute2x128_si256(low, high, 0x20));
+  store(to + 16, _mm256_permute2x128_si256(low, high, 0x31));
+}
+
+// Eight words of one sample of a result, and eight of the fourth one after it.
+ZEVA_OP V load_octets(const int16_t* first, const int16_t* second) {
+  return _mm256_inserti128_si256(_mm256_castsi128_si256(load_half(first)), load_half(second), 1);
+}
+
+// The sum of each half register's four numbers: first halves, then second ones.
+ZEVA_OP V add_quads(const V a[4]) {
+  return _mm256_hadd_epi32(_mm256_hadd_epi32(a[0], a[1]), _mm256_hadd_epi32(a[2], a[3]));
+}
+
+ZEVA_OP void store_samples(uint8_t* to, V a) {
+  const __m128i words = _mm_packs_epi32(_mm256_castsi256_si128(a), _mm256_extracti128_si256(a, 1));
+  _mm_storel_epi64(reinterpret_cast<__m128i*>(to), _mm_packus_epi16(words, words));
 }
 
 }  // namespace

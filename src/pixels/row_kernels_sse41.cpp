@@ -31,6 +31,47 @@ ZEVA_OP V shift_right32(V a) {
   return _mm_srai_epi32(a, kBits);
 }
 
+template <int kBits>
+ZEVA_OP V shift_left16(V a) {
+  return _mm_slli_epi16(a, kBits);
+}
+ZEVA_OP V shift_left16(V a, int bits) { return _mm_slli_epi16(a, bits); }
+template <int kBits>
+ZEVA_OP V shift_right16_signed(V a) {
+  return _mm_srai_epi16(a, kBits);
+}
+template <int kBits>
+ZEVA_OP V shift_right32_unsigned(V a) {
+  return _mm_srli_epi32(a, kBits);
+}
+ZEVA_OP V subtract16(V a, V b) { return _mm_sub_epi16(a, b); }
+ZEVA_OP V average8(V a, V b) { return _mm_avg_epu8(a, b); }
+ZEVA_OP V multiply_high16(V a, V b) { return _mm_mulhi_epu16(a, b); }  // unsigned
+ZEVA_OP V shuffle8(V a, V places) { return _mm_shuffle_epi8(a, places); }
+ZEVA_OP V multiply_round15(V a, V b) { return _mm_mulhrs_epi16(a, b); }
+
+// Within each group of 16 bytes. What was unpacked by these is in order when it is packed again.
+ZEVA_OP V unpack_low8(V a, V b) { return _mm_unpacklo_epi8(a, b); }
+ZEVA_OP V unpack_high8(V a, V b) { return _mm_unpackhi_epi8(a, b); }
+ZEVA_OP V unpack_low16(V a, V b) { return _mm_unpacklo_epi16(a, b); }
+ZEVA_OP V unpack_high16(V a, V b) { return _mm_unpackhi_epi16(a, b); }
+ZEVA_OP V pack16(V a, V b) { return _mm_packus_epi16(a, b); }
+ZEVA_OP V pack32(V a, V b) { return _mm_packs_epi32(a, b); }
+
+// Across the whole register: all of a, then all of b.
+ZEVA_OP V narrow16(V a, V b) { return pack16(a, b); }
+ZEVA_OP V narrow32(V a, V b) { return pack32(a, b); }
+
+// The bytes of half a register as words.
+ZEVA_OP V load_widened(const uint8_t* p) {
+  return _mm_cvtepu8_epi16(_mm_loadl_epi64(reinterpret_cast<const V*>(p)));
+}
+
+ZEVA_OP void store_halves(uint8_t* first, uint8_t* second, V a) {
+  _mm_storel_epi64(reinterpret_cast<V*>(first), a);
+  _mm_storeh_pd(reinterpret_cast<double*>(second), _mm_castsi128_pd(a));
+}
+
 // Four pixels of three bytes, with a zero after each. Reads four bytes more.
 ZEVA_OP V load_rgb24(const uint8_t* p) {
   return _mm_shuffle_epi8(load(p),
@@ -48,8 +89,7 @@ ZEVA_OP V add_pairs32(V a, V b) {
 // A row's samples are `a0`, then `b0`, as numbers of 32 bits; the other row's `a1` and `b1`.
 ZEVA_OP void store_rows(uint8_t* row0, uint8_t* row1, V a0, V b0, V a1, V b1) {
   const V bytes = _mm_packus_epi16(_mm_packs_epi32(a0, b0), _mm_packs_epi32(a1, b1));
-  _mm_storel_epi64(reinterpret_cast<V*>(row0), bytes);
-  _mm_storeh_pd(reinterpret_cast<double*>(row1), _mm_castsi128_pd(bytes));
+  store_halves(row0, row1, bytes);
 }
 
 // `u` and `v` are as add_pairs32 gives them.
@@ -65,6 +105,29 @@ ZEVA_OP void store_chroma(uint8_t* to_u, uint8_t* to_v, V u, V v) {
     _mm_storel_epi64(reinterpret_cast<V*>(to_u),
                      _mm_unpacklo_epi8(bytes, _mm_srli_epi64(bytes, 32)));
   }
+}
+
+// What unpack_low16 and unpack_high16 gave.
+ZEVA_OP void store_unpacked(int16_t* to, V low, V high) {
+  store(to, low);
+  store(to + 8, high);
+}
+
+// Eight words for each four samples of a result. Here that is one register.
+ZEVA_OP V load_octets(const int16_t* first, const int16_t* second) {
+  (void)second;
+  return load(first);
+}
+
+// The sum of each register's four numbers.
+ZEVA_OP V add_quads(const V a[4]) {
+  return _mm_hadd_epi32(_mm_hadd_epi32(a[0], a[1]), _mm_hadd_epi32(a[2], a[3]));
+}
+
+ZEVA_OP void store_samples(uint8_t* to, V a) {
+  const V words = pack32(a, a);
+  const int32_t four = _mm_cvtsi128_si32(pack16(words, words));
+  memcpy(to, &four, 4);
 }
 
 }  // namespace

@@ -78,24 +78,74 @@ TEST(PictureConverter, converts_rgb_exactly_in_every_matrix_and_range) {
   }
 }
 
-TEST(PictureConverter, takes_any_size) {
-  for (const AVPixelFormat pixels : {AV_PIX_FMT_BGRA, AV_PIX_FMT_RGB24}) {
-    for (const AVPixelFormat target : {AV_PIX_FMT_YUV420P, AV_PIX_FMT_NV12}) {
-      for (int width = 1; width <= 67; width += width < 36 ? 1 : 5) {
-        for (const int height : {1, 2, 3}) {
-          expect_exact({width, height, pixels}, {width, height, target}, kRounded);
+struct Pair {
+  AVPixelFormat from;
+  AVPixelFormat to;
+};
+
+// Those that samples only move between, or lose two bits.
+const Pair kRepacked[] = {
+    {AV_PIX_FMT_NV12, AV_PIX_FMT_YUV420P},     {AV_PIX_FMT_YUV420P, AV_PIX_FMT_NV12},
+    {AV_PIX_FMT_YUYV422, AV_PIX_FMT_YUV420P},  {AV_PIX_FMT_UYVY422, AV_PIX_FMT_YUV420P},
+    {AV_PIX_FMT_YUYV422, AV_PIX_FMT_YUV422P},  {AV_PIX_FMT_UYVY422, AV_PIX_FMT_YUV422P},
+    {AV_PIX_FMT_P010, AV_PIX_FMT_YUV420P},     {AV_PIX_FMT_P010, AV_PIX_FMT_YUV420P10},
+    {AV_PIX_FMT_YUV420P10, AV_PIX_FMT_YUV420P}};
+// Those that take more than one step.
+const Pair kMoved[] = {{AV_PIX_FMT_YUV420P, AV_PIX_FMT_YUV420P},
+                       {AV_PIX_FMT_NV12, AV_PIX_FMT_NV12},
+                       {AV_PIX_FMT_UYVY422, AV_PIX_FMT_YUV422P},
+                       {AV_PIX_FMT_P010, AV_PIX_FMT_NV12},
+                       {AV_PIX_FMT_YUV420P10, AV_PIX_FMT_YUV420P}};
+
+TEST(PictureConverter, repacks_exactly_in_both_ranges) {
+  for (const Pair& pair : kRepacked) {
+    for (const AVColorRange range : kRanges) {
+      expect_exact({70, 6, pair.from, AVCOL_SPC_BT709, range},
+                   {70, 6, pair.to, AVCOL_SPC_BT709, range}, kRounded);
+    }
+  }
+}
+
+// Two roundings, of which the first counts with the weights of the second.
+TEST(PictureConverter, changes_matrix_and_range_of_yuv) {
+  for (const Pair& pair : kMoved) {
+    const bool deep = av_pix_fmt_desc_get(pair.from)->comp[0].depth > 8;
+    for (const AVColorSpace in_matrix : kMatrices) {
+      for (const AVColorSpace out_matrix : kMatrices) {
+        for (const AVColorRange in_range : kRanges) {
+          for (const AVColorRange out_range : kRanges) {
+            expect_exact({70, 6, pair.from, in_matrix, in_range},
+                         {70, 6, pair.to, out_matrix, out_range}, deep ? 1.5 : kRounded + 0.02);
+          }
         }
       }
     }
   }
 }
 
-TEST(PictureConverter, takes_any_stride_and_alignment) {
-  for (const AVPixelFormat pixels : {AV_PIX_FMT_BGRA, AV_PIX_FMT_RGB24}) {
-    for (const AVPixelFormat target : {AV_PIX_FMT_YUV420P, AV_PIX_FMT_NV12}) {
-      for (const Layout& layout : {Layout{13, false, 3}, Layout{7, true, 1}}) {
-        expect_exact({71, 5, pixels}, {71, 5, target}, kRounded, layout, layout);
+std::vector<Pair> all_pairs() {
+  std::vector<Pair> pairs(std::begin(kRepacked), std::end(kRepacked));
+  for (const AVPixelFormat rgb : {AV_PIX_FMT_BGRA, AV_PIX_FMT_RGB24}) {
+    pairs.push_back({rgb, AV_PIX_FMT_YUV420P});
+    pairs.push_back({rgb, AV_PIX_FMT_NV12});
+  }
+  return pairs;
+}
+
+TEST(PictureConverter, takes_any_size) {
+  for (const Pair& pair : all_pairs()) {
+    for (int width = 1; width <= 67; width += width < 36 ? 1 : 5) {
+      for (const int height : {1, 2, 3}) {
+        expect_exact({width, height, pair.from}, {width, height, pair.to}, kRounded);
       }
+    }
+  }
+}
+
+TEST(PictureConverter, takes_any_stride_and_alignment) {
+  for (const Pair& pair : all_pairs()) {
+    for (const Layout& layout : {Layout{13, false, 3}, Layout{7, true, 1}}) {
+      expect_exact({71, 5, pair.from}, {71, 5, pair.to}, kRounded, layout, layout);
     }
   }
 }
