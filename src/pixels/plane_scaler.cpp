@@ -1,7 +1,8 @@
-// Rows are combined first, straight from the picture's bytes into words with 6 bits behind the
-// point; the row that comes out stays in the processor's cache and is then scaled horizontally.
-// Each direction is a sum of products with a table of weights that is made once. Where the filter
-// reaches beyond an edge, the edge's sample takes the weights of those that do not exist.
+// Each row of the source is scaled horizontally, once, into words with 6 bits behind the point. The
+// last few of these rows are kept; a row of the result is a weighted sum of them. The weights of
+// each direction are made once. A horizontal sum has 32 bits; of a vertical one each product is
+// rounded to 5 bits behind the point. Where the filter reaches beyond an edge, the edge's sample
+// takes the weights of those that do not exist.
 #include "plane_scaler.h"
 
 #include <algorithm>
@@ -11,7 +12,6 @@ namespace zeva {
 namespace {
 
 constexpr int kOne = 1 << ScaleBits::kWeight;
-constexpr int kBlock = 8;  // of taps, for WideTaps
 
 // The cubic of Mitchell and Netravali with B = 0, C = 0.6: sharper than Catmull and Rom's.
 double cubic(double x) {
@@ -58,13 +58,9 @@ SampleWeights weights_at(double centre, double stretch, int source_size) {
   return {begin + static_cast<int>(from - fixed.begin()), {from, to}};
 }
 
-// Without those that are 0 for every sample; an even number.
-int used_taps(const ScaleFilter& filter) {
-  int used = 0;
-  for (size_t i = 0; i < filter.weights.size(); ++i) {
-    if (filter.weights[i] != 0) used = std::max(used, static_cast<int>(i % filter.taps) + 1);
-  }
-  return (used + 1) / 2 * 2;
+size_t filled_up(int width) {
+  constexpr int kMultiple = RowTaps::kMultiple;
+  return static_cast<size_t>((width + kMultiple - 1) / kMultiple * kMultiple);
 }
 
 int chroma_height(const PictureFormat& format) {
@@ -81,7 +77,7 @@ ScaleFilter::ScaleFilter(int source_size, int target_size)
     all.push_back(weights_at((i + 0.5) * ratio - 0.5, std::max(ratio, 1.0), source_size));
     taps = std::max(taps, static_cast<int>(all.back().weights.size()));
   }
-  taps = (taps + kBlock - 1) / kBlock * kBlock;
+  taps = (taps + 1) / 2 * 2;
   weights.resize(static_cast<size_t>(target_size) * taps);
   for (int i = 0; i < target_size; ++i) {
     starts.push_back(all[i].start);
@@ -90,43 +86,55 @@ ScaleFilter::ScaleFilter(int source_size, int target_size)
   }
 }
 
-CloseFilter::CloseFilter(const ScaleFilter& filter) : taps(used_taps(filter)) {
-  const int size = filter.target_size;
-  for (int x = 0; x + 4 <= size; x += 4) {
-    const auto group = filter.starts.begin() + x;
-    const int32_t start = *std::min_element(group, group + 4);
-    starts.push_back(start);
-    for (int i = 0; i < 4; ++i) {
-      const int place = group[i] - start;
-      if (place > 6) return;
-      for (int byte = 0; byte < 4; ++byte)
-        shuffles.push_back(static_cast<uint8_t>(2 * place + byte));
-    }
-  }
-  weights.resize(CloseTaps::place((size + 7) / 8 * 8, 0, taps));
-  for (int x = 0; x < size; ++x) {
+// Filled up with samples that have no weight.
+RowFilter::RowFilter(const ScaleFilter& filter) : taps(filter.taps) {
+  const size_t size = filled_up(filter.target_size);
+  weights.resize(RowTaps::place(size, 0, taps));
+  for (size_t x = 0; x < static_cast<size_t>(filter.target_size); ++x) {
     for (int tap = 0; tap < taps; ++tap) {
-      weights[CloseTaps::place(x, tap, taps)] =
-          filter.weights[static_cast<size_t>(x) * filter.taps + tap];
+      weights[RowTaps::place(x, tap, taps)] = filter.weights[x * taps + tap];
     }
   }
+  is_dense = place_starts(filter, size, 8);
+  if (!is_dense) place_starts(filter, size, 4);
+}
+
+// False if `neighbours` samples are too far apart for one start.
+bool RowFilter::place_starts(const ScaleFilter& filter, size_t size, size_t neighbours) {
+  constexpr int kLastPlace = 14;
+  std::vector<int32_t> all = filter.starts;
+  all.resize(size, all.back());
+  starts.clear();
+  shuffles.clear();
+  for (size_t x = 0; x < size; ++x) {
+    const auto group = all.begin() + static_cast<ptrdiff_t>(x / neighbours * neighbours);
+    const int32_t start = *std::min_element(group, group + static_cast<ptrdiff_t>(neighbours));
+    const int32_t place = all[x] - start;
+    if (place > kLastPlace) return false;
+    if (x % 4 == 0) starts.push_back(start);
+    for (const int byte : {place, 0x80, place + 1, 0x80}) {  // 0x80 gives a zero
+      shuffles.push_back(static_cast<uint8_t>(byte));
+    }
+  }
+  return true;
 }
 
 PlaneScaler::Filters::Filters(int from_width, int from_height, int to_width, int to_height)
-    : vertical(from_height, to_height), horizontal(from_width, to_width), close(horizontal) {}
+    : vertical(from_height, to_height), horizontal(from_width, to_width), row(horizontal) {}
 
 bool PlaneScaler::supports(const PictureFormat& from, const PictureFormat& to) {
   return from.width <= 4 * to.width && from.height <= 4 * to.height;
 }
 
-// The row has room for what registers read behind its last sample.
 PlaneScaler::PlaneScaler(const PictureFormat& from, const PictureFormat& to, CpuLevel level)
     : kernels(row_kernels(level)),
       luma(from.width, from.height, to.width, to.height),
       chroma(half_of(from.width), chroma_height(from), half_of(to.width), chroma_height(to)),
-      rows(std::max(luma.vertical.taps, chroma.vertical.taps)),
-      row_weights(rows.size()),
-      combined(from.width + 2 * std::max(luma.horizontal.taps, chroma.horizontal.taps)) {}
+      kept_rows(std::max(luma.vertical.taps, chroma.vertical.taps) + 1),
+      row_size(static_cast<ptrdiff_t>(filled_up(to.width))),
+      source_row(from.width + 16 + std::max(luma.row.taps, chroma.row.taps)),
+      scaled(kept_rows * row_size),
+      rows(kept_rows) {}
 
 void PlaneScaler::run(const AVFrame& in, AVFrame& out) {
   scale_plane(in, out, 0, luma);
@@ -135,55 +143,46 @@ void PlaneScaler::run(const AVFrame& in, AVFrame& out) {
 }
 
 void PlaneScaler::scale_plane(const AVFrame& in, AVFrame& out, int plane, const Filters& filters) {
-  for (int y = 0; y < filters.vertical.target_size; ++y) {
-    combine_rows(in, plane, filters.vertical, y, filters.horizontal.source_size);
-    scale_row(row_of(out, plane, y), filters);
+  const ScaleFilter& vertical = filters.vertical;
+  int next = 0;  // row of the source
+  for (int y = 0; y < vertical.target_size; ++y) {
+    const int16_t* weights = vertical.weights.data() + static_cast<ptrdiff_t>(y) * vertical.taps;
+    const int start = vertical.starts[y];
+    const int count = std::min(vertical.taps, vertical.source_size - start);
+    for (; next < start + count; ++next) {
+      scale_row(row_of(in, plane, next), scaled_row(next), filters);
+    }
+    for (int i = 0; i < count; ++i) rows[i] = scaled_row(start + i);
+    combine_rows({rows.data(), weights, count}, row_of(out, plane, y),
+                 filters.horizontal.target_size);
   }
 }
 
-void PlaneScaler::combine_rows(const AVFrame& in, int plane, const ScaleFilter& filter, int y,
-                               int width) {
-  const int16_t* weights = filter.weights.data() + static_cast<ptrdiff_t>(y) * filter.taps;
-  int count = 0;
-  int positive = 0;
-  for (const int sign : {1, -1}) {
-    for (int tap = 0; tap < filter.taps; ++tap) {
-      if (weights[tap] * sign <= 0) continue;
-      rows[count] = row_of(in, plane, filter.starts[y] + tap);
-      row_weights[count++] = static_cast<uint16_t>(weights[tap] * sign);
-    }
-    if (sign > 0) positive = count;
+void PlaneScaler::scale_row(const uint8_t* from, int16_t* to, const Filters& filters) {
+  const ScaleFilter& filter = filters.horizontal;
+  memcpy(source_row.data(), from, filter.source_size);
+  if (kernels != nullptr) {
+    kernels->scale_row(source_row.data(), filters.row.view(), to,
+                       static_cast<int>(filled_up(filter.target_size)));
+    return;
   }
-  const RowSum sum = {rows.data(), row_weights.data(), positive, count, positive - count / 2};
-  int x = kernels != nullptr ? kernels->combine_rows(sum, combined.data(), width) : 0;
+  for (int x = 0; x < filter.target_size; ++x) {
+    const int16_t* weights = filter.weights.data() + static_cast<ptrdiff_t>(x) * filter.taps;
+    const uint8_t* samples = source_row.data() + filter.starts[x];
+    int sum = ScaleBits::kRowRounding;
+    for (int tap = 0; tap < filter.taps; ++tap) sum += weights[tap] * samples[tap];
+    to[x] = static_cast<int16_t>(sum >> ScaleBits::kRowShift);
+  }
+}
+
+void PlaneScaler::combine_rows(const RowSum& sum, uint8_t* to, int width) const {
+  int x = kernels != nullptr ? kernels->combine_rows(sum, to, width) : 0;
   for (; x < width; ++x) {
-    int value = sum.offset;
-    for (int i = 0; i < count; ++i) {
-      const int part = rows[i][x] * row_weights[i] >> 8;
-      value += i < positive ? part : -part;
+    int value = ScaleBits::kSumRounding;
+    for (int i = 0; i < sum.count; ++i) {
+      value += (sum.rows[i][x] * sum.weights[i] + 0x4000) >> 15;
     }
-    combined[x] = static_cast<int16_t>(value);
-  }
-}
-
-void PlaneScaler::scale_row(uint8_t* to, const Filters& filters) const {
-  const ScaleFilter& wide = filters.horizontal;
-  const CloseFilter& close = filters.close;
-  int x = 0;
-  if (kernels != nullptr && !close.weights.empty()) {
-    const CloseTaps taps = {close.starts.data(), close.shuffles.data(), close.weights.data(),
-                            close.taps};
-    x = kernels->scale_close(combined.data(), taps, to, wide.target_size);
-  } else if (kernels != nullptr) {
-    const WideTaps taps = {wide.starts.data(), wide.weights.data(), wide.taps};
-    x = kernels->scale_wide(combined.data(), taps, to, wide.target_size);
-  }
-  for (; x < wide.target_size; ++x) {
-    const int16_t* weights = wide.weights.data() + static_cast<ptrdiff_t>(x) * wide.taps;
-    const int16_t* samples = combined.data() + wide.starts[x];
-    int sum = ScaleBits::kRounding;
-    for (int tap = 0; tap < wide.taps; ++tap) sum += weights[tap] * samples[tap];
-    to[x] = static_cast<uint8_t>(std::clamp(sum >> ScaleBits::kShift, 0, 255));
+    to[x] = static_cast<uint8_t>(std::clamp(value >> ScaleBits::kSum, 0, 255));
   }
 }
 

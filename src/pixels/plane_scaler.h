@@ -11,8 +11,7 @@
 namespace zeva {
 
 // For each sample of the result where its neighbours in the source begin, and their weights: `taps`
-// numbers that add up to one (ScaleBits::kWeight), one sample's after the other's. `taps` is a
-// multiple of 8; weights behind the source's end are 0.
+// numbers, an even one, that add up to one (ScaleBits::kWeight), one sample's after the other's.
 struct ScaleFilter {
   ScaleFilter(int source_size, int target_size);
 
@@ -23,11 +22,15 @@ struct ScaleFilter {
   std::vector<int16_t> weights;
 };
 
-// Such a filter in the order of CloseTaps; without weights where starts are too far apart.
-struct CloseFilter {
-  explicit CloseFilter(const ScaleFilter& filter);
+// Such a filter in the order of RowTaps.
+struct RowFilter {
+  explicit RowFilter(const ScaleFilter& filter);
+  RowTaps view() const { return {starts.data(), shuffles.data(), weights.data(), taps, is_dense}; }
+
+  bool place_starts(const ScaleFilter& filter, size_t size, size_t neighbours);
 
   int taps;
+  bool is_dense;
   std::vector<int32_t> starts;
   std::vector<uint8_t> shuffles;
   std::vector<int16_t> weights;
@@ -37,7 +40,7 @@ struct CloseFilter {
 // picture gets smaller.
 class PlaneScaler : public PictureStep {
  public:
-  // Not to less than a quarter of the width or height: sums of many rows would need more precision.
+  // Not to less than a quarter of the width or height: RowTaps reaches no farther.
   static bool supports(const PictureFormat& from, const PictureFormat& to);
 
   PlaneScaler(const PictureFormat& from, const PictureFormat& to, CpuLevel level);
@@ -48,19 +51,21 @@ class PlaneScaler : public PictureStep {
     Filters(int from_width, int from_height, int to_width, int to_height);
     ScaleFilter vertical;
     ScaleFilter horizontal;
-    CloseFilter close;
+    RowFilter row;
   };
   void scale_plane(const AVFrame& in, AVFrame& out, int plane, const Filters& filters);
-  void combine_rows(const AVFrame& in, int plane, const ScaleFilter& filter, int y, int width);
-  void scale_row(uint8_t* to, const Filters& filters) const;
+  void scale_row(const uint8_t* from, int16_t* to, const Filters& filters);
+  void combine_rows(const RowSum& sum, uint8_t* to, int width) const;
+  int16_t* scaled_row(int y) { return scaled.data() + y % kept_rows * row_size; }
 
   const RowKernels* kernels;
   Filters luma;
   Filters chroma;
-  // Rows that make up one of the result; that row, which still has the source's width.
-  std::vector<const uint8_t*> rows;
-  std::vector<uint16_t> row_weights;
-  std::vector<int16_t> combined;
+  int kept_rows;
+  ptrdiff_t row_size;
+  std::vector<uint8_t> source_row;  // with room for what registers read beyond it
+  std::vector<int16_t> scaled;      // the last rows of the source, in the result's width
+  std::vector<const int16_t*> rows;
 };
 
 }  // namespace zeva

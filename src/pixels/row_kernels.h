@@ -68,43 +68,37 @@ struct YuvRow {
   const uint8_t* v;
 };
 
-// Fixed point of scaling: weights, and rows that are scaled vertically only.
+// Fixed point of scaling: weights, rows that are scaled horizontally only, and the sums of such
+// rows.
 struct ScaleBits {
   static constexpr int kWeight = 14;
-  static constexpr int kRow = kWeight - 8;
-  static constexpr int kShift = kWeight + kRow;
-  static constexpr int kRounding = 1 << (kShift - 1);
+  static constexpr int kRow = 6;
+  static constexpr int kRowShift = kWeight - kRow;
+  static constexpr int kRowRounding = 1 << (kRowShift - 1);
+  static constexpr int kSum = kRow + kWeight - 15;  // a product's upper bits, rounded
+  static constexpr int kSumRounding = 1 << (kSum - 1);
 };
 
-// Rows of bytes to add up, then rows to subtract, each with a weight. A product's last eight bits
-// are cut off; `offset` makes up for their mean.
-struct RowSum {
-  const uint8_t* const* rows;
-  const uint16_t* weights;
-  int positive;
-  int count;
-  int offset;
-};
-
-// A row's horizontal filter: sample x is the sum of `taps` samples from starts[x] on, with the
-// weights from x * taps on. `taps` is a multiple of 8, and so many samples can be read.
-struct WideTaps {
-  const int32_t* starts;
-  const int16_t* weights;
-  int taps;
-};
-
-// The same where four neighbours' starts are so close to each other that eight samples have two
-// taps of each. Four at a time have a common start, and the places of their samples counted from
-// it, as bytes to shuffle by. Eight at a time have their weights side by side, two taps of each.
-struct CloseTaps {
+// A row's horizontal filter. Four neighbours have a common start; `shuffles` has the places of each
+// one's first two samples in the 16 from there on, as bytes to make words by. The other taps
+// follow them. Eight neighbours have their weights side by side, two taps of each.
+struct RowTaps {
+  static constexpr int kMultiple = 16;  // to which widths are filled up
   static size_t place(size_t x, size_t tap, size_t taps) {
     return (x / 8 * (taps / 2) + tap / 2) * 16 + x % 8 * 2 + tap % 2;
   }
   const int32_t* starts;
   const uint8_t* shuffles;
   const int16_t* weights;
-  int taps;  // even
+  int taps;       // even
+  bool is_dense;  // eight neighbours have the same start
+};
+
+// Rows to add up, each with a weight.
+struct RowSum {
+  const int16_t* const* rows;
+  const int16_t* weights;
+  int count;
 };
 
 // Counts are samples of one kind: pairs, where two kinds alternate. `pairs` of words are those of
@@ -120,9 +114,9 @@ struct RowKernels {
   int (*recolour_luma)(const YuvRow& in, uint8_t* y, int width, const RecolourWeights& weights);
   int (*recolour_chroma)(const YuvRow& in, uint8_t* u, uint8_t* v, int count,
                          const RecolourWeights& weights);
-  int (*combine_rows)(const RowSum& sum, int16_t* to, int width);
-  int (*scale_wide)(const int16_t* from, const WideTaps& taps, uint8_t* to, int width);
-  int (*scale_close)(const int16_t* from, const CloseTaps& taps, uint8_t* to, int width);
+  // `width` is a multiple of RowTaps::kMultiple; 16 + taps bytes can be read from each start.
+  int (*scale_row)(const uint8_t* from, const RowTaps& taps, int16_t* to, int width);
+  int (*combine_rows)(const RowSum& sum, uint8_t* to, int width);
 };
 
 // Null for the plain level.

@@ -49,7 +49,6 @@ ZEVA_OP V shift_right32_unsigned(V a) {
 }
 ZEVA_OP V subtract16(V a, V b) { return _mm256_sub_epi16(a, b); }
 ZEVA_OP V average8(V a, V b) { return _mm256_avg_epu8(a, b); }
-ZEVA_OP V multiply_high16(V a, V b) { return _mm256_mulhi_epu16(a, b); }  // unsigned
 ZEVA_OP V shuffle8(V a, V places) { return _mm256_shuffle_epi8(a, places); }
 ZEVA_OP V multiply_round15(V a, V b) { return _mm256_mulhrs_epi16(a, b); }
 
@@ -110,25 +109,12 @@ ZEVA_OP void store_chroma(uint8_t* to_u, uint8_t* to_v, V u, V v) {
   }
 }
 
-// What unpack_low16 and unpack_high16 gave.
-ZEVA_OP void store_unpacked(int16_t* to, V low, V high) {
-  store(to, _mm256_permute2x128_si256(low, high, 0x20));
-  store(to + 16, _mm256_permute2x128_si256(low, high, 0x31));
-}
+// Sixteen bytes, for each 16 of a register.
+ZEVA_OP V load_twice(const uint8_t* p) { return _mm256_broadcastsi128_si256(load_half(p)); }
 
-// Eight words of one sample of a result, and eight of the fourth one after it.
-ZEVA_OP V load_octets(const int16_t* first, const int16_t* second) {
-  return _mm256_inserti128_si256(_mm256_castsi128_si256(load_half(first)), load_half(second), 1);
-}
-
-// The sum of each half register's four numbers: first halves, then second ones.
-ZEVA_OP V add_quads(const V a[4]) {
-  return _mm256_hadd_epi32(_mm256_hadd_epi32(a[0], a[1]), _mm256_hadd_epi32(a[2], a[3]));
-}
-
-ZEVA_OP void store_samples(uint8_t* to, V a) {
-  const __m128i words = _mm_packs_epi32(_mm256_castsi256_si128(a), _mm256_extracti128_si256(a, 1));
-  _mm_storel_epi64(reinterpret_cast<__m128i*>(to), _mm_packus_epi16(words, words));
+// For the first four numbers of a register, and for the last four.
+ZEVA_OP V load_two(const uint8_t* first, const uint8_t* last) {
+  return _mm256_inserti128_si256(_mm256_castsi128_si256(load_half(first)), load_half(last), 1);
 }
 
 }  // namespace

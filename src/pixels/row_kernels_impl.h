@@ -222,116 +222,77 @@ ZEVA_SIMD int recolour_chroma(const YuvRow& in, uint8_t* to_u, uint8_t* to_v, in
 }
 
 // ---- scaling
-// Even and odd bytes are taken apart by moving them to the top of a word. The upper half of their
-// product with a weight is what is added up.
 
-struct Products {
-  V even;
-  V odd;
-};
-
-ZEVA_OP Products weigh_bytes(const uint8_t* row, V weight) {
-  const V bytes = load(row);
-  return {multiply_high16(shift_left16<8>(bytes), weight),
-          multiply_high16(and_bits(bytes, set16(0xff00)), weight)};
-}
-
-ZEVA_OP void add_to(Products* sum, const Products& p) {
-  *sum = {add16(sum->even, p.even), add16(sum->odd, p.odd)};
-}
-
-ZEVA_OP void subtract_from(Products* sum, const Products& p) {
-  *sum = {subtract16(sum->even, p.even), subtract16(sum->odd, p.odd)};
-}
-
-ZEVA_OP void store_sums(int16_t* to, const Products& sum) {
-  store_unpacked(to, unpack_low16(sum.even, sum.odd), unpack_high16(sum.even, sum.odd));
-}
-
-// Where the width is no multiple of two registers, the last ones do some samples once more.
-ZEVA_SIMD int combine_rows(const RowSum& rows, int16_t* to, int width) {
-  constexpr int kStep = 2 * kBytes;
-  const RowSum r = rows;
-  if (width < kStep) return 0;
-  for (int x = 0;; x = x + 2 * kStep <= width ? x + kStep : width - kStep) {
-    Products a = {set16(r.offset), set16(r.offset)};
-    Products b = a;
-    int i = 0;
-    for (; i < r.positive; ++i) {
-      const V weight = set16(r.weights[i]);
-      add_to(&a, weigh_bytes(r.rows[i] + x, weight));
-      add_to(&b, weigh_bytes(r.rows[i] + x + kBytes, weight));
-    }
-    for (; i < r.count; ++i) {
-      const V weight = set16(r.weights[i]);
-      subtract_from(&a, weigh_bytes(r.rows[i] + x, weight));
-      subtract_from(&b, weigh_bytes(r.rows[i] + x + kBytes, weight));
-    }
-    store_sums(to + x, a);
-    store_sums(to + x + kBytes, b);
-    if (x + kStep == width) return width;
+// kTaps is 0 where it is not known before; else the taps are dense.
+template <int kTaps>
+ZEVA_OP V scale_samples(const uint8_t* from, const RowTaps& t, size_t x) {
+  const size_t taps = kTaps != 0 ? kTaps : static_cast<size_t>(t.taps);
+  const uint8_t* first = from + t.starts[x / 4];
+  const uint8_t* last = from + t.starts[(x + kPixels - 4) / 4];
+  const int16_t* weights = t.weights + RowTaps::place(x, 0, taps);
+  const V places = load(t.shuffles + x * 4);
+  V sum = set32(ScaleBits::kRowRounding);
+#pragma GCC unroll 4
+  for (size_t tap = 0; tap < taps; tap += 2) {
+    const V samples = kTaps != 0 ? load_twice(first + tap) : load_two(first + tap, last + tap);
+    sum = add32(sum, madd(shuffle8(samples, places), load(weights + tap * 8)));
   }
-}
-
-ZEVA_SIMD int scale_wide(const int16_t* from, const WideTaps& t, uint8_t* to, int width) {
-  int x = 0;
-  for (; x + kPixels <= width; x += kPixels) {
-    const int32_t* starts = t.starts + x;
-    const int16_t* weights = t.weights + static_cast<ptrdiff_t>(x) * t.taps;
-    V sums[4] = {set32(0), set32(0), set32(0), set32(0)};
-    for (int tap = 0; tap < t.taps; tap += 8) {
-      for (int i = 0; i < 4; ++i) {
-        const int other = (i + 4) % kPixels;
-        const V samples = load_octets(from + starts[i] + tap, from + starts[other] + tap);
-        const V w = load_octets(weights + i * t.taps + tap, weights + other * t.taps + tap);
-        sums[i] = add32(sums[i], madd(samples, w));
-      }
-    }
-    const V all = add32(add_quads(sums), set32(ScaleBits::kRounding));
-    store_samples(to + x, shift_right32<ScaleBits::kShift>(all));
-  }
-  return x;
+  return shift_right32<ScaleBits::kRowShift>(sum);
 }
 
 template <int kTaps>
-ZEVA_SIMD int scale_close_by(const int16_t* from, const CloseTaps& taps, uint8_t* to, int width) {
-  const CloseTaps t = taps;
-  const int used = kTaps != 0 ? kTaps : t.taps;
-  size_t x = 0;
-  for (; x + kPixels <= static_cast<size_t>(width); x += kPixels) {
-    const int16_t* first = from + t.starts[x / 4];
-    const int16_t* second = from + t.starts[(x + kPixels - 4) / 4];
-    const int16_t* weights = t.weights + CloseTaps::place(x, 0, used);
-    const V places = load(t.shuffles + x * 4);
-    V sum = set32(ScaleBits::kRounding);
-#pragma GCC unroll 4
-    for (int tap = 0; tap < used; tap += 2) {
-      const V samples = shuffle8(load_octets(first + tap, second + tap), places);
-      sum = add32(sum, madd(samples, load(weights + tap * 8)));
-    }
-    store_samples(to + x, shift_right32<ScaleBits::kShift>(sum));
+ZEVA_SIMD int scale_row_by(const uint8_t* from, const RowTaps& taps, int16_t* to, int width) {
+  const RowTaps t = taps;
+  const auto size = static_cast<size_t>(width);
+  for (size_t x = 0; x < size; x += 2 * kPixels) {
+    store(to + x,
+          narrow32(scale_samples<kTaps>(from, t, x), scale_samples<kTaps>(from, t, x + kPixels)));
   }
-  return static_cast<int>(x);
+  return width;
 }
 
-int scale_close(const int16_t* from, const CloseTaps& taps, uint8_t* to, int width) {
-  switch (taps.taps) {
+int scale_row(const uint8_t* from, const RowTaps& taps, int16_t* to, int width) {
+  switch (taps.is_dense ? taps.taps : 0) {
     case 4:
-      return scale_close_by<4>(from, taps, to, width);
+      return scale_row_by<4>(from, taps, to, width);
     case 6:
-      return scale_close_by<6>(from, taps, to, width);
+      return scale_row_by<6>(from, taps, to, width);
     case 8:
-      return scale_close_by<8>(from, taps, to, width);
+      return scale_row_by<8>(from, taps, to, width);
     default:
-      return scale_close_by<0>(from, taps, to, width);
+      return scale_row_by<0>(from, taps, to, width);
+  }
+}
+
+// Where the width is no multiple of four registers, the last ones do some samples once more.
+ZEVA_SIMD int combine_rows(const RowSum& rows, uint8_t* to, int width) {
+  constexpr int kStep = 4 * kWords;
+  const RowSum r = rows;
+  if (width < kStep) return 0;
+  for (int x = 0;; x = x + 2 * kStep <= width ? x + kStep : width - kStep) {
+    const V rounding = set16(ScaleBits::kSumRounding);
+    V sums[4] = {rounding, rounding, rounding, rounding};
+    for (int i = 0; i < r.count; ++i) {
+      const V weight = set16(r.weights[i]);
+      const int16_t* row = r.rows[i] + x;
+#pragma GCC unroll 4
+      for (int k = 0; k < 4; ++k) {
+        sums[k] = add16(sums[k], multiply_round15(load(row + k * kWords), weight));
+      }
+    }
+#pragma GCC unroll 4
+    for (V& sum : sums) sum = shift_right16_signed<ScaleBits::kSum>(sum);
+    store(to + x, narrow16(sums[0], sums[1]));
+    store(to + x + kBytes, narrow16(sums[2], sums[3]));
+    if (x + kStep == width) return width;
   }
 }
 
 // ----
 
-constexpr RowKernels kKernels = {rgb_to_yuv,      split,        merge,       unpack,
-                                 narrow,          lower,        split_lower, recolour_luma,
-                                 recolour_chroma, combine_rows, scale_wide,  scale_close};
+constexpr RowKernels kKernels = {rgb_to_yuv,      split,     merge,       unpack,
+                                 narrow,          lower,     split_lower, recolour_luma,
+                                 recolour_chroma, scale_row, combine_rows};
 
 }  // namespace
 }  // namespace zeva

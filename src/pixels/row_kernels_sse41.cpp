@@ -46,7 +46,6 @@ ZEVA_OP V shift_right32_unsigned(V a) {
 }
 ZEVA_OP V subtract16(V a, V b) { return _mm_sub_epi16(a, b); }
 ZEVA_OP V average8(V a, V b) { return _mm_avg_epu8(a, b); }
-ZEVA_OP V multiply_high16(V a, V b) { return _mm_mulhi_epu16(a, b); }  // unsigned
 ZEVA_OP V shuffle8(V a, V places) { return _mm_shuffle_epi8(a, places); }
 ZEVA_OP V multiply_round15(V a, V b) { return _mm_mulhrs_epi16(a, b); }
 
@@ -107,27 +106,13 @@ ZEVA_OP void store_chroma(uint8_t* to_u, uint8_t* to_v, V u, V v) {
   }
 }
 
-// What unpack_low16 and unpack_high16 gave.
-ZEVA_OP void store_unpacked(int16_t* to, V low, V high) {
-  store(to, low);
-  store(to + 8, high);
-}
+// Sixteen bytes, for each 16 of a register.
+ZEVA_OP V load_twice(const uint8_t* p) { return load(p); }
 
-// Eight words for each four samples of a result. Here that is one register.
-ZEVA_OP V load_octets(const int16_t* first, const int16_t* second) {
-  (void)second;
+// For the first four numbers of a register, and for the last four: here these are the same.
+ZEVA_OP V load_two(const uint8_t* first, const uint8_t* last) {
+  (void)last;
   return load(first);
-}
-
-// The sum of each register's four numbers.
-ZEVA_OP V add_quads(const V a[4]) {
-  return _mm_hadd_epi32(_mm_hadd_epi32(a[0], a[1]), _mm_hadd_epi32(a[2], a[3]));
-}
-
-ZEVA_OP void store_samples(uint8_t* to, V a) {
-  const V words = pack32(a, a);
-  const int32_t four = _mm_cvtsi128_si32(pack16(words, words));
-  memcpy(to, &four, 4);
 }
 
 }  // namespace
