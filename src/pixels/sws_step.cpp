@@ -11,18 +11,15 @@ AVColorSpace matrix_for(const PictureFormat& format, const PictureFormat& other)
   return format.is_rgb() ? other.matrix : format.matrix;
 }
 
-// RGB of sixteen bits is a stage on the way between two kinds of YUV. swscale's quick way there
-// is no better than eight bits.
-int flags_for(const PictureFormat& to) {
-  const bool deep_rgb = to.is_rgb() && av_pix_fmt_desc_get(to.pixels)->comp[0].depth > 8;
-  return deep_rgb ? SWS_BICUBIC | SWS_ACCURATE_RND | SWS_FULL_CHR_H_INT : SWS_BICUBIC;
-}
+// Without accurate rounding swscale takes short cuts that know one matrix and range, and RGB of
+// sixteen bits is no better than eight.
+constexpr int kFlags = SWS_BICUBIC | SWS_ACCURATE_RND | SWS_FULL_CHR_H_INT;
 
 }  // namespace
 
 std::unique_ptr<SwsStep> SwsStep::make(const PictureFormat& from, const PictureFormat& to) {
   SwsPtr scaler(sws_getContext(from.width, from.height, from.pixels, to.width, to.height, to.pixels,
-                               flags_for(to), nullptr, nullptr, nullptr));
+                               kFlags, nullptr, nullptr, nullptr));
   if (!scaler) return nullptr;
   const int* source_table = sws_getCoefficients(matrix_for(from, to));
   const int* target_table = sws_getCoefficients(matrix_for(to, from));

@@ -46,22 +46,23 @@ double colour_error(const PictureFormat& from, const PictureFormat& to) {
 }
 
 TEST(Colours, stay_in_every_conversion) {
+  int cases = 0;
   for (const AVPixelFormat source : kSources) {
     for (const AVPixelFormat target : kTargets) {
       for (const AVColorSpace in_matrix : kMatrices) {
         for (const AVColorRange in_range : kRanges) {
           for (const AVColorSpace out_matrix : kMatrices) {
             for (const AVColorRange out_range : kRanges) {
-              for (const int height : {32, 24}) {
-                const PictureFormat from = zeva::settle({64, 32, source, in_matrix, in_range});
-                const PictureFormat to = zeva::settle({64, height, target, out_matrix, out_range});
-                if (from == to) continue;
-                EXPECT_LE(colour_error(from, to), 2)
-                    << av_get_pix_fmt_name(source) << " " << av_color_space_name(from.matrix) << " "
-                    << av_color_range_name(from.range) << " -> " << av_get_pix_fmt_name(target)
-                    << " " << av_color_space_name(to.matrix) << " " << av_color_range_name(to.range)
-                    << (height == 32 ? "" : ", scaled");
-              }
+              // Some of every kind; the numbers of cases have no divisor in common.
+              const int height = ++cases % 5 < 2 ? 24 : 32;
+              const PictureFormat from = zeva::settle({64, 32, source, in_matrix, in_range});
+              const PictureFormat to = zeva::settle({64, height, target, out_matrix, out_range});
+              if (from == to) continue;
+              EXPECT_LE(colour_error(from, to), 2)
+                  << av_get_pix_fmt_name(source) << " " << av_color_space_name(from.matrix) << " "
+                  << av_color_range_name(from.range) << " -> " << av_get_pix_fmt_name(target) << " "
+                  << av_color_space_name(to.matrix) << " " << av_color_range_name(to.range)
+                  << (height == 32 ? "" : ", scaled");
             }
           }
         }
