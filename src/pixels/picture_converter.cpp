@@ -72,9 +72,13 @@ bool PictureConverter::plan(CpuLevel level) {
 bool PictureConverter::plan_by_planar(CpuLevel level) {
   PictureFormat planar = from;
   planar.pixels = planar_before(to.pixels);
+  if (planar.pixels == AV_PIX_FMT_NONE) return false;
   if (from.is_rgb()) {
     planar.matrix = to.matrix;
     planar.range = to.range;
+    // A picture that grows has more chroma than would be left.
+    const bool grows = to.width >= from.width && to.height >= from.height;
+    if (grows && !have_one_size(from, to)) planar.pixels = AV_PIX_FMT_YUV444P;
   }
   if (!have_one_colour(planar, to) && !have_weights(planar, to)) return false;
   if (!PlaneScaler::supports(from, to)) return false;
@@ -118,6 +122,7 @@ void PictureConverter::append_rest(CpuLevel level) {
     PictureFormat scaled = reached();
     scaled.width = to.width;
     scaled.height = to.height;
+    scaled.pixels = next.pixels;
     append<PlaneScaler>(scaled, level);
   }
   if (!have_one_colour(reached(), to)) append<Recolour>(next, level);

@@ -35,6 +35,10 @@ inline bool is_planar_422(AVPixelFormat pixels) {
   return pixels == AV_PIX_FMT_YUV422P || pixels == AV_PIX_FMT_YUVJ422P;
 }
 
+inline bool is_planar_444(AVPixelFormat pixels) {
+  return pixels == AV_PIX_FMT_YUV444P || pixels == AV_PIX_FMT_YUVJ444P;
+}
+
 // Two luma samples or rows share one of chroma; an odd last one has its own.
 inline int half_of(int size) { return (size + 1) / 2; }
 

@@ -63,8 +63,12 @@ size_t filled_up(int width) {
   return static_cast<size_t>((width + kMultiple - 1) / kMultiple * kMultiple);
 }
 
+int chroma_width(const PictureFormat& format) {
+  return AV_CEIL_RSHIFT(format.width, av_pix_fmt_desc_get(format.pixels)->log2_chroma_w);
+}
+
 int chroma_height(const PictureFormat& format) {
-  return is_planar_420(format.pixels) ? half_of(format.height) : format.height;
+  return AV_CEIL_RSHIFT(format.height, av_pix_fmt_desc_get(format.pixels)->log2_chroma_h);
 }
 
 }  // namespace
@@ -129,7 +133,7 @@ bool PlaneScaler::supports(const PictureFormat& from, const PictureFormat& to) {
 PlaneScaler::PlaneScaler(const PictureFormat& from, const PictureFormat& to, CpuLevel level)
     : kernels(row_kernels(level)),
       luma(from.width, from.height, to.width, to.height),
-      chroma(half_of(from.width), chroma_height(from), half_of(to.width), chroma_height(to)),
+      chroma(chroma_width(from), chroma_height(from), chroma_width(to), chroma_height(to)),
       kept_rows(std::max(luma.vertical.taps, chroma.vertical.taps) + 1),
       row_size(static_cast<ptrdiff_t>(filled_up(to.width))),
       source_row(from.width + 16 + std::max(luma.row.taps, chroma.row.taps)),

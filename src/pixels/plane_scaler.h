@@ -36,8 +36,8 @@ struct RowFilter {
   std::vector<int16_t> weights;
 };
 
-// Planar YUV of eight bits, 4:2:0 or 4:2:2, scaled by a cubic filter, which is as much wider as the
-// picture gets smaller.
+// Planar YUV of eight bits, scaled by a cubic
+// filter, which is as much wider as the picture gets smaller.
 class PlaneScaler : public PictureStep {
  public:
   // Not to less than a quarter of the width or height: RowTaps reaches no farther.

@@ -76,7 +76,8 @@ bool RgbToYuv::supports(const PictureFormat& from, const PictureFormat& to) {
   LumaWeights luma;
   return (pixels->flags & AV_PIX_FMT_FLAG_RGB) != 0 && (pixels->flags & kOther) == 0 &&
          pixels->comp[0].depth == 8 && (pixels->comp[0].step == 3 || pixels->comp[0].step == 4) &&
-         (is_planar_420(to.pixels) || to.pixels == AV_PIX_FMT_NV12) &&
+         (is_planar_420(to.pixels) || is_planar_422(to.pixels) || is_planar_444(to.pixels) ||
+          to.pixels == AV_PIX_FMT_NV12) &&
          find_luma_weights(to.matrix, &luma);
 }
 
@@ -85,19 +86,50 @@ RgbToYuv::RgbToYuv(const PictureFormat& from, const PictureFormat& to, CpuLevel 
       coefficients(coefficients_for(from, to)),
       pixel_bytes(av_pix_fmt_desc_get(from.pixels)->comp[0].step) {}
 
-void RgbToYuv::run(const AVFrame& in, AVFrame& out) {
-  const bool planar = out.format != AV_PIX_FMT_NV12;
+void RgbToYuv::convert_rows(const RgbRows& rows, const RgbCoefficients& c) const {
+  const int done = kernels != nullptr ? kernels->rgb_to_yuv(rows, c) : 0;
+  const auto plain = pixel_bytes == 4 ? plain_rgb_rows<4> : plain_rgb_rows<3>;
+  plain(rows, c, done);
+}
+
+// Each plane as if it were luma; the chroma that comes with it is not needed.
+void RgbToYuv::run_444(const AVFrame& in, AVFrame& out) {
+  unused.resize(2 * static_cast<size_t>(out.width) + 2);
   for (int y = 0; y < out.height; y += 2) {
     const int next = std::min(y + 1, out.height - 1);
-    const RgbRows rows = {{row_of(in, 0, y), row_of(in, 0, next)},
-                          {row_of(out, 0, y), row_of(out, 0, next)},
-                          row_of(out, 1, y / 2),
-                          planar ? row_of(out, 2, y / 2) : nullptr,
-                          out.width,
-                          pixel_bytes};
-    const int done = kernels != nullptr ? kernels->rgb_to_yuv(rows, coefficients) : 0;
-    const auto plain = pixel_bytes == 4 ? plain_rgb_rows<4> : plain_rgb_rows<3>;
-    plain(rows, coefficients, done);
+    for (int plane = 0; plane < 3; ++plane) {
+      RgbCoefficients c = coefficients;
+      if (plane != 0) {
+        std::copy_n(plane == 1 ? c.u : c.v, 4, c.y);
+        c.y_bias = c.chroma_bias >> 2;
+      }
+      convert_rows({{row_of(in, 0, y), row_of(in, 0, next)},
+                    {row_of(out, plane, y), row_of(out, plane, next)},
+                    unused.data(),
+                    nullptr,
+                    out.width,
+                    pixel_bytes},
+                   c);
+    }
+  }
+}
+
+void RgbToYuv::run(const AVFrame& in, AVFrame& out) {
+  if (is_planar_444(static_cast<AVPixelFormat>(out.format))) {
+    run_444(in, out);
+    return;
+  }
+  const bool planar = out.format != AV_PIX_FMT_NV12;
+  const int step = is_planar_422(static_cast<AVPixelFormat>(out.format)) ? 1 : 2;
+  for (int y = 0; y < out.height; y += step) {
+    const int next = std::min(y + step - 1, out.height - 1);
+    convert_rows({{row_of(in, 0, y), row_of(in, 0, next)},
+                  {row_of(out, 0, y), row_of(out, 0, next)},
+                  row_of(out, 1, y / step),
+                  planar ? row_of(out, 2, y / step) : nullptr,
+                  out.width,
+                  pixel_bytes},
+                 coefficients);
   }
 }
 

@@ -1,5 +1,7 @@
-// Packed RGB of eight bits into YUV 4:2:0.
+// Packed RGB of eight bits into planar YUV or NV12.
 #pragma once
+
+#include <vector>
 
 #include "picture_format.h"
 #include "picture_step.h"
@@ -7,9 +9,10 @@
 
 namespace zeva {
 
-// Any order of the colours, with or without a fourth byte (alpha is left out), into planar 4:2:0 or
-// NV12 of the same size, in the target's matrix and range. Chroma is that of the mean of 2x2
-// pixels, so it sits in their centre; an odd last column or row counts twice.
+// Any order of the colours, with or without a fourth byte (alpha is left out), into NV12 or
+// planar 4:2:0, 4:2:2 or 4:4:4 of the same size, in the target's matrix and range. Chroma is that
+// of the mean of 2x2 pixels (4:2:2: 2x1), so it sits in their centre; an odd last column or row
+// counts twice.
 class RgbToYuv : public PictureStep {
  public:
   static bool supports(const PictureFormat& from, const PictureFormat& to);
@@ -18,9 +21,13 @@ class RgbToYuv : public PictureStep {
   void run(const AVFrame& in, AVFrame& out) override;
 
  private:
+  void convert_rows(const RgbRows& rows, const RgbCoefficients& c) const;
+  void run_444(const AVFrame& in, AVFrame& out);
+
   const RowKernels* kernels;
   RgbCoefficients coefficients;
   int pixel_bytes;
+  std::vector<uint8_t> unused;  // a row of chroma
 };
 
 }  // namespace zeva

@@ -69,7 +69,8 @@ TEST(PictureConverter, converts_rgb_exactly_in_every_matrix_and_range) {
   for (const AVPixelFormat pixels : kPackedRgb) {
     for (const AVColorSpace matrix : kMatrices) {
       for (const AVColorRange range : kRanges) {
-        for (const AVPixelFormat target : {AV_PIX_FMT_YUV420P, AV_PIX_FMT_NV12}) {
+        for (const AVPixelFormat target :
+             {AV_PIX_FMT_YUV420P, AV_PIX_FMT_NV12, AV_PIX_FMT_YUV422P, AV_PIX_FMT_YUV444P}) {
           expect_exact({70, 6, pixels}, {70, 6, target, matrix, range}, kRounded);
         }
       }
@@ -128,6 +129,8 @@ std::vector<Pair> all_pairs() {
   for (const AVPixelFormat rgb : {AV_PIX_FMT_BGRA, AV_PIX_FMT_RGB24}) {
     pairs.push_back({rgb, AV_PIX_FMT_YUV420P});
     pairs.push_back({rgb, AV_PIX_FMT_NV12});
+    pairs.push_back({rgb, AV_PIX_FMT_YUV422P});
+    pairs.push_back({rgb, AV_PIX_FMT_YUV444P});
   }
   return pairs;
 }
