@@ -103,7 +103,7 @@ ZEVA_OP void store_chroma(uint8_t* to_u, uint8_t* to_v, V u, V v) {
       _mm_unpacklo_epi16(_mm256_castsi256_si128(mixed), _mm256_extracti128_si256(mixed, 1));
   if (to_v != nullptr) {
     _mm_storel_epi64(reinterpret_cast<__m128i*>(to_u), bytes);
-    _mm_storeh_pd(reinterpret_cast<double*>(to_v), _mm_castsi128_pd(bytes));
+    _mm_storel_epi64(reinterpret_cast<__m128i*>(to_v), _mm_unpackhi_epi64(bytes, bytes));
   } else {
     store_half(to_u, _mm_unpacklo_epi8(bytes, _mm_srli_si128(bytes, 8)));
   }

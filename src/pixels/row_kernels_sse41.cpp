@@ -68,7 +68,7 @@ ZEVA_OP V load_widened(const uint8_t* p) {
 
 ZEVA_OP void store_halves(uint8_t* first, uint8_t* second, V a) {
   _mm_storel_epi64(reinterpret_cast<V*>(first), a);
-  _mm_storeh_pd(reinterpret_cast<double*>(second), _mm_castsi128_pd(a));
+  _mm_storel_epi64(reinterpret_cast<__m128i*>(second), _mm_unpackhi_epi64(a, a));
 }
 
 // Four pixels of three bytes, with a zero after each. Reads four bytes more.
