@@ -1,7 +1,7 @@
 #!/bin/bash
 # Installs the Debian packages that a kind of work needs, if they are missing:
 #
-#   scripts/packages.sh SET...     SET: build-linux, windows, demo, servers, test, fuzz
+#   scripts/packages.sh SET...     SET: build-linux, windows, demo, servers, test, fuzz, bench
 #
 # With all of them there it only asks dpkg, and needs neither network nor rights.
 set -euo pipefail
@@ -29,7 +29,11 @@ packages_of() {
         forensics-samples-files python3-gi gir1.2-gst-rtsp-server-1.0 gstreamer1.0-plugins-{base,good,bad}
       ;;
     fuzz) echo clang libclang-rt-14-dev ;;
-    *) fail "unknown package set '$1'; there are build-linux, windows, demo, servers, test and fuzz." ;;
+    bench)
+      packages_of demo
+      echo libbenchmark-dev binutils linux-perf python3 gstreamer1.0-tools gstreamer1.0-plugins-{base,good,bad,ugly}
+      ;;
+    *) fail "unknown package set '$1'; there are build-linux, windows, demo, servers, test, fuzz and bench." ;;
   esac
 }
 
@@ -92,7 +96,7 @@ keep_nginx_off() {
 
 main() {
   local set wanted=() missing
-  (($# > 0)) || fail "usage: packages.sh SET..., of build-linux, windows, demo, servers, test and fuzz."
+  (($# > 0)) || fail "usage: packages.sh SET..., of build-linux, windows, demo, servers, test, fuzz and bench."
   command -v apt-get > /dev/null ||
     fail "this machine has no apt; install by your own means what 'packages_of' in scripts/packages.sh lists."
   for set; do
