@@ -48,10 +48,10 @@ int FileIo::commit() {
 bool FileIo::ensure_room(int64_t end_bytes) {
   if (!can_reserve || end_bytes <= reserved || !is_committed()) return true;
   int64_t wanted = end_bytes + kReserveStepBytes;
-  int error = reserve_space(file.get(), wanted);
+  int error = reserve_space(file.get(), reserved, wanted);
   if (error == ENOSPC) {
     wanted = end_bytes;
-    error = reserve_space(file.get(), wanted);
+    error = reserve_space(file.get(), reserved, wanted);
   }
   if (error == 0) reserved = wanted;
   if (error == ENOTSUP) can_reserve = false;

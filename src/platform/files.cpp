@@ -57,7 +57,7 @@ int truncate_file(FILE* file, int64_t size_bytes) {
   return _chsize_s(_fileno(file), size_bytes);
 }
 
-int reserve_space(FILE* file, int64_t end_bytes) {
+int reserve_space(FILE* file, int64_t /*begin_bytes: asked for as a whole*/, int64_t end_bytes) {
   const auto handle = reinterpret_cast<HANDLE>(_get_osfhandle(_fileno(file)));
   FILE_ALLOCATION_INFO wanted{};
   wanted.AllocationSize.QuadPart = end_bytes;
@@ -124,10 +124,11 @@ int truncate_file(FILE* file, int64_t size_bytes) {
   return ftruncate(fileno(file), size_bytes) == 0 ? 0 : errno;
 }
 
-int reserve_space(FILE* file, int64_t end_bytes) {
+int reserve_space(FILE* file, int64_t begin_bytes, int64_t end_bytes) {
+  const int64_t count = end_bytes - begin_bytes;
   int result = 0;
   do {
-    result = fallocate(fileno(file), FALLOC_FL_KEEP_SIZE, 0, end_bytes) == 0 ? 0 : errno;
+    result = fallocate(fileno(file), FALLOC_FL_KEEP_SIZE, begin_bytes, count) == 0 ? 0 : errno;
   } while (result == EINTR);
   if (result == EDQUOT) return ENOSPC;
   return result == 0 || result == ENOSPC ? result : ENOTSUP;

@@ -37,9 +37,10 @@ bool sync_folder_of(const std::string& path);
 int truncate_file(FILE* file, int64_t size_bytes);
 
 // Sets disk space aside for the file up to `end_bytes` without making it longer; what is not used
-// is given back when the file is truncated or closed. 0; ENOSPC; ENOTSUP where the system or the
-// file system cannot.
-int reserve_space(FILE* file, int64_t end_bytes);
+// is given back when the file is truncated or closed. `begin_bytes` is where the space that was set
+// aside before ends: a file system may visit every page from there on. 0; ENOSPC; ENOTSUP where the
+// system or the file system cannot.
+int reserve_space(FILE* file, int64_t begin_bytes, int64_t end_bytes);
 
 // Marks the open file as one that a living program is writing, for as long as it is open; a child
 // process does not inherit the mark. False when the file system cannot, or another program has it.
