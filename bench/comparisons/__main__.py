@@ -42,15 +42,16 @@ def put(text, name, figures):
     return marks.sub(lambda found: found.group(1) + "\n" + figures + "\n" + found.group(2), text)
 
 
-def measure(names, build, plots, quick):
+def measure(options, build, plots):
     """The figures by the name of their place, and the comparisons that failed."""
     figures, failed = {}, []
-    for name in names:
+    for name in options.only:
         start = time.monotonic()
-        with tempfile.TemporaryDirectory(prefix="zeva-bench-", dir="/dev/shm") as folder:
+        with tempfile.TemporaryDirectory(prefix="zeva-bench-", dir=options.folder) as folder:
             try:
                 comparison = importlib.import_module("." + name, __package__)
-                figures.update(comparison.compare(b.Bench(build, folder, plots, quick)))
+                bench = b.Bench(build, folder, plots, options.quick, options.gigabytes)
+                figures.update(comparison.compare(bench))
                 outcome = "done"
             except (b.Failed, OSError, subprocess.SubprocessError) as error:
                 failed.append(name)
@@ -64,20 +65,24 @@ def main():
     parser.add_argument("--quick", action="store_true", help="small inputs and two rounds: does it all run?")
     parser.add_argument("--only", nargs="+", choices=COMPARISONS, default=COMPARISONS, metavar="NAME",
                         help="only these of " + ", ".join(COMPARISONS))
+    parser.add_argument("--folder", default="/dev/shm", help="where movies are read and written; in memory, as a rule")
+    parser.add_argument("--gigabytes", type=float, default=1, help="of the movie that is repaired")
     options = parser.parse_args()
     root = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
     build, results = os.path.join(root, "build/bench"), os.path.join(root, "build/bench/results")
     shutil.rmtree(results, ignore_errors=True)
     os.makedirs(os.path.join(results, "plots"))
     state = machine(root)
-    figures, failed = measure(options.only, build, os.path.join(results, "plots"), options.quick)
+    figures, failed = measure(options, build, os.path.join(results, "plots"))
     with open(os.path.join(root, "bench/RESULTS.md"), encoding="utf-8") as file:
         text = file.read()
     for name, lines in {"machine": state, **figures}.items():
         text = put(text, name, lines)
     with open(os.path.join(results, "RESULTS.md"), "w", encoding="utf-8") as file:
         file.write(text)
-    whole = not (failed or options.quick or set(options.only) != set(COMPARISONS))
+    usual = not options.quick and all(getattr(options, name) == parser.get_default(name)
+                                      for name in ("only", "folder", "gigabytes"))
+    whole = usual and not failed
     if whole:
         shutil.copytree(results, os.path.join(root, "bench"), dirs_exist_ok=True)
     print("the figures are in", "bench/RESULTS.md" if whole else "build/bench/results/RESULTS.md")

@@ -35,8 +35,8 @@ class Run:
 class Bench:
     """Where everything lies, and how long to measure."""
 
-    def __init__(self, build, folder, plots, quick):
-        self.build, self.folder, self.plots, self.quick = build, folder, plots, quick
+    def __init__(self, build, folder, plots, quick, gigabytes):
+        self.build, self.folder, self.plots, self.quick, self.gigabytes = build, folder, plots, quick, gigabytes
         self.rounds = 2 if quick else 5
         self.zeva = self.program("zeva")
 
@@ -55,9 +55,9 @@ class Bench:
 
 def run(side):
     """Times one run by the system's own accounts: the process and all its children."""
+    start = time.monotonic()
     with open(side.stdin, "rb") as stdin, subprocess.Popen(
             side.command, stdin=stdin, stdout=subprocess.DEVNULL, stderr=subprocess.PIPE) as process:
-        start = time.monotonic()
         timer = threading.Timer(LONGEST_RUN_S, process.kill)
         timer.start()
         complaint = process.stderr.read()

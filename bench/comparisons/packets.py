@@ -2,7 +2,7 @@
 import os
 
 from . import bench as b
-from . import sources, svg
+from . import sources
 from .pairs import Pair, show
 
 MEGABIT_S = 4
@@ -58,8 +58,6 @@ def compare(bench):
         runs = b.run_in_turn([mine, peer], bench.rounds)
         b.check_pictures([*mine.outputs, *peer.outputs], pictures, "packets")
         rows.append(Pair(case, *runs, pictures, why))
-    svg.bars(bench.plot("packets"), "Packets as fast as the machine can, ours beside a peer",
-             "ratio to the peer; speed: longer is better, processor time: shorter is better",
-             ["speed", "processor time"], [(row.case, [row.speed, row.cpu]) for row in rows], mark=1)
-    aims = b.aim("from bare streams, speed against ffmpeg", rows[0].speed, SPEED_AIM, at_least=True)
-    return {"packets": show(rows) + "\n" + aims, "index": index_size(bench, seconds)}
+    text = show(rows, "Packets as fast as the machine can, ours beside a peer", bench.plot("packets"))
+    return {"packets": text + b.aim("from bare streams, speed against ffmpeg", rows[0].speed, SPEED_AIM, at_least=True),
+            "index": index_size(bench, seconds)}

@@ -3,7 +3,7 @@ import os
 import re
 
 from . import bench as b
-from . import sources, svg
+from . import sources
 from .pairs import Pair, show
 
 KBPS, GOP, FPS = 6000, 2 * sources.FPS, sources.FPS
@@ -30,8 +30,7 @@ def gstreamers(source, size, target, preset="veryfast", kbps=KBPS, mux=("mp4mux"
     chain = [source, ["rawvideoparse", "format=bgra", f"width={width}", f"height={height}",
                       f"framerate={FPS}/1"], ["videoconvert"], ["video/x-raw,format=I420"],
              ["x264enc", "pass=cbr", f"bitrate={kbps}", "vbv-buf-capacity=0", f"speed-preset={preset}",
-              f"key-int-max={GOP}", "bframes=0"], [profile], ["h264parse"], mux,
-             ["filesink", f"location={target}"]]
+              f"key-int-max={GOP}", "bframes=0"], [profile], ["h264parse"], mux, ["filesink", f"location={target}"]]
     return ["gst-launch-1.0", "-q", *[word for link in chain for word in ["!", *link]][1:]]
 
 
@@ -62,8 +61,7 @@ def compare_raw(bench, size, frames, preset, rows):
         b.Side("ffmpeg", ffmpegs(sources.raw_input(raw, size), [ffmpeg], preset), outputs=(ffmpeg,)),
         b.Side("GStreamer", gstreamers(["filesrc", f"location={raw}"], size, gst, preset), outputs=(gst,))]
     my_runs, *others = run_equally(sides, bench.rounds, frames)
-    for side, runs in zip(sides[1:], others):
-        rows.append(Pair(f"{size}, {preset}: {side.name}", my_runs, runs, frames))
+    rows += [Pair(f"{size}, {preset}: {side.name}", my_runs, runs, frames) for side, runs in zip(sides[1:], others)]
     return my_runs
 
 
@@ -82,9 +80,9 @@ def compare_movie(bench, size, frames, rows):
         b.Side("ffmpeg's tee", ffmpegs(["-i", movie], sources.four_of_ffmpegs(fours)),
                outputs=sources.four_names(fours)),
     ], bench.rounds, frames)
-    rows.append(Pair(f"{size}, with sound: ffmpeg", runs[0], runs[1], frames))
-    rows.append(Pair("index on: index off", runs[0], runs[2], frames))
-    rows.append(Pair("four outputs: ffmpeg's tee with fifo", runs[3], runs[4], frames))
+    rows += [Pair(f"{size}, with sound: ffmpeg", runs[0], runs[1], frames),
+             Pair("index on: index off", runs[0], runs[2], frames),
+             Pair("four outputs: ffmpeg's tee with fifo", runs[3], runs[4], frames)]
 
 
 def compare(bench):
@@ -97,11 +95,8 @@ def compare(bench):
     sources.pictures(bench.at("raw.bgra"), "3840x2160", frames_4k)
     runs = compare_raw(bench, "3840x2160", frames_4k, "ultrafast", rows)
     real_time = frames_4k / FPS / b.median(runs, "wall_s")
-    svg.bars(bench.plot("record"), "Recording as fast as the machine can, ours beside a peer",
-             "ratio to the peer; speed: longer is better, processor time: shorter is better",
-             ["speed", "processor time"], [(row.case, [row.speed, row.cpu]) for row in rows], mark=1)
-    aims = "".join([b.aim("1080p, speed against ffmpeg", rows[0].speed, SPEED_AIM, at_least=True),
-                    b.aim("1080p, processor time against ffmpeg", rows[0].cpu, CPU_AIM),
-                    b.aim("1080p, speed against GStreamer", rows[1].speed, 1, at_least=True),
-                    b.aim("4K30 with ultrafast, times real time", real_time, 1, at_least=True)])
-    return {"record": show(rows) + "\n" + aims}
+    text = show(rows, "Recording as fast as the machine can, ours beside a peer", bench.plot("record"))
+    return {"record": text + b.aim("1080p, speed against ffmpeg", rows[0].speed, SPEED_AIM, at_least=True) +
+                      b.aim("1080p, processor time against ffmpeg", rows[0].cpu, CPU_AIM) +
+                      b.aim("1080p, speed against GStreamer", rows[1].speed, 1, at_least=True) +
+                      b.aim("4K30 with ultrafast, times real time", real_time, 1, at_least=True)}
