@@ -1,7 +1,10 @@
 // A source of raw pictures and raw sound.
 #pragma once
 
+#include <string>
+
 #include "av.h"
+#include "colours.h"
 #include "source.h"
 #include "zeva/record.h"
 
@@ -18,10 +21,10 @@ struct SourceFormat {
   bool own_times = false;
   AVRational grid_rate{0, 1};  // at which as good as every picture finds a place of its own
   int pix_fmt = -1;
-  int component_bits = 8;  // of the movie's own pictures
-  int color_primaries = 0;
-  int color_trc = 0;
-  int colorspace = 2;
+  int component_bits = 8;  // of its pictures
+  Colours colours;         // of its pictures
+  Colours movie;           // that they shall have in the movie
+  std::string light;       // settings of libx264 that tell what light they are made for
 
   bool has_sound = false;
   int sample_rate = 0;

@@ -40,6 +40,14 @@ Status MovieReader::open_stream(AVMediaType type, std::unique_ptr<StreamDecoder>
   return decoder->open(*found);
 }
 
+const AVFrame* MovieReader::first_picture() {
+  while (video && !video->advance()) {
+    if (video->finished() || waiting_bytes() > kReadAheadBytes) return nullptr;
+    if (!read_packet()) end_input();
+  }
+  return video ? &video->frame() : nullptr;
+}
+
 MovieReader::Next MovieReader::next() {
   if (chosen) chosen->release();
   bool have_video = false;
@@ -50,8 +58,7 @@ MovieReader::Next MovieReader::next() {
     bool wait_video = video && !have_video && !video->finished();
     bool wait_audio = audio && !have_audio && !audio->finished();
     if (!wait_video && !wait_audio) break;
-    size_t waiting = (video ? video->waiting_bytes() : 0) + (audio ? audio->waiting_bytes() : 0);
-    if ((have_video || have_audio) && waiting > kReadAheadBytes) break;
+    if ((have_video || have_audio) && waiting_bytes() > kReadAheadBytes) break;
     if (!read_packet()) end_input();
   }
   if (!have_video && !have_audio) {
@@ -61,6 +68,10 @@ MovieReader::Next MovieReader::next() {
   bool take_video = have_video && (!have_audio || video->time_us() <= audio->time_us());
   chosen = take_video ? video.get() : audio.get();
   return take_video ? Next::kVideo : Next::kAudio;
+}
+
+size_t MovieReader::waiting_bytes() const {
+  return (video ? video->waiting_bytes() : 0) + (audio ? audio->waiting_bytes() : 0);
 }
 
 bool MovieReader::read_packet() {

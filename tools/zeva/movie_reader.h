@@ -19,6 +19,10 @@ class MovieReader {
   // Opens the file (UTF-8 path) and those of its streams that are wanted and there.
   Status open(const std::string& path, bool want_video, bool want_audio);
 
+  // The first picture, before the first call of next(), which still hands it out. Null when there
+  // is none near the beginning.
+  const AVFrame* first_picture();
+
   // Null for a stream that is absent or not wanted.
   const AVStream* video_stream() const { return video_stream_info; }
   const AVStream* audio_stream() const { return audio_stream_info; }
@@ -36,6 +40,7 @@ class MovieReader {
   Status open_stream(AVMediaType type, std::unique_ptr<StreamDecoder>& decoder,
                      const AVStream*& stream);
   bool read_packet();
+  size_t waiting_bytes() const;
   void end_input();
 
   InputPtr input;

@@ -4,6 +4,9 @@
 #include <cmath>
 #include <utility>
 
+#include "hdr_metadata.h"
+#include "picture_turn.h"
+#include "pixel_formats.h"
 #include "record_options.h"
 
 namespace zeva_tool {
@@ -44,6 +47,30 @@ AVRational grid_rate_of(const AVStream& stream) {
   return fields ? mean : AVRational{std::max(1, static_cast<int>(whole)), 1};
 }
 
+// A stream of which no picture could be decoded.
+FramePtr announced_picture(const AVCodecParameters& parameters) {
+  FramePtr picture(av_frame_alloc());
+  bool known = parameters.format != AV_PIX_FMT_NONE;
+  picture->width = parameters.width;
+  picture->height = parameters.height;
+  picture->format = known ? parameters.format : AV_PIX_FMT_YUV420P;
+  picture->colorspace = parameters.color_space;
+  picture->color_range = parameters.color_range;
+  picture->color_primaries = parameters.color_primaries;
+  picture->color_trc = parameters.color_trc;
+  return picture;
+}
+
+// Decoders of codecs made for television tell it of every picture, those of others of none: there
+// the container's word counts.
+bool only_fields(const AVStream& stream) {
+  const AVCodecDescriptor* codec = avcodec_descriptor_get(stream.codecpar->codec_id);
+  bool silent = codec &&
+                (codec->props & (AV_CODEC_PROP_INTRA_ONLY | AV_CODEC_PROP_LOSSLESS)) != 0 &&
+                (codec->props & AV_CODEC_PROP_REORDER) == 0;
+  return silent && stream.codecpar->field_order > AV_FIELD_PROGRESSIVE;
+}
+
 }  // namespace
 
 MovieSource::MovieSource(std::string movie_path, const Wanted& what)
@@ -65,34 +92,36 @@ Status MovieSource::open() {
 }
 
 void MovieSource::describe_video(const AVStream& stream) {
-  const AVCodecParameters& parameters = *stream.codecpar;
-  int turns = PictureConverter::turns_of(stream);
+  int turns = turns_of(stream);
   double shape = 1;
   AVRational aspect =
       av_guess_sample_aspect_ratio(nullptr, const_cast<AVStream*>(&stream), nullptr);
   if (aspect.num > 0 && aspect.den > 0) shape = av_q2d(aspect);
   SourceFormat& f = source_format;
   f.has_pictures = true;
-  f.width = parameters.width;
-  f.height = parameters.height;
-  if (turns & 1) {
-    std::swap(f.width, f.height);
-    shape = 1 / shape;
-  }
+  describe_colours(stream, turns);
+  if (turns & 1) shape = 1 / shape;
   f.display_width = static_cast<int>(std::lround(f.width * shape));
   f.rate = mean_rate_of(stream);
   f.own_times = true;
   f.grid_rate = grid_rate_of(stream);
-  f.color_primaries = parameters.color_primaries;
-  f.color_trc = parameters.color_trc;
-  const AVPixFmtDescriptor* pixels =
-      av_pix_fmt_desc_get(static_cast<AVPixelFormat>(parameters.format));
-  if (pixels && wanted.depth) f.component_bits = pixels->comp[0].depth;
-  f.pix_fmt = f.component_bits > 8 ? AV_PIX_FMT_BGRA64 : AV_PIX_FMT_BGRA;
-  // Pictures that are RGB in the movie become luma and chroma by the default matrix.
-  bool rgb = pixels && (pixels->flags & AV_PIX_FMT_FLAG_RGB);
-  f.colorspace = rgb ? AVCOL_SPC_SMPTE170M : parameters.color_space;
-  pictures.configure(f.width, f.height, static_cast<AVPixelFormat>(f.pix_fmt), turns);
+}
+
+// As the first picture is: of what a container says, decoders know better.
+void MovieSource::describe_colours(const AVStream& stream, int turns) {
+  const AVFrame* first = reader->first_picture();
+  FramePtr announced = first ? nullptr : announced_picture(*stream.codecpar);
+  HdrMetadata light(stream, first);
+  PictureConverter::Pictures made = pictures.configure(
+      first ? *first : *announced, {turns, only_fields(stream), light.peak_nits(), wanted.limits});
+  SourceFormat& f = source_format;
+  f.width = made.width;
+  f.height = made.height;
+  f.pix_fmt = made.pixels;
+  f.component_bits = depth_of(made.pixels);
+  f.colours = made.colours;
+  f.movie = made.movie;
+  if (f.movie.is_hdr()) f.light = light.encoder_options();
 }
 
 void MovieSource::describe_audio(const AVStream& stream) {
@@ -174,7 +203,7 @@ Piece MovieSource::silence(int64_t samples) {
 
 bool MovieSource::write(void* recording, int64_t stamp_us) {
   if (data == Data::kPicture) {
-    AVFrame* picture = pictures.convert(reader->current().frame());
+    AVFrame* picture = pictures.convert(reader->current().frame(), reader->current().next_frame());
     if (!picture) {
       ++unconvertible;
       return false;

@@ -24,7 +24,7 @@ class MovieSource : public FrameSource {
     bool over_and_over = false;
     bool video = true;
     bool audio = true;
-    bool depth = false;  // keep more than 8 bits
+    ColourLimits limits;
   };
   MovieSource(std::string path, const Wanted& wanted);
 
@@ -38,6 +38,7 @@ class MovieSource : public FrameSource {
   enum class Data { kNone, kPicture, kSound, kSilence };
 
   void describe_video(const AVStream& stream);
+  void describe_colours(const AVStream& stream, int turns);
   void describe_audio(const AVStream& stream);
   bool advance();
   bool start_over();

@@ -74,6 +74,10 @@ const AVCodec* find_encoder(const std::string& name, AVMediaType type) {
   return encoder && encoder->type == type ? encoder : nullptr;
 }
 
+bool needs_depth(const std::string& profile) {
+  return profile == "high10" || profile == "high422" || profile == "high444";
+}
+
 AVPixelFormat profile_format(const AVCodec& encoder, const std::string& profile, int source_bits) {
   bool deep = source_bits > 8;
   AVPixelFormat format = AV_PIX_FMT_YUV420P;
@@ -82,6 +86,26 @@ AVPixelFormat profile_format(const AVCodec& encoder, const std::string& profile,
   if (profile == "high444") format = deep ? AV_PIX_FMT_YUV444P10 : AV_PIX_FMT_YUV444P;
   bool usual = format == AV_PIX_FMT_YUV420P;  // what the library replaces by what there is
   return usual || lists(encoder.pix_fmts, format) ? format : AV_PIX_FMT_NONE;
+}
+
+bool is_x264(const StreamCodec& codec) {
+  return codec.encoder && strcmp(codec.encoder->name, "libx264") == 0;
+}
+
+ColourLimits colour_limits(const RecordOptions& o) {
+  const StreamCodec codec = main_codecs(o).video;
+  ColourLimits limits;
+  limits.tags = codec.id == AV_CODEC_ID_H264         ? ColourLimits::Tags::kAll
+                : codec.id == AV_CODEC_ID_MPEG2VIDEO ? ColourLimits::Tags::kTelevision
+                                                     : ColourLimits::Tags::kNone;
+  bool profile_allows = o.profile.empty() || needs_depth(o.profile);
+  limits.ten_bits = is_x264(codec) && !o.hardware && profile_allows &&
+                    profile_format(*codec.encoder, "high10", 10) != AV_PIX_FMT_NONE;
+  if (auto size = parse_size(o.size)) {
+    limits.width = size->width;
+    limits.height = size->height;
+  }
+  return limits;
 }
 
 int encoded_channels(const AVCodec& encoder, const std::string& url, int source_channels) {

@@ -5,6 +5,7 @@
 #include <string>
 
 #include "av.h"
+#include "colours.h"
 #include "record_options.h"
 
 namespace zeva_tool {
@@ -28,9 +29,18 @@ OutputCodecs main_codecs(const RecordOptions& o);
 // stream.
 const AVCodec* find_encoder(const std::string& name, AVMediaType type);
 
+// True when pictures of the profile need not be cut down to 8 bits.
+bool needs_depth(const std::string& profile);
+
 // The pixel format in which the encoder makes pictures of the profile, for a source of so many bits
 // a component; AV_PIX_FMT_NONE when it makes none.
 AVPixelFormat profile_format(const AVCodec& encoder, const std::string& profile, int source_bits);
+
+// The colours that the movie's encoder and profile allow.
+ColourLimits colour_limits(const RecordOptions& o);
+
+// Where rate control, profile and further settings are libx264's own.
+bool is_x264(const StreamCodec& codec);
 
 // How many channels the encoder takes of a source's, into an output of this URL.
 int encoded_channels(const AVCodec& encoder, const std::string& url, int source_channels);

@@ -1,133 +1,172 @@
 #include "picture_converter.h"
 
 #include <algorithm>
-#include <cmath>
-#include <cstddef>
-#include <cstdint>
+#include <iterator>
 #include <utility>
+
+#include "colour_math.h"
+#include "picture_turn.h"
+#include "pixel_formats.h"
 
 namespace zeva_tool {
 namespace {
 
-void take_full_range(SwsContext* scaler) {
-  int* inverse = nullptr;
-  int* table = nullptr;
-  int source_range = 0;
-  int target_range = 0;
-  int brightness = 0;
-  int contrast = 0;
-  int saturation = 0;
-  int known = sws_getColorspaceDetails(scaler, &inverse, &source_range, &table, &target_range,
-                                       &brightness, &contrast, &saturation);
-  if (known < 0) return;
-  sws_setColorspaceDetails(scaler, inverse, 1, table, target_range, brightness, contrast,
-                           saturation);
+constexpr int kNeutral = 1 << 16;  // of swscale's contrast and saturation
+constexpr int kFinestDepth = 16;
+
+AVFrame* room(FramePtr& frame, int width, int height, AVPixelFormat pixels) {
+  if (frame) return frame.get();
+  FramePtr made(av_frame_alloc());
+  made->width = width;
+  made->height = height;
+  made->format = pixels;
+  if (av_frame_get_buffer(made.get(), 0) < 0) return nullptr;
+  frame = std::move(made);
+  return frame.get();
 }
 
-// Pixels of either format are one number.
-template <typename Pixel>
-struct Pixels {
-  explicit Pixels(const AVFrame& frame)
-      : data(reinterpret_cast<Pixel*>(frame.data[0])),
-        per_line(frame.linesize[0] / static_cast<int>(sizeof(Pixel))) {}
-  Pixel* line(int y) const { return data + std::ptrdiff_t{y} * per_line; }
-
-  Pixel* data;
-  int per_line;
-};
-
-template <typename Pixel>
-void turn_half(const AVFrame& from, AVFrame& to) {
-  Pixels<Pixel> source(from);
-  Pixels<Pixel> target(to);
-  for (int y = 0; y < to.height; ++y) {
-    const Pixel* line = source.line(to.height - 1 - y);
-    std::reverse_copy(line, line + to.width, target.line(y));
+// The next finer depth that FFmpeg has such planes of.
+AVPixelFormat planes(bool rgb, int log2_chroma_w, int log2_chroma_h, int depth) {
+  AVPixelFormat format = AV_PIX_FMT_NONE;
+  for (int bits = std::max(depth, 8); format == AV_PIX_FMT_NONE && bits <= kFinestDepth; ++bits) {
+    format = planar_format(rgb, log2_chroma_w, log2_chroma_h, bits);
   }
+  return format;
 }
 
-// A decoded line becomes a column: from the right for a turn clockwise, else from the left.
-template <typename Pixel>
-void turn_quarter(const AVFrame& from, AVFrame& to, bool clockwise) {
-  Pixels<Pixel> source(from);
-  Pixels<Pixel> target(to);
-  for (int x = 0; x < to.width; ++x) {
-    const Pixel* line = source.line(clockwise ? to.width - 1 - x : x);
-    for (int y = 0; y < to.height; ++y) {
-      target.line(y)[x] = line[clockwise ? y : to.height - 1 - y];
-    }
-  }
+// Luma and chroma in planes for the cube, as fine as the decoder's.
+AVPixelFormat cube_format(AVPixelFormat decoded) {
+  const AVPixFmtDescriptor* d = av_pix_fmt_desc_get(decoded);
+  if (!d || is_rgb(decoded)) return planes(false, 0, 0, kFinestDepth);
+  if (has_sample_planes(decoded) && d->nb_components >= 3) return decoded;
+  return planes(false, d->log2_chroma_w, d->log2_chroma_h, depth_of(decoded));
 }
 
-template <typename Pixel>
-void turn(const AVFrame& from, AVFrame& to, int quarters) {
-  if (quarters == 2) {
-    turn_half<Pixel>(from, to);
-  } else {
-    turn_quarter<Pixel>(from, to, quarters == 1);
-  }
+// Planes that can be turned: with chroma as fine as luma if its planes cannot.
+AVPixelFormat turned_format(AVPixelFormat decoded, int turns) {
+  if (turns == 0 || can_turn(decoded, turns)) return decoded;
+  const AVPixFmtDescriptor* d = av_pix_fmt_desc_get(decoded);
+  bool square = d && (turns == 2 || d->log2_chroma_w == d->log2_chroma_h);
+  return planes(is_rgb(decoded), square ? d->log2_chroma_w : 0, square ? d->log2_chroma_h : 0,
+                depth_of(decoded));
 }
 
 }  // namespace
 
-int PictureConverter::turns_of(const AVStream& stream) {
-  int size = 0;
-  const uint8_t* matrix = av_stream_get_side_data(&stream, AV_PKT_DATA_DISPLAYMATRIX, &size);
-  if (!matrix || size < 9 * static_cast<int>(sizeof(int32_t))) return 0;
-  // The matrix tells the rotation counter-clockwise; NaN for a matrix that is none.
-  double degrees = -av_display_rotation_get(reinterpret_cast<const int32_t*>(matrix));
-  return std::isfinite(degrees) ? static_cast<int>(std::lround(degrees / 90)) & 3 : 0;
+bool PictureConverter::Kind::operator==(const Kind& other) const {
+  return width == other.width && height == other.height && pixels == other.pixels &&
+         matrix == other.matrix && range == other.range;
 }
 
-void PictureConverter::configure(int width, int height, AVPixelFormat pixels, int quarter_turns) {
-  upright_width = width;
-  upright_height = height;
-  format = pixels;
-  turns = quarter_turns;
+PictureConverter::Pictures PictureConverter::configure(const AVFrame& first, const Wanted& what) {
+  wanted = what;
+  plan = plan_colours(first, wanted.limits);
+  auto decoded = static_cast<AVPixelFormat>(first.format);
+  AVPixelFormat pixels = plan.by_cube ? cube_format(decoded) : decoded;
+  common = {first.width, first.height, turned_format(pixels, wanted.turns), plan.source.matrix,
+            plan.source.range};
+  output = {first.width, first.height, common.pixels, plan.source, plan.movie};
+  if (wanted.turns & 1) std::swap(output.width, output.height);
+  if (!plan.by_cube) return output;
+  int depth = depth_of(common.pixels);
+  bool deep = wanted.limits.ten_bits && depth > 8;
+  const AVPixFmtDescriptor& d = *av_pix_fmt_desc_get(common.pixels);
+  output.pixels = planar_format(false, d.log2_chroma_w, d.log2_chroma_h, deep ? 10 : 8);
+  output.colours = plan.movie;
+  cube = std::make_unique<ColourCube>(ColourCube::Kind{plan.source, depth},
+                                      ColourCube::Kind{plan.movie, deep ? 10 : 8},
+                                      wanted.peak_nits / kReferenceWhiteNits);
+  return output;
 }
 
-bool PictureConverter::make_frame(FramePtr& frame, int width, int height) {
-  if (frame) return true;
-  FramePtr made(av_frame_alloc());
-  made->width = width;
-  made->height = height;
-  made->format = format;
-  if (av_frame_get_buffer(made.get(), 0) < 0) return false;
-  frame = std::move(made);
-  return true;
+AVFrame* PictureConverter::convert(const AVFrame& frame, const AVFrame* next) {
+  const AVFrame* picture = whole(frame, next);
+  picture = conform(*picture);
+  if (picture && wanted.turns) picture = make_upright(*picture);
+  if (picture && cube) picture = recolour(*picture);
+  return picture ? show(*picture) : nullptr;
 }
 
-bool PictureConverter::prepare(const AVFrame& frame) {
-  bool sideways = (turns & 1) != 0;
-  int width = sideways ? upright_height : upright_width;
-  int height = sideways ? upright_width : upright_height;
-  if (!make_frame(upright, upright_width, upright_height)) return false;
-  if (turns && !make_frame(scaled, width, height)) return false;
-  int range = frame.color_range == AVCOL_RANGE_JPEG;
-  bool same = scaler && frame.width == source_width && frame.height == source_height &&
-              frame.format == source_format && range == source_range;
-  if (same) return true;
-  scaler.reset(sws_getContext(frame.width, frame.height, static_cast<AVPixelFormat>(frame.format),
-                              width, height, format, SWS_BICUBIC, nullptr, nullptr, nullptr));
-  if (!scaler) return false;
-  source_width = frame.width;
-  source_height = frame.height;
-  source_format = frame.format;
-  source_range = range;
-  if (range) take_full_range(scaler.get());
-  return true;
-}
-
-AVFrame* PictureConverter::convert(const AVFrame& frame) {
-  if (!prepare(frame)) return nullptr;
-  AVFrame& target = turns ? *scaled : *upright;
-  if (sws_scale(scaler.get(), frame.data, frame.linesize, 0, frame.height, target.data,
-                target.linesize) < 0) {
-    return nullptr;
+const AVFrame* PictureConverter::whole(const AVFrame& frame, const AVFrame* next) {
+  if (wanted.all_fields || frame.interlaced_frame) {
+    const AVFrame* result = deinterlacer.convert(frame, next);
+    if (result) return result;
   }
-  if (turns && format == AV_PIX_FMT_BGRA) turn<uint32_t>(*scaled, *upright, turns);
-  if (turns && format != AV_PIX_FMT_BGRA) turn<uint64_t>(*scaled, *upright, turns);
-  return upright.get();
+  deinterlacer.pass(frame);
+  return &frame;
+}
+
+// A frame that does not say of itself is as the first one.
+PictureConverter::Kind PictureConverter::kind_of(const AVFrame& frame) const {
+  Colours c = colours_of(frame);
+  Kind kind{frame.width, frame.height, static_cast<AVPixelFormat>(frame.format), c.matrix, c.range};
+  bool rgb = is_rgb(kind.pixels);
+  bool told = kind.matrix != AVCOL_SPC_UNSPECIFIED && kind.matrix != AVCOL_SPC_RGB;
+  if (rgb || !told) kind.matrix = common.matrix;
+  if (rgb || kind.range == AVCOL_RANGE_UNSPECIFIED) kind.range = common.range;
+  return kind;
+}
+
+// The ranges come first: a scaler that is made for two equal ones only copies.
+bool PictureConverter::prepare_scaler(const Kind& from) {
+  if (scaler && from == scaled_from) return true;
+  scaler.reset(sws_alloc_context());
+  if (!scaler) return false;
+  const std::pair<const char*, int64_t> settings[] = {
+      {"srcw", from.width},
+      {"srch", from.height},
+      {"src_format", from.pixels},
+      {"src_range", from.range == AVCOL_RANGE_JPEG},
+      {"dstw", common.width},
+      {"dsth", common.height},
+      {"dst_format", common.pixels},
+      {"dst_range", common.range == AVCOL_RANGE_JPEG},
+      {"sws_flags", SWS_BICUBIC | SWS_ACCURATE_RND | SWS_FULL_CHR_H_INT}};
+  for (const auto& [name, value] : settings) av_opt_set_int(scaler.get(), name, value, 0);
+  if (sws_init_context(scaler.get(), nullptr, nullptr) < 0) {
+    scaler.reset();
+    return false;
+  }
+  sws_setColorspaceDetails(scaler.get(), sws_getCoefficients(from.matrix),
+                           from.range == AVCOL_RANGE_JPEG, sws_getCoefficients(common.matrix),
+                           common.range == AVCOL_RANGE_JPEG, 0, kNeutral, kNeutral);
+  scaled_from = from;
+  return true;
+}
+
+const AVFrame* PictureConverter::conform(const AVFrame& frame) {
+  Kind kind = kind_of(frame);
+  if (kind == common) return &frame;
+  AVFrame* target = room(conformed, common.width, common.height, common.pixels);
+  if (!target || !prepare_scaler(kind)) return nullptr;
+  int lines = sws_scale(scaler.get(), frame.data, frame.linesize, 0, frame.height, target->data,
+                        target->linesize);
+  return lines < 0 ? nullptr : target;
+}
+
+const AVFrame* PictureConverter::make_upright(const AVFrame& frame) {
+  AVFrame* target = room(upright, output.width, output.height, common.pixels);
+  if (target) turn(frame, *target, wanted.turns);
+  return target;
+}
+
+const AVFrame* PictureConverter::recolour(const AVFrame& frame) {
+  AVFrame* target = room(recoloured, output.width, output.height, output.pixels);
+  if (target) cube->apply(frame, *target);
+  return target;
+}
+
+// Only the picture: an encoder takes other things that a decoder leaves in a frame for orders.
+AVFrame* PictureConverter::show(const AVFrame& frame) {
+  av_frame_unref(shown.get());
+  shown->width = frame.width;
+  shown->height = frame.height;
+  shown->format = frame.format;
+  shown->colorspace = output.colours.matrix;
+  shown->color_range = output.colours.range;
+  std::copy(std::begin(frame.data), std::end(frame.data), shown->data);
+  std::copy(std::begin(frame.linesize), std::end(frame.linesize), shown->linesize);
+  return shown.get();
 }
 
 }  // namespace zeva_tool

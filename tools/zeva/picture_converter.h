@@ -1,42 +1,75 @@
-// Turns decoded pictures of any size and format into upright BGRA of one size, of 8 or 16 bits a
-// component.
+// Decoded pictures as the library takes them: of one size and format, upright, of whole pictures
+// instead of fields, and of colours that a matrix can turn into the movie's. As good as all
+// pictures are so already and pass through untouched.
 //
-// The matrix between luma/chroma and RGB is deliberately the scaler's default whatever the movie's
-// own is: the library converts back with the same one, so the movie's colours survive exactly, and
-// its own colour description stays true for the recording.
+// What the first picture is, all become: a later one of another size, format or matrix is converted
+// back. Owns what it converts into. One thread.
 #pragma once
 
+#include <memory>
+
 #include "av.h"
+#include "colour_cube.h"
+#include "colours.h"
+#include "deinterlacer.h"
 
 namespace zeva_tool {
 
 class PictureConverter {
  public:
-  // Quarter turns, clockwise, that make the movie's pictures upright.
-  static int turns_of(const AVStream& stream);
+  struct Wanted {
+    int turns = 0;            // quarters, clockwise
+    bool all_fields = false;  // all pictures are interlaced, also those that do not say so
+    double peak_nits = 0;     // of a source of high dynamic range
+    ColourLimits limits;
+  };
+  // The pictures that come out, and the movie's colours.
+  struct Pictures {
+    int width = 0;
+    int height = 0;
+    AVPixelFormat pixels = AV_PIX_FMT_NONE;
+    Colours colours;
+    Colours movie;
+  };
 
-  // The size and format (BGRA or BGRA64) of the upright pictures, and how they are turned.
-  void configure(int width, int height, AVPixelFormat format, int quarter_turns);
+  // `first` need not have a picture, but all else.
+  Pictures configure(const AVFrame& first, const Wanted& wanted);
 
-  // The upright picture, which is the converter's and lasts until the next call; null when there is
-  // none.
-  AVFrame* convert(const AVFrame& frame);
+  // The converter's, valid until the next call or as long as `frame`; null when it cannot be
+  // converted. `next` is the picture after it, or null.
+  AVFrame* convert(const AVFrame& frame, const AVFrame* next);
 
  private:
-  bool prepare(const AVFrame& frame);
-  bool make_frame(FramePtr& frame, int width, int height);
+  // Size, format and meaning as they come out of the decoder.
+  struct Kind {
+    int width = 0;
+    int height = 0;
+    AVPixelFormat pixels = AV_PIX_FMT_NONE;
+    AVColorSpace matrix = AVCOL_SPC_UNSPECIFIED;
+    AVColorRange range = AVCOL_RANGE_UNSPECIFIED;
+    bool operator==(const Kind& other) const;
+  };
 
+  Kind kind_of(const AVFrame& frame) const;
+  bool prepare_scaler(const Kind& from);
+  const AVFrame* whole(const AVFrame& frame, const AVFrame* next);
+  const AVFrame* conform(const AVFrame& frame);
+  const AVFrame* make_upright(const AVFrame& frame);
+  const AVFrame* recolour(const AVFrame& frame);
+  AVFrame* show(const AVFrame& frame);
+
+  Wanted wanted;
+  ColourPlan plan;
+  Kind common;  // of all pictures before they are turned
+  Pictures output;
+  Deinterlacer deinterlacer;
+  Kind scaled_from;
   SwsPtr scaler;
-  int source_width = 0;
-  int source_height = 0;
-  int source_format = -1;
-  int source_range = 0;
-  int upright_width = 0;
-  int upright_height = 0;
-  AVPixelFormat format = AV_PIX_FMT_BGRA;
-  int turns = 0;
-  FramePtr scaled;  // as decoded; used only when pictures are turned
+  std::unique_ptr<ColourCube> cube;
+  FramePtr conformed;
   FramePtr upright;
+  FramePtr recoloured;
+  FramePtr shown{av_frame_alloc()};  // has no buffers of its own
 };
 
 }  // namespace zeva_tool

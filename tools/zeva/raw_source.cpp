@@ -2,16 +2,19 @@
 
 namespace zeva_tool {
 
-RawSource::RawSource(int width, int height, AVRational rate, Terminal& the_terminal)
+RawSource::RawSource(int width, int height, AVRational rate, const ColourLimits& limits,
+                     Terminal& the_terminal)
     : terminal(the_terminal) {
   source_format.has_pictures = true;
   source_format.width = source_format.display_width = width;
   source_format.height = height;
   source_format.rate = rate;
   source_format.pix_fmt = AV_PIX_FMT_BGRA;
-  // The library turns RGB into luma and chroma by this matrix; players of large pictures would
-  // assume another one.
-  source_format.colorspace = AVCOL_SPC_SMPTE170M;
+  FramePtr picture(av_frame_alloc());
+  picture->width = width;
+  picture->height = height;
+  picture->format = source_format.pix_fmt;
+  source_format.movie = plan_colours(*picture, limits).movie;
 }
 
 Status RawSource::open() {

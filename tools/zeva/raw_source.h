@@ -13,7 +13,7 @@ namespace zeva_tool {
 class RawSource : public FrameSource {
  public:
   // `terminal` must outlive the source.
-  RawSource(int width, int height, AVRational rate, Terminal& terminal);
+  RawSource(int width, int height, AVRational rate, const ColourLimits& limits, Terminal& terminal);
 
   Status open() override;
   const SourceFormat& format() const override { return source_format; }

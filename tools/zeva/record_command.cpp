@@ -5,6 +5,7 @@
 #include "exit_status.h"
 #include "frame_recording.h"
 #include "movie_source.h"
+#include "output_codecs.h"
 #include "output_url.h"
 #include "pattern_source.h"
 #include "picture_rate.h"
@@ -24,7 +25,7 @@ std::unique_ptr<FrameSource> make_source(const RecordOptions& options, Terminal&
   if (!options.input.empty()) {
     return std::make_unique<MovieSource>(
         local_path(options.input),
-        MovieSource::Wanted{options.loop, video, audio, needs_depth(options)});
+        MovieSource::Wanted{options.loop, video, audio, colour_limits(options)});
   }
   if (options.pattern) {
     PictureSize size = parse_size(options.size).value_or(kPatternSize);
@@ -32,7 +33,8 @@ std::unique_ptr<FrameSource> make_source(const RecordOptions& options, Terminal&
     return std::make_unique<PatternSource>(size.width, size.height, rate, video, audio);
   }
   RawFormat raw = parse_raw(options.raw).value();
-  return std::make_unique<RawSource>(raw.size.width, raw.size.height, raw.rate, terminal);
+  return std::make_unique<RawSource>(raw.size.width, raw.size.height, raw.rate,
+                                     colour_limits(options), terminal);
 }
 
 }  // namespace

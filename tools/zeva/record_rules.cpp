@@ -17,11 +17,6 @@ namespace {
 constexpr SessionLimits kLimits{3, sizeof(MovieInfo::url) - 1, sizeof(MovieInfo::moov_url) - 1,
                                 sizeof(MovieInfo::meta_info) - 1};
 
-// Where rate control, profile and further settings are libx264's own.
-bool is_x264(const StreamCodec& codec) {
-  return codec.encoder && strcmp(codec.encoder->name, "libx264") == 0;
-}
-
 Status check_source(const RecordOptions& o) {
   int sources = !o.input.empty() + o.pattern + !o.raw.empty();
   if (sources != 1) return Status("exactly one of --input, --pattern and --raw must be given");
@@ -94,7 +89,7 @@ Status check_profile(const RecordOptions& o) {
     return Status(argument + ": the profiles are those of H.264, and the pictures become " +
                   avcodec_get_name(codec.id));
   }
-  if (!needs_depth(o)) return {};
+  if (!needs_depth(o.profile)) return {};
   if (o.hardware || !is_x264(codec)) {
     return Status(argument + " needs the encoder libx264; hardware encodes up to the profile high");
   }
@@ -197,10 +192,6 @@ bool wants_video(const RecordOptions& o) {
 
 bool wants_audio(const RecordOptions& o) {
   return !o.no_audio && o.raw.empty() && main_codecs(o).audio.id != AV_CODEC_ID_NONE;
-}
-
-bool needs_depth(const RecordOptions& o) {
-  return o.profile == "high10" || o.profile == "high422" || o.profile == "high444";
 }
 
 Status check_record_options(const RecordOptions& options) {

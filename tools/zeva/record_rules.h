@@ -14,7 +14,4 @@ Status check_record_options(const RecordOptions& options);
 bool wants_video(const RecordOptions& options);
 bool wants_audio(const RecordOptions& options);
 
-// True when the profile asked for need not cut pictures down to 8 bits.
-bool needs_depth(const RecordOptions& options);
-
 }  // namespace zeva_tool

@@ -18,6 +18,8 @@ constexpr int kStereoKbps = 128;
 constexpr int kFurtherChannelKbps = 64;
 constexpr int kAverageBitrate = 0;  // MovieInfo::rc_mode
 constexpr const char* kUsualProfile = "high";
+constexpr const char* kHdrProfile = "high10";
+constexpr int kHdrBits = 10;  // with less, there are steps in the sky
 constexpr int kUsualCrf = 23;
 
 // Camera pictures look as good as the source at a tenth of a bit per pixel in H.264; the older
@@ -57,11 +59,18 @@ void set_pictures(const RecordOptions& options, const SourceFormat& source, Movi
   info.src_pix_fmt = source.pix_fmt;
   info.width = size ? size->width : even(source.display_width);
   info.height = size ? size->height : even(source.height);
+  const Colours& movie = source.movie;
   // 2 means unspecified, which MovieInfo writes as 0 in these two.
-  info.color_primaries =
-      source.color_primaries == AVCOL_PRI_UNSPECIFIED ? 0 : source.color_primaries;
-  info.color_trc = source.color_trc == AVCOL_TRC_UNSPECIFIED ? 0 : source.color_trc;
-  info.colorspace = source.colorspace;
+  info.color_primaries = movie.primaries == AVCOL_PRI_UNSPECIFIED ? 0 : movie.primaries;
+  info.color_trc = movie.transfer == AVCOL_TRC_UNSPECIFIED ? 0 : movie.transfer;
+  info.colorspace = movie.matrix;
+  info.color_range = movie.range;
+}
+
+void add_encoder_options(RecordSettings& settings, const std::string& more) {
+  if (more.empty()) return;
+  if (!settings.encoder_options.empty()) settings.encoder_options += ":";
+  settings.encoder_options += more;
 }
 
 void set_rate_control(const RecordOptions& options, RecordSettings& settings) {
@@ -84,17 +93,19 @@ void set_encoder(const RecordOptions& options, const SourceFormat& source,
                  RecordSettings& settings) {
   MovieInfo& info = settings.movie;
   const StreamCodec codec = main_codecs(options).video;
-  std::string profile = options.profile.empty() ? kUsualProfile : options.profile;
+  bool hdr = source.movie.is_hdr();
+  std::string profile = options.profile;
+  if (profile.empty()) profile = hdr ? kHdrProfile : kUsualProfile;
+  int bits = hdr ? std::max(source.component_bits, kHdrBits) : source.component_bits;
   set_rate_control(options, settings);
   if (codec.by_name) settings.video_codec = codec.encoder->name;
-  info.pix_fmt = profile_format(*codec.encoder, profile, source.component_bits);
+  info.pix_fmt = profile_format(*codec.encoder, profile, bits);
   info.preset = preset_from_str(options.preset.c_str());
   info.profile = profile_from_str(profile.c_str());
   info.tune = options.tune == "none" ? kTuneNone : tune_from_str(options.tune.c_str());
   info.hardware = options.hardware;
-  if (options.x264.empty()) return;
-  if (!settings.encoder_options.empty()) settings.encoder_options += ":";
-  settings.encoder_options += options.x264;
+  add_encoder_options(settings, source.light);
+  add_encoder_options(settings, options.x264);
 }
 
 void set_sound(const RecordOptions& options, const SourceFormat& source, RecordSettings& settings) {
@@ -119,6 +130,8 @@ ZevaOptions RecordSettings::options() const {
   more.rate_den = rate.num > 0 ? rate.den : 0;
   more.variable_rate = variable_rate;
   more.channels = channels;
+  more.source_matrix = source_matrix == AVCOL_SPC_UNSPECIFIED ? 0 : source_matrix;
+  more.source_range = source_range;
   more.video_codec = text_or_null(video_codec);
   more.audio_codec = text_or_null(audio_codec);
   more.encoder_options = text_or_null(encoder_options);
@@ -135,6 +148,8 @@ RecordSettings make_settings(const RecordOptions& options, const SourceFormat& s
   if (source.has_pictures) {
     set_rate(options, source, settings);
     set_pictures(options, source, info);
+    settings.source_matrix = source.colours.matrix;
+    settings.source_range = source.colours.range;
     set_encoder(options, source, settings);
   }
   if (source.has_sound) set_sound(options, source, settings);

@@ -16,6 +16,8 @@ struct RecordSettings {
   bool variable_rate = false;
   AVRational rate{0, 1};
   int channels = 0;  // of the movie's sound
+  int source_matrix = AVCOL_SPC_UNSPECIFIED;
+  int source_range = AVCOL_RANGE_UNSPECIFIED;
   std::string video_codec;
   std::string audio_codec;
   std::string encoder_options;

@@ -27,6 +27,8 @@ class StreamDecoder {
   bool finished() const { return ended; }
 
   const AVFrame& frame() const { return *in_hand.frame; }
+  // Of pictures, the one after it; null behind the last one.
+  const AVFrame* next_frame() const { return has_upcoming ? upcoming.frame.get() : nullptr; }
   int64_t time_us() const { return in_hand.time_us; }  // in the stream's own time line
   int64_t duration_us() const { return in_hand.duration_us; }
   void release() { holding = false; }

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <utility>
 
-#include "picture_converter.h"
+#include "picture_turn.h"
 
 namespace zeva_tool {
 namespace {
@@ -31,7 +31,7 @@ Status VideoTrack::check() const {
   return {};
 }
 
-int VideoTrack::rotation_deg() const { return PictureConverter::turns_of(stream) * 90; }
+int VideoTrack::rotation_deg() const { return turns_of(stream) * 90; }
 
 // Extradata of length-prefixed H.264 starts with its version, that of Annex B with a start code.
 bool VideoTrack::length_prefixed() const {

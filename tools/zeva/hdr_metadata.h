@@ -1,0 +1,30 @@
+// What a source of high dynamic range tells about its light (SMPTE ST 2086, CTA-861.3).
+#pragma once
+
+#include <string>
+
+#include "av.h"
+
+namespace zeva_tool {
+
+class HdrMetadata {
+ public:
+  HdrMetadata() = default;
+  // From the container, or else from the first picture, which may be null.
+  HdrMetadata(const AVStream& stream, const AVFrame* picture);
+
+  // In cd/m2; the usual one of masters when nothing is told.
+  double peak_nits() const;
+
+  // As settings of libx264, which puts it into the movie's pictures; empty when nothing is told.
+  std::string encoder_options() const;
+
+ private:
+  bool has_display() const { return display.has_primaries && display.has_luminance; }
+  bool has_light() const { return light.MaxCLL > 0 || light.MaxFALL > 0; }
+
+  AVMasteringDisplayMetadata display{};
+  AVContentLightMetadata light{};
+};
+
+}  // namespace zeva_tool
