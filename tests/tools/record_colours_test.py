@@ -1,4 +1,5 @@
 """Colours arrive: eight bars and a ramp of greys, made and judged by the formulas of the standards."""
+import math
 import re
 
 from support import Movie, ToolTest, ffmpeg
@@ -14,10 +15,13 @@ OF_709 = ("bt709", "bt709", "bt709", "tv")
 
 
 def to_yuv(rgb, matrix, full, bits):
-    red, blue = SHARES[matrix]
     r, g, b = rgb
-    y = red * r + (1 - red - blue) * g + blue * b
-    u, v = (b - y) / (2 - 2 * blue), (r - y) / (2 - 2 * red)
+    if matrix == "ycgco":
+        y, u, v = (r + 2 * g + b) / 4, (2 * g - r - b) / 4, (r - b) / 2
+    else:
+        red, blue = SHARES[matrix]
+        y = red * r + (1 - red - blue) * g + blue * b
+        u, v = (b - y) / (2 - 2 * blue), (r - y) / (2 - 2 * red)
     one = 1 << (bits - 8)
     if full:
         top = 256 * one - 1
@@ -73,6 +77,19 @@ def pick(planes, pix_fmt, side, turned=False):
     return found
 
 
+def pq_light(stored):
+    """In units of reference white, 203 cd/m2 (SMPTE ST 2084)."""
+    root = stored ** (32 / 2523)
+    return (max(root - 0.8359375, 0) / (18.8515625 - 18.6875 * root)) ** (16384 / 2610) * 10000 / 203
+
+
+def hlg_light(stored):
+    """Of greys, on a display of 1000 cd/m2 (ITU-R BT.2100)."""
+    scene = (stored ** 2 / 3 if stored <= 0.5 else
+             (math.exp((stored - 0.55991073) / 0.17883277) + 0.28466892) / 12)
+    return scene ** 1.2 * 1000 / 203
+
+
 class ColoursTest(ToolTest):
     def make(self, name, pix_fmt, matrix, full, tags, side=40, codec=("ffv1",), options=()):
         bits = layout(pix_fmt)[2]
@@ -89,7 +106,7 @@ class ColoursTest(ToolTest):
 
     def recorded(self, source, *arguments, side=40, turned=False, output="out.mkv"):
         """The movie's tags, pixel format and patches, of its last picture."""
-        quality = ["--bitrate", "4000"] if output.endswith("mpg") else ["--rc", "cqp", "--qp", "1"]
+        quality = ["--bitrate", "20000"] if output.endswith("mpg") else ["--rc", "cqp", "--qp", "1"]
         self.record("--input", source, "--fast", "-y", *quality, *arguments, "-o", output)
         video = Movie(output).video
         ffmpeg("-i", output, "-f", "rawvideo", "-pix_fmt", video["pix_fmt"], "decoded")
@@ -103,8 +120,8 @@ class ColoursTest(ToolTest):
                    for yuv in pick(pictures[-int(size):], video["pix_fmt"], side, turned)]
         return tags, video["pix_fmt"], patches
 
-    def assert_colours(self, patches):
-        for rgb, found in zip(PATCHES, patches):
+    def assert_colours(self, patches, true_ones=PATCHES):
+        for rgb, found in zip(true_ones, patches):
             for wanted, value in zip(rgb, found):
                 self.assertAlmostEqual(wanted * 255, value * 255, delta=3, msg=(rgb, found))
 
@@ -126,6 +143,14 @@ class ColoursTest(ToolTest):
                         self.assertEqual(pixels, high.get(profile, "yuv420p"))
                         self.assert_colours(patches)
 
+    def test_a_matrix_that_few_players_know_becomes_a_usual_one(self):
+        for full in False, True:
+            self.make("in.mkv", "yuv444p", "ycgco", full, ("ycgco", "bt709", "bt709",
+                                                           "pc" if full else "tv"), 160)
+            tags, _, patches = self.recorded("in.mkv", side=160)
+            self.assertEqual(tags, OF_709)
+            self.assert_colours(patches)
+
     def test_what_has_no_tags_gets_those_of_its_pixels(self):
         of_601 = ("smpte170m", "smpte170m", "smpte170m", "tv")
         for side, matrix, wanted in [(40, "smpte170m", of_601), (160, "bt709", OF_709)]:
@@ -146,14 +171,108 @@ class ColoursTest(ToolTest):
         with open("rgb", "wb") as raw:
             raw.write(b"".join(colours[:8]) * 40 + b"".join(colours[8:]) * 40)
         palette = "split[a][b];[a]palettegen=reserve_transparent=0[p];[b][p]paletteuse=dither=none"
-        for pix_fmt, codec, chain in [("gbrp", "ffv1", "null"), ("bgr24", "rawvideo", "null"),
-                                      ("rgb24", "libx264rgb", "null"), ("bgra", "rawvideo", "null"),
-                                      ("gbrp10le", "ffv1", "null"), ("pal8", "rawvideo", palette)]:
-            for output in "out.mkv", "out.mpg":  # the second one cannot say what it holds
-                with self.subTest(pix_fmt, output=output):
-                    ffmpeg("-f", "rawvideo", "-pix_fmt", "rgb24", "-s", "320x80", "-r", "25",
-                           "-stream_loop", "4", "-i", "rgb", "-vf", chain, "-c:v", codec, "-qp",
-                           "0", "-pix_fmt", pix_fmt, "in.mov")
-                    tags, _, patches = self.recorded("in.mov", output=output)
-                    self.assertEqual(tags, OF_709 if output == "out.mkv" else ("", "", "", "tv"))
-                    self.assert_colours(patches)
+        for pix_fmt, codec, chain, output in [
+                ("gbrp", "ffv1", "null", "out.mkv"), ("bgr24", "rawvideo", "null", "out.mkv"),
+                ("rgb24", "libx264rgb", "null", "out.mkv"), ("bgra", "rawvideo", "null", "out.mkv"),
+                ("gbrp10le", "ffv1", "null", "out.mkv"), ("pal8", "rawvideo", palette, "out.mkv"),
+                ("bgr24", "rawvideo", "null", "out.mpg")]:  # which cannot say what it holds
+            with self.subTest(pix_fmt, output=output):
+                ffmpeg("-f", "rawvideo", "-pix_fmt", "rgb24", "-s", "320x80", "-r", "25",
+                       "-stream_loop", "4", "-i", "rgb", "-vf", chain, "-c:v", codec, "-qp", "0",
+                       "-pix_fmt", pix_fmt, "in.mov")
+                tags, _, patches = self.recorded("in.mov", output=output)
+                self.assertEqual(tags, OF_709 if output == "out.mkv" else ("", "", "", "tv"))
+                self.assert_colours(patches)
+
+    def test_turned_and_changing_pictures(self):
+        for pix_fmt, full in [("yuv420p", True), ("yuv422p10le", False)]:
+            with self.subTest(pix_fmt):
+                tags = (*OF_709[:3], "pc" if full else "tv")
+                self.make("flat.mp4", pix_fmt, "bt709", full, tags, codec=("libx264", "-qp", "0"))
+                ffmpeg("-i", "flat.mp4", "-c", "copy", "-metadata:s:v:0", "rotate=180", "in.mp4")
+                found, _, patches = self.recorded("in.mp4", turned=True)
+                self.assertEqual(found, OF_709)
+                self.assert_colours(patches)
+        self.make("a.ts", "yuv420p", "bt709", False, OF_709, codec=("libx264", "-qp", "0"))
+        self.make("b.ts", "yuv420p", "smpte170m", True, ("smpte170m",) * 3 + ("pc",), 80,
+                  ("libx264", "-qp", "0"))
+        with open("in.ts", "wb") as joined:
+            for part in "a.ts", "b.ts":
+                with open(part, "rb") as movie:
+                    joined.write(movie.read())
+        tags, _, patches = self.recorded("in.ts")
+        self.assertEqual(tags, OF_709)
+        self.assert_colours(patches)
+
+    def test_hdr_is_ten_bits_or_709(self):
+        """The bars are at 203 cd/m2, which is reference white (ITU-R BT.2408)."""
+        for transfer, white, light in [("smpte2084", 0.5807, pq_light),
+                                       ("arib-std-b67", 0.75, hlg_light)]:
+            tags = "bt2020nc", "bt2020", transfer, "tv"
+            for pix_fmt, arguments, wanted in [
+                    ("yuv420p10le", "", "yuv420p10le"), ("yuv422p10le", "", "yuv420p10le"),
+                    ("yuv444p12le", "--profile high444", "yuv444p10le"),
+                    ("yuv420p", "--profile high422", "yuv422p10le"),
+                    ("yuv420p10le", "--profile high", "yuv420p"),
+                    ("yuv444p12le", "--profile main", "yuv420p"),
+                    ("yuv420p10le", "--vcodec mpeg2video", "yuv420p")]:
+                with self.subTest(transfer, pix_fmt=pix_fmt, arguments=arguments):
+                    bits = layout(pix_fmt)[2]
+                    stored = [[part * white for part in rgb] for rgb in PATCHES]
+                    draw("raw", pix_fmt, [to_yuv(rgb, "bt2020nc", False, bits) for rgb in stored], 40)
+                    self.wrap("in.mkv", pix_fmt, tags, 40)
+                    found, pixels, patches = self.recorded("in.mkv", *arguments.split())
+                    self.assertEqual(pixels, wanted)
+                    if "10le" in wanted:
+                        self.assertEqual(found, tags)
+                        self.assert_colours(patches, stored)
+                    else:
+                        self.assertEqual(found, OF_709)
+                        self.assert_shown(patches, [light(part[0]) for part in stored[8:]])
+
+    def assert_shown(self, patches, lights):
+        """Greys are neutral and, up to near white, as bright as they were; bars keep their hue."""
+        for light, found in zip(lights, patches[8:]):
+            self.assertLess(max(found) - min(found), 2.5 / 255)
+            if light < 0.7:
+                self.assertAlmostEqual(found[1], light ** (1 / 2.4), delta=3 / 255)
+        self.assertTrue(0.9 < patches[7][1] < 0.98, patches[7])
+        for bar, found in zip(BARS[1:7], patches[1:7]):
+            on = [part for part, lit in zip(found, bar) if lit]
+            off = [part for part, lit in zip(found, bar) if not lit]
+            self.assertGreater(min(on), max(off) + 0.25, (bar, found))
+
+    def test_interlaced_pictures_become_whole_ones(self):
+        """A bar moves over even ground, above still lines: a comb would make columns uneven."""
+        width, height, still = 320, 96, 32
+        with open("raw", "wb") as raw:
+            for n in range(10):
+                for y in range(height):
+                    x = 40 + 12 * (2 * n + y % 2)  # the upper field is the earlier one
+                    moving = b"\x40" * x + b"\xc0" * 24 + b"\x40" * (width - x - 24)
+                    raw.write(moving if y >= still else (b"\x30", b"\xd0")[y % 2] * width)
+                raw.write(b"\x80" * (width * height // 2))
+        for name, *codec in [
+                ("a.mkv", "libx264", "-qp", "4", "-flags", "+ildct+ilme", "-x264-params", "tff=1"),
+                ("a.ts", "mpeg2video", "-q:v", "1", "-flags", "+ildct+ilme"),
+                ("a.mov", "prores_ks", "-flags", "+ildct"), ("b.mkv", "ffv1"),
+                ("c.mkv", "ffvhuff")]:
+            with self.subTest(codec[0]):
+                ffmpeg("-f", "rawvideo", "-pix_fmt", "yuv420p", "-s", f"{width}x{height}", "-r", "25",
+                       "-i", "raw", "-vf", "setfield=tff", "-top", "1", "-field_order", "tt", "-c:v",
+                       *codec, name)
+                self.record("--input", name, "--fast", "-y", "--rc", "cqp", "--qp", "4", "-o",
+                            "out.mp4")
+                movie = Movie("out.mp4")
+                self.assertEqual((movie.frames, movie.video.get("field_order", "progressive")),
+                                 (10, "progressive"))
+                ffmpeg("-i", "out.mp4", "-f", "rawvideo", "-pix_fmt", "gray", "decoded")
+                with open("decoded", "rb") as decoded:
+                    lumas = decoded.read()
+                for n in range(10):
+                    for x in range(8, width - 8):
+                        column = lumas[n * width * height + x:(n + 1) * width * height:width]
+                        moving = column[still + 4:-4]
+                        self.assertLess(max(moving) - min(moving), 40, (n, x))
+                        self.assertGreater(min(column[5:still - 4:2]) - max(column[4:still - 4:2]),
+                                           120, (n, x))

@@ -1,9 +1,9 @@
 // A line of the lower field lies between two lines of the upper one, which show another moment. A
-// sample of it that differs from the picture before, or whose neighbours above and below do, is in
-// motion. It then may not stick out of its two neighbours: that is the comb. So still parts keep
-// every line, and so do moving ones where both fields agree, as in films that were only stored as
-// fields. Whichever field is the earlier one makes no difference. All planes are treated alike,
-// since fields of subsampled chroma lie in alternate lines, too.
+// sample of it becomes the mean of its neighbours above and below, but moves towards it no further
+// than it or one of the neighbours changed since the picture before. So still parts keep every
+// line, moving ones show the upper field's moment only, and between the two there is no threshold
+// that noise could cross. Which field is the earlier one makes no difference. All planes are
+// treated alike, since the fields of subsampled chroma lie in alternate lines, too.
 #include "deinterlacer.h"
 
 #include <algorithm>
@@ -16,8 +16,6 @@
 namespace zeva_tool {
 namespace {
 
-constexpr int kNoise = 8;  // of 255: a smaller change is none
-
 template <typename Sample>
 struct Neighbours {
   const Sample* above;
@@ -27,15 +25,15 @@ struct Neighbours {
 
 template <typename Sample>
 void make_line(const Neighbours<Sample>& now, const Neighbours<Sample>& before, Sample* out,
-               int count, int noise) {
+               int count) {
   for (int i = 0; i < count; ++i) {
     int above = now.above[i];
     int here = now.here[i];
     int below = now.below[i];
     int change = std::max(std::abs(here - before.here[i]), std::abs(above - before.above[i]));
     change = std::max(change, std::abs(below - before.below[i]));
-    int bound = std::clamp(here, std::min(above, below), std::max(above, below));
-    out[i] = static_cast<Sample>(change > noise ? bound : here);
+    int between = (above + below + 1) / 2;
+    out[i] = static_cast<Sample>(std::clamp(between, here - change, here + change));
   }
 }
 
@@ -55,13 +53,12 @@ Neighbours<Sample> around(const AVFrame& frame, const Plane& plane, int y) {
 }
 
 template <typename Sample>
-void make_plane(const AVFrame& now, const AVFrame& before, AVFrame& out, const Plane& plane,
-                int noise) {
+void make_plane(const AVFrame& now, const AVFrame& before, AVFrame& out, const Plane& plane) {
   int count = plane.bytes / static_cast<int>(sizeof(Sample));
   for (int y = 1; y < plane.height; y += 2) {
     uint8_t* line = out.data[plane.index] + ptrdiff_t{y} * out.linesize[plane.index];
     make_line(around<Sample>(now, plane, y), around<Sample>(before, plane, y),
-              reinterpret_cast<Sample*>(line), count, noise);
+              reinterpret_cast<Sample*>(line), count);
   }
 }
 
@@ -91,13 +88,12 @@ const AVFrame* Deinterlacer::convert(const AVFrame& frame, const AVFrame* next) 
   av_frame_copy_props(result.get(), &frame);
   const AVPixFmtDescriptor& d = *av_pix_fmt_desc_get(format);
   bool wide = d.comp[0].depth > 8;
-  int noise = kNoise << (wide ? d.comp[0].depth + d.comp[0].shift - 8 : 0);
   for (int i = 0; i < av_pix_fmt_count_planes(format); ++i) {
     bool chroma = i == 1 || i == 2;
     Plane plane{i, AV_CEIL_RSHIFT(frame.height, chroma ? d.log2_chroma_h : 0),
                 av_image_get_linesize(format, frame.width, i)};
-    if (wide) make_plane<uint16_t>(frame, *other, *result, plane, noise);
-    if (!wide) make_plane<uint8_t>(frame, *other, *result, plane, noise);
+    if (wide) make_plane<uint16_t>(frame, *other, *result, plane);
+    if (!wide) make_plane<uint8_t>(frame, *other, *result, plane);
   }
   pass(frame);
   return result.get();

@@ -1,5 +1,5 @@
-// Makes one picture of the two fields of an interlaced one: lines of the upper field stay, lines of
-// the lower one stay where nothing moves.
+// Makes one picture of the two fields of an interlaced one: the lines of the upper field
+// stay as they are, those of the lower one where nothing moves.
 //
 // Owns a copy and holds the picture before. One thread.
 #pragma once

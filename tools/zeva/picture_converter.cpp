@@ -62,7 +62,8 @@ PictureConverter::Pictures PictureConverter::configure(const AVFrame& first, con
   wanted = what;
   plan = plan_colours(first, wanted.limits);
   auto decoded = static_cast<AVPixelFormat>(first.format);
-  AVPixelFormat pixels = plan.by_cube ? cube_format(decoded) : decoded;
+  AVPixelFormat pixels = is_palette_like(decoded) ? AV_PIX_FMT_BGRA : decoded;
+  if (plan.by_cube) pixels = cube_format(pixels);
   common = {first.width, first.height, turned_format(pixels, wanted.turns), plan.source.matrix,
             plan.source.range};
   output = {first.width, first.height, common.pixels, plan.source, plan.movie};
@@ -103,6 +104,7 @@ PictureConverter::Kind PictureConverter::kind_of(const AVFrame& frame) const {
   bool rgb = is_rgb(kind.pixels);
   bool told = kind.matrix != AVCOL_SPC_UNSPECIFIED && kind.matrix != AVCOL_SPC_RGB;
   if (rgb || !told) kind.matrix = common.matrix;
+  if (is_palette_like(kind.pixels)) kind.matrix = AVCOL_SPC_SMPTE170M;
   if (rgb || kind.range == AVCOL_RANGE_UNSPECIFIED) kind.range = common.range;
   return kind;
 }

@@ -23,6 +23,12 @@ bool is_rgb(AVPixelFormat format) {
   return d && (d->flags & (AV_PIX_FMT_FLAG_RGB | AV_PIX_FMT_FLAG_PAL)) != 0;
 }
 
+bool is_palette_like(AVPixelFormat format) {
+  constexpr int kFewBits = 4;
+  const AVPixFmtDescriptor* d = av_pix_fmt_desc_get(format);
+  return is_rgb(format) && ((d->flags & AV_PIX_FMT_FLAG_PAL) != 0 || depth_of(format) <= kFewBits);
+}
+
 bool implies_full_range(AVPixelFormat format) {
   const AVPixFmtDescriptor* d = av_pix_fmt_desc_get(format);
   return d && strncmp(d->name, "yuvj", 4) == 0;

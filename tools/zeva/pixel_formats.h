@@ -8,6 +8,9 @@ namespace zeva_tool {
 // Palettes count as RGB.
 bool is_rgb(AVPixelFormat format);
 
+// RGB of few colours, which swscale makes luma and chroma of by BT.601 whatever it is asked for.
+bool is_palette_like(AVPixelFormat format);
+
 // True for the formats that mean the full range whatever else is said.
 bool implies_full_range(AVPixelFormat format);
 
