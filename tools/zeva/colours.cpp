@@ -62,7 +62,11 @@ Colours settled_yuv(const AVFrame& picture) {
   if (!is_plain(c.matrix) && !is_unusual(c.matrix)) {
     c.matrix = matrix_by(c, picture.width, picture.height);
   }
-  c.range = range == AVCOL_RANGE_JPEG ? AVCOL_RANGE_JPEG : AVCOL_RANGE_MPEG;
+  // Who stores luma alone and does not say its range has used all of it.
+  const AVPixFmtDescriptor* d = av_pix_fmt_desc_get(static_cast<AVPixelFormat>(picture.format));
+  bool grey = d && d->nb_components == 1;
+  bool full = range == AVCOL_RANGE_JPEG || (grey && range == AVCOL_RANGE_UNSPECIFIED);
+  c.range = full ? AVCOL_RANGE_JPEG : AVCOL_RANGE_MPEG;
   return c;
 }
 

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstdio>
 
 #include "colour_math.h"
 
@@ -14,6 +13,7 @@ constexpr double kMaxPeakNits = 10000;
 // Units of the messages in the stream (ITU-T H.264, D.2.29).
 constexpr int kPlacesOfOne = 50000;
 constexpr int kUnitsOfNit = 10000;
+constexpr unsigned kMostLight = 65535;  // sixteen bits
 
 template <typename Metadata>
 void take(Metadata& into, const AVStream& stream, AVPacketSideDataType of_stream,
@@ -30,8 +30,29 @@ void take(Metadata& into, const AVStream& stream, AVPacketSideDataType of_stream
   }
 }
 
-int in_units(AVRational value, int units) {
-  return value.den > 0 ? static_cast<int>(std::lround(av_q2d(value) * units)) : 0;
+int64_t in_units(AVRational value, int units) {
+  return value.den > 0 ? std::llround(av_q2d(value) * units) : -1;
+}
+
+std::string pair_text(int64_t a, int64_t b) {
+  return "(" + std::to_string(a) + "," + std::to_string(b) + ")";
+}
+
+// The encoder refuses a recording for other numbers than these.
+bool is_place(const AVRational (&xy)[2]) {
+  return std::all_of(xy, xy + 2, [](AVRational value) {
+    int64_t units = in_units(value, kPlacesOfOne);
+    return units >= 0 && units <= kPlacesOfOne;
+  });
+}
+
+bool is_display(const AVMasteringDisplayMetadata& d) {
+  if (!d.has_primaries || !d.has_luminance) return false;
+  int64_t least = in_units(d.min_luminance, kUnitsOfNit);
+  int64_t most = in_units(d.max_luminance, kUnitsOfNit);
+  return is_place(d.white_point) &&
+         std::all_of(d.display_primaries, d.display_primaries + 3, is_place) && least >= 0 &&
+         least < most && most <= static_cast<int64_t>(kMaxPeakNits) * kUnitsOfNit;
 }
 
 }  // namespace
@@ -44,7 +65,7 @@ HdrMetadata::HdrMetadata(const AVStream& stream, const AVFrame* picture) {
 
 double HdrMetadata::peak_nits() const {
   double peak = kUsualPeakNits;
-  if (display.has_luminance && av_q2d(display.max_luminance) > 0) {
+  if (display.has_luminance && in_units(display.max_luminance, 1) > 0) {
     peak = av_q2d(display.max_luminance);
   }
   if (light.MaxCLL > 0) peak = light.MaxCLL;
@@ -52,22 +73,21 @@ double HdrMetadata::peak_nits() const {
 }
 
 std::string HdrMetadata::encoder_options() const {
+  auto place = [](const AVRational(&xy)[2]) {
+    return pair_text(in_units(xy[0], kPlacesOfOne), in_units(xy[1], kPlacesOfOne));
+  };
   std::string text;
-  char part[160];
-  if (has_display()) {
-    auto place = [&](const AVRational(&xy)[2], int i) { return in_units(xy[i], kPlacesOfOne); };
-    const auto& p = display.display_primaries;
-    snprintf(part, sizeof part, "mastering-display=G(%d,%d)B(%d,%d)R(%d,%d)WP(%d,%d)L(%d,%d)",
-             place(p[1], 0), place(p[1], 1), place(p[2], 0), place(p[2], 1), place(p[0], 0),
-             place(p[0], 1), place(display.white_point, 0), place(display.white_point, 1),
-             in_units(display.max_luminance, kUnitsOfNit),
-             in_units(display.min_luminance, kUnitsOfNit));
-    text = part;
+  if (is_display(display)) {
+    const auto& [red, green, blue] = display.display_primaries;
+    text = "mastering-display=G" + place(green) + "B" + place(blue) + "R" + place(red) + "WP" +
+           place(display.white_point) + "L" +
+           pair_text(in_units(display.max_luminance, kUnitsOfNit),
+                     in_units(display.min_luminance, kUnitsOfNit));
   }
-  if (has_light()) {
-    snprintf(part, sizeof part, "%scll=%u,%u", text.empty() ? "" : ":", light.MaxCLL,
-             light.MaxFALL);
-    text += part;
+  bool told = light.MaxCLL > 0 || light.MaxFALL > 0;
+  if (told && light.MaxCLL <= kMostLight && light.MaxFALL <= kMostLight) {
+    if (!text.empty()) text += ":";
+    text += "cll=" + std::to_string(light.MaxCLL) + "," + std::to_string(light.MaxFALL);
   }
   return text;
 }

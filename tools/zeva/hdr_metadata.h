@@ -20,9 +20,6 @@ class HdrMetadata {
   std::string encoder_options() const;
 
  private:
-  bool has_display() const { return display.has_primaries && display.has_luminance; }
-  bool has_light() const { return light.MaxCLL > 0 || light.MaxFALL > 0; }
-
   AVMasteringDisplayMetadata display{};
   AVContentLightMetadata light{};
 };

@@ -61,7 +61,8 @@ bool PictureConverter::Kind::operator==(const Kind& other) const {
 PictureConverter::Pictures PictureConverter::configure(const AVFrame& first, const Wanted& what) {
   wanted = what;
   plan = plan_colours(first, wanted.limits);
-  auto decoded = static_cast<AVPixelFormat>(first.format);
+  const AVPixelFormat decoded =
+      GreyPictures::format_with_chroma(static_cast<AVPixelFormat>(first.format));
   AVPixelFormat pixels = is_palette_like(decoded) ? AV_PIX_FMT_BGRA : decoded;
   if (plan.by_cube) pixels = cube_format(pixels);
   common = {first.width, first.height, turned_format(pixels, wanted.turns), plan.source.matrix,
@@ -81,8 +82,8 @@ PictureConverter::Pictures PictureConverter::configure(const AVFrame& first, con
 }
 
 AVFrame* PictureConverter::convert(const AVFrame& frame, const AVFrame* next) {
-  const AVFrame* picture = whole(frame, next);
-  picture = conform(*picture);
+  const AVFrame* picture = greys.with_chroma(*whole(frame, next));
+  if (picture) picture = conform(*picture);
   if (picture && wanted.turns) picture = make_upright(*picture);
   if (picture && cube) picture = recolour(*picture);
   return picture ? show(*picture) : nullptr;

@@ -12,6 +12,7 @@
 #include "colour_cube.h"
 #include "colours.h"
 #include "deinterlacer.h"
+#include "grey_pictures.h"
 
 namespace zeva_tool {
 
@@ -63,6 +64,7 @@ class PictureConverter {
   Kind common;  // of all pictures before they are turned
   Pictures output;
   Deinterlacer deinterlacer;
+  GreyPictures greys;
   Kind scaled_from;
   SwsPtr scaler;
   std::unique_ptr<ColourCube> cube;
