@@ -6,14 +6,6 @@
 namespace zeva_tool {
 namespace {
 
-using Matrix = std::array<Triple, 3>;
-
-Triple times(const Matrix& m, const Triple& v) {
-  Triple result{};
-  for (int i = 0; i < 3; ++i) result[i] = m[i][0] * v[0] + m[i][1] * v[1] + m[i][2] * v[2];
-  return result;
-}
-
 Matrix inverse(const Matrix& m) {
   Matrix result{};
   for (int i = 0; i < 3; ++i) {
@@ -62,17 +54,6 @@ double camera_light(double stored) {
   return stored < 0.081 ? stored / 4.5 : std::pow((stored + 0.099) / 1.099, 1 / 0.45);
 }
 
-// ITU-R BT.2020 with constant luminance: luma is made of light, not of stored RGB.
-Triple of_constant_luminance(const Triple& v) {
-  double blue = v[0] + v[1] * (v[1] <= 0 ? 1.9404 : 1.5816);
-  double red = v[0] + v[2] * (v[2] <= 0 ? 1.7184 : 0.9936);
-  auto [share_red, share_blue] = shares_of(AVCOL_SPC_BT2020_NCL);
-  double green =
-      (camera_light(v[0]) - share_red * camera_light(red) - share_blue * camera_light(blue)) /
-      (1 - share_red - share_blue);
-  return {red, camera_curve(green), blue};
-}
-
 // ---- curves of high dynamic range (ITU-R BT.2100)
 
 constexpr double kPqM1 = 2610.0 / 16384;
@@ -107,24 +88,6 @@ double hlg_stored(double scene) {
   return e <= 1.0 / 12 ? std::sqrt(3 * e) : kHlgA * std::log(12 * e - kHlgB) + kHlgC;
 }
 
-Triple each(const Triple& v, double (*curve)(double)) {
-  return {curve(v[0]), curve(v[1]), curve(v[2])};
-}
-
-Triple of_ictcp(bool pq, const Triple& v) {
-  static constexpr Matrix kPq{{{1, 0.008609037, 0.111029625},
-                               {1, -0.008609037, -0.111029625},
-                               {1, 0.560031336, -0.320627175}}};
-  static constexpr Matrix kHlg{{{1, 0.015718580, 0.209581068},
-                                {1, -0.015718580, -0.209581068},
-                                {1, 1.021271080, -0.605274491}}};
-  static constexpr Matrix kCones{{{1688.0 / 4096, 2146.0 / 4096, 262.0 / 4096},
-                                  {683.0 / 4096, 2951.0 / 4096, 462.0 / 4096},
-                                  {99.0 / 4096, 309.0 / 4096, 3688.0 / 4096}}};
-  Triple cones = each(times(pq ? kPq : kHlg, v), pq ? pq_light : hlg_scene);
-  return each(times(inverse(kCones), cones), pq ? pq_stored : hlg_stored);
-}
-
 // ---- primaries
 
 struct Chromaticity {
@@ -152,81 +115,92 @@ Matrix to_xyz(AVColorPrimaries primaries) {
     Triple column = xyz(set()[j]);
     for (int i = 0; i < 3; ++i) columns[i][j] = column[i];
   }
-  Triple amounts = times(inverse(columns), xyz(kD65));
+  Triple amounts = inverse(columns) * xyz(kD65);
   for (Triple& row : columns) {
     for (int j = 0; j < 3; ++j) row[j] *= amounts[j];
   }
   return columns;
 }
 
-double luminance_709(const Triple& v) { return 0.2126 * v[0] + 0.7152 * v[1] + 0.0722 * v[2]; }
-
-Triple in_709(AVColorPrimaries primaries, const Triple& light) {
-  if (primaries == AVCOL_PRI_BT709 || primaries == AVCOL_PRI_UNSPECIFIED) return light;
-  Triple v = times(inverse(to_xyz(AVCOL_PRI_BT709)), times(to_xyz(primaries), light));
-  double luminance = luminance_709(v);
-  double least = std::min({v[0], v[1], v[2]});
-  if (least >= 0 || luminance <= 0) return v;
-  double kept = luminance / (luminance - least);
-  for (double& value : v) value = luminance + kept * (value - luminance);
-  return v;
-}
-
-constexpr double kDisplayGamma = 2.4;
+constexpr double kDisplayGamma = 2.4;  // ITU-R BT.1886
 
 }  // namespace
 
-Triple stored_rgb(const Colours& colours, const Triple& v) {
-  if (colours.matrix == AVCOL_SPC_YCGCO) {
-    double rest = v[0] - v[1];
-    return {rest + v[2], v[0] + v[1], rest - v[2]};
-  }
-  if (colours.matrix == AVCOL_SPC_ICTCP) {
-    return of_ictcp(colours.transfer != AVCOL_TRC_ARIB_STD_B67, v);
-  }
-  if (colours.matrix == AVCOL_SPC_BT2020_CL) return of_constant_luminance(v);
-  auto [share_red, share_blue] = shares_of(colours.matrix);
-  double red = v[0] + v[2] * 2 * (1 - share_red);
-  double blue = v[0] + v[1] * 2 * (1 - share_blue);
-  return {red, (v[0] - share_red * red - share_blue * blue) / (1 - share_red - share_blue), blue};
-}
-
-Triple luma_chroma(AVColorSpace matrix, const Triple& rgb) {
-  auto [share_red, share_blue] = shares_of(matrix);
-  double luma = share_red * rgb[0] + (1 - share_red - share_blue) * rgb[1] + share_blue * rgb[2];
-  return {luma, (rgb[2] - luma) / (2 * (1 - share_blue)), (rgb[0] - luma) / (2 * (1 - share_red))};
-}
-
-Triple light_of(const Colours& colours, const Triple& rgb) {
-  Triple light{};
-  if (colours.transfer == AVCOL_TRC_SMPTE2084) {
-    for (int i = 0; i < 3; ++i) light[i] = pq_light(rgb[i]) * kPqNits / kReferenceWhiteNits;
-  } else if (colours.transfer == AVCOL_TRC_ARIB_STD_B67) {
-    light = each(rgb, hlg_scene);
-    double scene = 0.2627 * light[0] + 0.6780 * light[1] + 0.0593 * light[2];
-    double gain = std::pow(scene, kHlgGamma - 1) * kHlgNits / kReferenceWhiteNits;
-    for (double& value : light) value *= gain;
-  } else {
-    for (int i = 0; i < 3; ++i) light[i] = std::pow(std::max(rgb[i], 0.0), kDisplayGamma);
-  }
-  return in_709(colours.primaries, light);
-}
-
-Triple stored_for_709(const Triple& light) {
-  return each(light, [](double v) { return std::pow(std::max(v, 0.0), 1 / kDisplayGamma); });
-}
-
-Triple rolled_off(const Triple& light, double peak) {
-  constexpr double kKnee = 0.75;
-  double greatest = std::max({light[0], light[1], light[2]});
-  if (greatest <= kKnee || peak <= 1) return light;
-  // A hyperbola that leaves the knee as steep as the straight line, and reaches 1 at the peak.
-  double way = std::min((greatest - kKnee) / (peak - kKnee), 1.0);
-  double steep = (peak - kKnee) / (1 - kKnee);
-  double target = kKnee + (1 - kKnee) * steep * way / (1 + (steep - 1) * way);
-  Triple result = light;
-  for (double& value : result) value *= target / greatest;
+Triple operator*(const Matrix& m, const Triple& v) {
+  Triple result{};
+  for (int i = 0; i < 3; ++i) result[i] = m[i][0] * v[0] + m[i][1] * v[1] + m[i][2] * v[2];
   return result;
 }
+
+Matrix operator*(const Matrix& a, const Matrix& b) {
+  Matrix result{};
+  for (int i = 0; i < 3; ++i) {
+    for (int j = 0; j < 3; ++j) {
+      result[i][j] = a[i][0] * b[0][j] + a[i][1] * b[1][j] + a[i][2] * b[2][j];
+    }
+  }
+  return result;
+}
+
+Matrix stored_by(const Colours& colours) {
+  if (colours.matrix == AVCOL_SPC_BT2020_CL) return {{{1, 0, 0}, {1, 0, 0}, {1, 0, 0}}};
+  if (colours.matrix == AVCOL_SPC_YCGCO) return {{{1, -1, 1}, {1, 1, 0}, {1, -1, -1}}};
+  if (colours.matrix == AVCOL_SPC_ICTCP && colours.transfer == AVCOL_TRC_ARIB_STD_B67) {
+    return {{{1, 0.015718580, 0.209581068},
+             {1, -0.015718580, -0.209581068},
+             {1, 1.021271080, -0.605274491}}};
+  }
+  if (colours.matrix == AVCOL_SPC_ICTCP) {
+    return {{{1, 0.008609037, 0.111029625},
+             {1, -0.008609037, -0.111029625},
+             {1, 0.560031336, -0.320627175}}};
+  }
+  return inverse(luma_chroma_by(colours.matrix));
+}
+
+Matrix luma_chroma_by(AVColorSpace matrix) {
+  auto [red, blue] = shares_of(matrix);
+  double green = 1 - red - blue;
+  double u = 2 * (1 - blue);
+  double v = 2 * (1 - red);
+  return {{{red, green, blue}, {-red / u, -green / u, 0.5}, {0.5, -green / v, -blue / v}}};
+}
+
+Matrix rgb_light_by(AVColorSpace matrix) {
+  if (matrix == AVCOL_SPC_ICTCP) {
+    return inverse({{{1688.0 / 4096, 2146.0 / 4096, 262.0 / 4096},
+                     {683.0 / 4096, 2951.0 / 4096, 462.0 / 4096},
+                     {99.0 / 4096, 309.0 / 4096, 3688.0 / 4096}}});
+  }
+  if (matrix != AVCOL_SPC_BT2020_CL) return {{{1, 0, 0}, {0, 1, 0}, {0, 0, 1}}};
+  // Red, luminance and blue (ITU-R BT.2020, constant luminance).
+  auto [red, blue] = shares_of(AVCOL_SPC_BT2020_NCL);
+  return inverse({{{1, 0, 0}, {red, 1 - red - blue, blue}, {0, 0, 1}}});
+}
+
+Matrix primaries_change(AVColorPrimaries from, AVColorPrimaries to) {
+  return inverse(to_xyz(to)) * to_xyz(from);
+}
+
+double light_of(const Colours& colours, double stored) {
+  if (colours.transfer == AVCOL_TRC_SMPTE2084) return pq_light(stored);
+  if (colours.transfer == AVCOL_TRC_ARIB_STD_B67) return hlg_scene(stored);
+  if (colours.matrix == AVCOL_SPC_BT2020_CL) return camera_light(stored);
+  return std::pow(stored, kDisplayGamma);
+}
+
+double stored_of(const Colours& colours, double light) {
+  if (colours.transfer == AVCOL_TRC_SMPTE2084) return pq_stored(light);
+  if (colours.transfer == AVCOL_TRC_ARIB_STD_B67) return hlg_stored(light);
+  if (colours.matrix == AVCOL_SPC_BT2020_CL) return camera_curve(light);
+  return std::pow(light, 1 / kDisplayGamma);
+}
+
+double whites_of(AVColorTransferCharacteristic transfer) {
+  if (transfer == AVCOL_TRC_SMPTE2084) return kPqNits / kReferenceWhiteNits;
+  return transfer == AVCOL_TRC_ARIB_STD_B67 ? kHlgNits / kReferenceWhiteNits : 1;
+}
+
+double system_gain(double luminance) { return std::pow(luminance, kHlgGamma - 1); }
 
 }  // namespace zeva_tool

@@ -1,4 +1,4 @@
-// Colours as numbers: from luma and chroma to light, and back.
+// Colours as numbers: matrices, curves and primaries.
 #pragma once
 
 #include <array>
@@ -8,25 +8,36 @@
 namespace zeva_tool {
 
 using Triple = std::array<double, 3>;
+using Matrix = std::array<Triple, 3>;
+
+Triple operator*(const Matrix& m, const Triple& v);
+Matrix operator*(const Matrix& a, const Matrix& b);
 
 // 1 is reference white; high dynamic range goes beyond (ITU-R BT.2408: it is at 203 cd/m2).
 constexpr double kReferenceWhiteNits = 203;
 
-// Luma 0..1 and chroma -0.5..0.5 as stored, into the red, green and blue they were made of.
-Triple stored_rgb(const Colours& colours, const Triple& luma_chroma);
+// From luma 0..1 and chroma -0.5..0.5 to what is stored: red, green and blue, or for ICtCp the
+// cones' three responses. With constant luminance only luma counts here.
+Matrix stored_by(const Colours& colours);
 
-// The inverse for the matrices that have two shares.
-Triple luma_chroma(AVColorSpace matrix, const Triple& stored_rgb);
+// From red, green and blue to luma and chroma, of the matrices that have two shares.
+Matrix luma_chroma_by(AVColorSpace matrix);
 
-// The light that a reference display makes of stored RGB, in the primaries of BT.709. What these
-// cannot show, is less saturated there, of the same hue and luminance.
-Triple light_of(const Colours& colours, const Triple& stored_rgb);
+// From the light of what is stored to that of red, green and blue.
+Matrix rgb_light_by(AVColorSpace matrix);
 
-// The inverse for a display of BT.709 (ITU-R BT.1886).
-Triple stored_for_709(const Triple& light);
+// From light in those primaries to light in the others.
+Matrix primaries_change(AVColorPrimaries from, AVColorPrimaries to);
 
-// Brings light up to `peak` times reference white below 1. Three quarters of the way to white
-// nothing changes; hue and saturation stay.
-Triple rolled_off(const Triple& light, double peak);
+// From a stored value 0..1 to light, and back. Light is 1 at the brightest that can be stored; in
+// hybrid log-gamma it is the scene's.
+double light_of(const Colours& colours, double stored);
+double stored_of(const Colours& colours, double light);
+
+// That light in units of reference white.
+double whites_of(AVColorTransferCharacteristic transfer);
+
+// By how much a display of hybrid log-gamma brightens a scene of that luminance (ITU-R BT.2100).
+double system_gain(double luminance);
 
 }  // namespace zeva_tool

@@ -133,7 +133,7 @@ ColourPlan plan_colours(const AVFrame& picture, const ColourLimits& asked) {
   if (!can_say(limits.tags, movie.matrix)) movie = guessed(source, limits);
   movie.range = AVCOL_RANGE_MPEG;
   bool other_light = movie.transfer != source.transfer || movie.primaries != source.primaries;
-  plan.by_cube = is_unusual(source.matrix) || other_light;
+  plan.not_by_matrix = is_unusual(source.matrix) || other_light;
   return plan;
 }
 

@@ -25,9 +25,9 @@ struct ColourLimits {
 };
 
 struct ColourPlan {
-  Colours source;        // nothing of it unspecified but primaries and transfer
-  Colours movie;         // the same; limited range
-  bool by_cube = false;  // more than a matrix and a range lies between the two
+  Colours source;              // nothing of it unspecified but primaries and transfer
+  Colours movie;               // the same; limited range
+  bool not_by_matrix = false;  // more than a matrix and a range lies between the two
 };
 
 // The colours that a frame says it has.

@@ -34,8 +34,8 @@ AVPixelFormat planes(bool rgb, int log2_chroma_w, int log2_chroma_h, int depth) 
   return format;
 }
 
-// Luma and chroma in planes for the cube, as fine as the decoder's.
-AVPixelFormat cube_format(AVPixelFormat decoded) {
+// Luma and chroma in planes for the change, as fine as the decoder's.
+AVPixelFormat change_format(AVPixelFormat decoded) {
   const AVPixFmtDescriptor* d = av_pix_fmt_desc_get(decoded);
   if (!d || is_rgb(decoded)) return planes(false, 0, 0, kFinestDepth);
   if (has_sample_planes(decoded) && d->nb_components >= 3) return decoded;
@@ -64,20 +64,20 @@ PictureConverter::Pictures PictureConverter::configure(const AVFrame& first, con
   const AVPixelFormat decoded =
       GreyPictures::format_with_chroma(static_cast<AVPixelFormat>(first.format));
   AVPixelFormat pixels = is_palette_like(decoded) ? AV_PIX_FMT_BGRA : decoded;
-  if (plan.by_cube) pixels = cube_format(pixels);
+  if (plan.not_by_matrix) pixels = change_format(pixels);
   common = {first.width, first.height, turned_format(pixels, wanted.turns), plan.source.matrix,
             plan.source.range};
   output = {first.width, first.height, common.pixels, plan.source, plan.movie};
   if (wanted.turns & 1) std::swap(output.width, output.height);
-  if (!plan.by_cube) return output;
+  if (!plan.not_by_matrix) return output;
   int depth = depth_of(common.pixels);
   bool deep = wanted.limits.ten_bits && depth > 8;
   const AVPixFmtDescriptor& d = *av_pix_fmt_desc_get(common.pixels);
   output.pixels = planar_format(false, d.log2_chroma_w, d.log2_chroma_h, deep ? 10 : 8);
   output.colours = plan.movie;
-  cube = std::make_unique<ColourCube>(ColourCube::Kind{plan.source, depth},
-                                      ColourCube::Kind{plan.movie, deep ? 10 : 8},
-                                      wanted.peak_nits / kReferenceWhiteNits);
+  change = std::make_unique<ColourChange>(ColourChange::Kind{plan.source, depth},
+                                          ColourChange::Kind{plan.movie, deep ? 10 : 8},
+                                          wanted.peak_nits / kReferenceWhiteNits);
   return output;
 }
 
@@ -85,7 +85,7 @@ AVFrame* PictureConverter::convert(const AVFrame& frame, const AVFrame* next) {
   const AVFrame* picture = greys.with_chroma(*whole(frame, next));
   if (picture) picture = conform(*picture);
   if (picture && wanted.turns) picture = make_upright(*picture);
-  if (picture && cube) picture = recolour(*picture);
+  if (picture && change) picture = recolour(*picture);
   return picture ? show(*picture) : nullptr;
 }
 
@@ -155,7 +155,7 @@ const AVFrame* PictureConverter::make_upright(const AVFrame& frame) {
 
 const AVFrame* PictureConverter::recolour(const AVFrame& frame) {
   AVFrame* target = room(recoloured, output.width, output.height, output.pixels);
-  if (target) cube->apply(frame, *target);
+  if (target) change->apply(frame, *target);
   return target;
 }
 

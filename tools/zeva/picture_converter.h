@@ -9,7 +9,7 @@
 #include <memory>
 
 #include "av.h"
-#include "colour_cube.h"
+#include "colour_change.h"
 #include "colours.h"
 #include "deinterlacer.h"
 #include "grey_pictures.h"
@@ -67,7 +67,7 @@ class PictureConverter {
   GreyPictures greys;
   Kind scaled_from;
   SwsPtr scaler;
-  std::unique_ptr<ColourCube> cube;
+  std::unique_ptr<ColourChange> change;
   FramePtr conformed;
   FramePtr upright;
   FramePtr recoloured;

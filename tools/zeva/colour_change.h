@@ -1,0 +1,57 @@
+// Changes colours where more than a matrix and a range lies between: high dynamic range into
+// BT.709, wide primaries into those of BT.709, and matrices that players do not know into one that
+// they do.
+//
+// Owns its tables. One thread.
+#pragma once
+
+#include <array>
+#include <vector>
+
+#include "colours.h"
+
+namespace zeva_tool {
+
+class ColourChange {
+ public:
+  struct Kind {
+    Colours colours;
+    int depth = 8;
+  };
+
+  // `peak` is the source's brightest light, in units of reference white.
+  ColourChange(const Kind& from, const Kind& to, double peak);
+
+  // Both frames have planes of samples, as wide and as high in chroma, of the depths above.
+  void apply(const AVFrame& from, AVFrame& to) const;
+
+ private:
+  using Vector = std::array<float, 3>;
+  using Rows = std::array<Vector, 3>;
+
+  void make_curves();
+  template <typename In, typename Out>
+  void convert(const AVFrame& from, AVFrame& to) const;
+  template <typename In, typename Out>
+  void convert_row(const AVFrame& from, AVFrame& to, int row) const;
+  Vector stored_chroma(float u, float v) const;
+  Vector changed(const Vector& stored) const;
+  void fit_709(Vector& light) const;
+
+  const Kind source;
+  const Kind target;
+  const bool by_light;  // through light, or stored values only
+  const bool into_709;  // another light: rolled off
+  const float peak;
+  Vector source_luma{};  // what one code of luma adds to what is stored
+  Rows source_chroma{};  // and one of chroma
+  Vector source_black{};
+  Rows to_rgb{};     // of light: the source's components into its red, green and blue
+  Rows to_target{};  // of light: into the target's primaries
+  Rows to_codes{};
+  std::vector<float> curve;          // from stored values to light
+  std::vector<float> system;         // gain of a display of hybrid log-gamma, by luminance
+  std::vector<float> inverse_curve;  // from light to stored values
+};
+
+}  // namespace zeva_tool
