@@ -1,7 +1,7 @@
 // Luma and chroma become what they were made of by a matrix, and this becomes light by a table of
 // the source's curve. Light is changed by matrices, rolled off where the target cannot show it, and
-// put back by a table of the target's curve; that one is looked up by the fourth root, which is as
-// fine as the eye in the dark. Every luma sample goes that way with the chroma sample it shares;
+// put back by a table of the target's curve; that one is looked up by a root, which is fine in the
+// dark as the eye is. Every luma sample goes that way with the chroma sample it shares;
 // chroma is made of the mean of their red, green and blue. A table of all colours would be faster,
 // and off where colours are cut off at the edge of what the target can show.
 #include "colour_change.h"
@@ -15,22 +15,16 @@
 namespace zeva_tool {
 namespace {
 
-constexpr int kSteps = 16383;
+constexpr int kSteps = 4095;    // few enough for the processor's first cache
 constexpr float kKnee = 0.75F;  // of reference white; below, light stays as it is
-
-double changed_curve(const Colours& source, const Colours& target, bool into_709, double light) {
-  if (into_709) return stored_of(target, light);
-  return stored_of(source, light);
-}
 
 template <typename Sample>
 Sample* line_of(const AVFrame& frame, int plane, int y) {
   return reinterpret_cast<Sample*>(frame.data[plane] + ptrdiff_t{y} * frame.linesize[plane]);
 }
 
-float look_up(const std::vector<float>& table, float place) {
-  float bounded = std::min(std::max(place, 0.0F), 1.0F);
-  return table[static_cast<size_t>(bounded * kSteps + 0.5F)];
+inline float look_up(const float* table, float place) {
+  return table[static_cast<int>(std::min(std::max(place, 0.0F), 1.0F) * kSteps + 0.5F)];
 }
 
 template <typename Out>
@@ -91,7 +85,7 @@ void ColourChange::make_curves() {
     double part = static_cast<double>(i) / kSteps;
     curve.push_back(static_cast<float>(light_of(source.colours, part) * (hlg ? 1 : whites)));
     inverse_curve.push_back(static_cast<float>(
-        changed_curve(source.colours, target.colours, into_709, std::pow(part, 4))));
+        stored_of(into_709 ? target.colours : source.colours, std::pow(part, into_709 ? 2 : 4))));
     if (hlg && into_709) system.push_back(static_cast<float>(system_gain(part) * whites));
   }
 }
@@ -115,13 +109,13 @@ ColourChange::Vector ColourChange::stored_chroma(float u, float v) const {
 
 // Into the gamut, of the same hue and luminance; then below white, of the same hue and saturation.
 void ColourChange::fit_709(Vector& light) const {
-  float least = std::min({light[0], light[1], light[2]});
+  float least = std::min(light[0], std::min(light[1], light[2]));
   if (least < 0) {
     float luminance = 0.2126F * light[0] + 0.7152F * light[1] + 0.0722F * light[2];
     float kept = luminance > 0 ? luminance / (luminance - least) : 0;
     for (float& value : light) value = luminance + kept * (value - luminance);
   }
-  float greatest = std::max({light[0], light[1], light[2]});
+  float greatest = std::max(light[0], std::max(light[1], light[2]));
   if (greatest <= kKnee || peak <= 1) return;
   // A hyperbola that leaves the knee as steep as the straight line, and reaches 1 at the peak.
   float way = std::min((greatest - kKnee) / (peak - kKnee), 1.0F);
@@ -132,21 +126,25 @@ void ColourChange::fit_709(Vector& light) const {
 
 ColourChange::Vector ColourChange::changed(const Vector& stored) const {
   if (!by_light) return stored;
-  const Vector curved{look_up(curve, stored[0]), look_up(curve, stored[1]),
-                      look_up(curve, stored[2])};
+  const Vector curved{look_up(curve.data(), stored[0]), look_up(curve.data(), stored[1]),
+                      look_up(curve.data(), stored[2])};
   Vector light{dot(to_rgb[0], curved), dot(to_rgb[1], curved), dot(to_rgb[2], curved)};
   if (into_709) {
     if (!system.empty()) {
-      float gain = look_up(system, 0.2627F * light[0] + 0.6780F * light[1] + 0.0593F * light[2]);
+      float gain =
+          look_up(system.data(), 0.2627F * light[0] + 0.6780F * light[1] + 0.0593F * light[2]);
       for (float& value : light) value *= gain;
     }
     light = {dot(to_target[0], light), dot(to_target[1], light), dot(to_target[2], light)};
     fit_709(light);
   }
-  for (float& value : light) {
-    value = look_up(inverse_curve, std::sqrt(std::sqrt(std::max(value, 0.0F))));
+  Vector root{};
+  for (int i = 0; i < 3; ++i) root[i] = std::sqrt(std::max(light[i], 0.0F));
+  if (!into_709) {
+    for (float& value : root) value = std::sqrt(value);
   }
-  return light;
+  const float* table = inverse_curve.data();
+  return {look_up(table, root[0]), look_up(table, root[1]), look_up(table, root[2])};
 }
 
 // One line of chroma and the lines of luma that share it.
