@@ -9,13 +9,15 @@
 #include <algorithm>
 #include <cmath>
 #include <cstddef>
+#include <numeric>
 
 #include "colour_math.h"
 
 namespace zeva_tool {
 namespace {
 
-constexpr int kSteps = 4095;    // few enough for the processor's first cache
+constexpr int kSteps = 4095;  // few enough for the processor's first cache
+constexpr float kNearlyNothing = 1e-9F;
 constexpr float kKnee = 0.75F;  // of reference white; below, light stays as it is
 
 template <typename Sample>
@@ -23,8 +25,23 @@ Sample* line_of(const AVFrame& frame, int plane, int y) {
   return reinterpret_cast<Sample*>(frame.data[plane] + ptrdiff_t{y} * frame.linesize[plane]);
 }
 
-inline float look_up(const float* table, float place) {
-  return table[static_cast<int>(std::min(std::max(place, 0.0F), 1.0F) * kSteps + 0.5F)];
+template <size_t kCount>
+void look_up(const float* table, std::array<float, kCount>& values) {
+  std::array<int, kCount> places;
+  for (size_t i = 0; i < kCount; ++i) {
+    places[i] = static_cast<int>(std::min(std::max(values[i], 0.0F), 1.0F) * kSteps + 0.5F);
+  }
+  for (size_t i = 0; i < kCount; ++i) values[i] = table[places[i]];
+}
+
+template <typename Rows, typename Block>
+void multiply(const Rows& m, Block& v) {
+  for (size_t i = 0; i < v[0].size(); ++i) {
+    const float x = v[0][i];
+    const float y = v[1][i];
+    const float z = v[2][i];
+    for (int c = 0; c < 3; ++c) v[c][i] = m[c][0] * x + m[c][1] * y + m[c][2] * z;
+  }
 }
 
 template <typename Out>
@@ -108,75 +125,125 @@ ColourChange::Vector ColourChange::stored_chroma(float u, float v) const {
 }
 
 // Into the gamut, of the same hue and luminance; then below white, of the same hue and saturation.
-void ColourChange::fit_709(Vector& light) const {
-  float least = std::min(light[0], std::min(light[1], light[2]));
-  if (least < 0) {
-    float luminance = 0.2126F * light[0] + 0.7152F * light[1] + 0.0722F * light[2];
-    float kept = luminance > 0 ? luminance / (luminance - least) : 0;
-    for (float& value : light) value = luminance + kept * (value - luminance);
+// A hyperbola leaves the knee as steep as the straight line, and reaches 1 at the peak.
+void ColourChange::fit_709(Block& rgb) const {
+  const float span = std::max(peak, 1.0F) - kKnee;
+  const float steep = span / (1 - kKnee);
+  for (int i = 0; i < kBlock; ++i) {
+    float r = rgb[0][i];
+    float g = rgb[1][i];
+    float b = rgb[2][i];
+    const float luminance = std::max(0.2126F * r + 0.7152F * g + 0.0722F * b, 0.0F);
+    const float least = std::min(std::min(r, std::min(g, b)), 0.0F);
+    const float kept = luminance / (luminance - least + kNearlyNothing);
+    const float greatest =
+        std::max(luminance + kept * (std::max(r, std::max(g, b)) - luminance), kKnee);
+    const float way = std::min((greatest - kKnee) / span, 1.0F);
+    const float shown = kKnee + (1 - kKnee) * steep * way / (1 + (steep - 1) * way);
+    const float gain = shown / greatest;
+    rgb[0][i] = gain * (luminance + kept * (r - luminance));
+    rgb[1][i] = gain * (luminance + kept * (g - luminance));
+    rgb[2][i] = gain * (luminance + kept * (b - luminance));
   }
-  float greatest = std::max(light[0], std::max(light[1], light[2]));
-  if (greatest <= kKnee || peak <= 1) return;
-  // A hyperbola that leaves the knee as steep as the straight line, and reaches 1 at the peak.
-  float way = std::min((greatest - kKnee) / (peak - kKnee), 1.0F);
-  float steep = (peak - kKnee) / (1 - kKnee);
-  float gain = (kKnee + (1 - kKnee) * steep * way / (1 + (steep - 1) * way)) / greatest;
-  for (float& value : light) value *= gain;
 }
 
-ColourChange::Vector ColourChange::changed(const Vector& stored) const {
-  if (!by_light) return stored;
-  const Vector curved{look_up(curve.data(), stored[0]), look_up(curve.data(), stored[1]),
-                      look_up(curve.data(), stored[2])};
-  Vector light{dot(to_rgb[0], curved), dot(to_rgb[1], curved), dot(to_rgb[2], curved)};
+// From stored values of the source to those of the target.
+void ColourChange::change(Block& rgb) const {
+  if (!by_light) return;
+  for (auto& values : rgb) look_up(curve.data(), values);
+  multiply(to_rgb, rgb);
   if (into_709) {
-    if (!system.empty()) {
-      float gain =
-          look_up(system.data(), 0.2627F * light[0] + 0.6780F * light[1] + 0.0593F * light[2]);
-      for (float& value : light) value *= gain;
+    if (!system.empty()) brighten(rgb);
+    multiply(to_target, rgb);
+    fit_709(rgb);
+  }
+  for (auto& values : rgb) {
+    for (float& value : values) value = std::sqrt(std::max(value, 0.0F));
+    if (!into_709) {
+      for (float& value : values) value = std::sqrt(value);
     }
-    light = {dot(to_target[0], light), dot(to_target[1], light), dot(to_target[2], light)};
-    fit_709(light);
+    look_up(inverse_curve.data(), values);
   }
-  Vector root{};
-  for (int i = 0; i < 3; ++i) root[i] = std::sqrt(std::max(light[i], 0.0F));
-  if (!into_709) {
-    for (float& value : root) value = std::sqrt(value);
-  }
-  const float* table = inverse_curve.data();
-  return {look_up(table, root[0]), look_up(table, root[1]), look_up(table, root[2])};
 }
 
-// One line of chroma and the lines of luma that share it.
+void ColourChange::brighten(Block& rgb) const {
+  std::array<float, kBlock> gains;
+  for (int i = 0; i < kBlock; ++i) {
+    gains[i] = 0.2627F * rgb[0][i] + 0.6780F * rgb[1][i] + 0.0593F * rgb[2][i];
+  }
+  look_up(system.data(), gains);
+  for (auto& values : rgb) {
+    for (int i = 0; i < kBlock; ++i) values[i] *= gains[i];
+  }
+}
+
+// One line of chroma and the lines of luma that share it, block by block.
 template <typename In, typename Out>
 void ColourChange::convert_row(const AVFrame& from, AVFrame& to, int row) const {
   const AVPixFmtDescriptor& d = *av_pix_fmt_desc_get(static_cast<AVPixelFormat>(from.format));
-  const float top = static_cast<float>((1 << target.depth) - 1);
-  const float black = static_cast<float>(16 << (target.depth - 8));
-  const float middle = static_cast<float>(1 << (target.depth - 1));
   const int first = row << d.log2_chroma_h;
   const int lines = std::min(1 << d.log2_chroma_h, from.height - first);
   const In* in_u = line_of<In>(from, 1, row);
   const In* in_v = line_of<In>(from, 2, row);
-  for (int x = 0, column = 0; x < from.width; x += 1 << d.log2_chroma_w, ++column) {
-    const Vector chroma = stored_chroma(in_u[column], in_v[column]);
-    const int count = std::min(1 << d.log2_chroma_w, from.width - x);
-    Vector sum{};
+  for (int x = 0; x < from.width; x += kBlock) {
+    const int count = std::min(kBlock, from.width - x);
+    const int column = x >> d.log2_chroma_w;
+    const int columns = AV_CEIL_RSHIFT(count, d.log2_chroma_w);
+    Block chroma{};
+    for (int i = 0; i < count; ++i) {
+      const int at = column + (i >> d.log2_chroma_w);
+      const Vector added = stored_chroma(in_u[at], in_v[at]);
+      for (int c = 0; c < 3; ++c) chroma[c][i] = added[c];
+    }
+    Block sum{};
     for (int line = 0; line < lines; ++line) {
-      const In* in = line_of<In>(from, 0, first + line) + x;
-      Out* out = line_of<Out>(to, 0, first + line) + x;
-      for (int i = 0; i < count; ++i) {
-        const float y = in[i];
-        const Vector rgb = changed({chroma[0] + source_luma[0] * y, chroma[1] + source_luma[1] * y,
-                                    chroma[2] + source_luma[2] * y});
-        for (int c = 0; c < 3; ++c) sum[c] += rgb[c];
-        out[i] = rounded<Out>(black + dot(to_codes[0], rgb), top);
+      const Block rgb = changed_line(chroma, line_of<In>(from, 0, first + line) + x, count);
+      put_luma(rgb, line_of<Out>(to, 0, first + line) + x, count);
+      for (int c = 0; c < 3; ++c) {
+        for (int i = 0; i < kBlock; ++i) sum[c][i] += rgb[c][i];
       }
     }
-    const float share = 1 / static_cast<float>(lines * count);
-    line_of<Out>(to, 1, row)[column] = rounded<Out>(middle + share * dot(to_codes[1], sum), top);
-    line_of<Out>(to, 2, row)[column] = rounded<Out>(middle + share * dot(to_codes[2], sum), top);
+    for (int i = 0; i < columns; ++i) {
+      const int start = i << d.log2_chroma_w;
+      const int end = std::min(start + (1 << d.log2_chroma_w), count);
+      Vector mean{};
+      for (int c = 0; c < 3; ++c) {
+        mean[c] = std::accumulate(&sum[c][start], &sum[c][0] + end, 0.0F) /
+                  static_cast<float>(lines * (end - start));
+      }
+      put_chroma(mean, line_of<Out>(to, 1, row)[column + i], line_of<Out>(to, 2, row)[column + i]);
+    }
   }
+}
+
+template <typename In>
+ColourChange::Block ColourChange::changed_line(const Block& chroma, const In* luma,
+                                               int count) const {
+  Block rgb = chroma;
+  for (int c = 0; c < 3; ++c) {
+    for (int i = 0; i < count; ++i) rgb[c][i] += source_luma[c] * static_cast<float>(luma[i]);
+  }
+  change(rgb);
+  return rgb;
+}
+
+template <typename Out>
+void ColourChange::put_luma(const Block& rgb, Out* luma, int count) const {
+  const float top = static_cast<float>((1 << target.depth) - 1);
+  const float black = static_cast<float>(16 << (target.depth - 8));
+  for (int i = 0; i < count; ++i) {
+    luma[i] = rounded<Out>(black + to_codes[0][0] * rgb[0][i] + to_codes[0][1] * rgb[1][i] +
+                               to_codes[0][2] * rgb[2][i],
+                           top);
+  }
+}
+
+template <typename Out>
+void ColourChange::put_chroma(const Vector& rgb, Out& u, Out& v) const {
+  const float top = static_cast<float>((1 << target.depth) - 1);
+  const float middle = static_cast<float>(1 << (target.depth - 1));
+  u = rounded<Out>(middle + dot(to_codes[1], rgb), top);
+  v = rounded<Out>(middle + dot(to_codes[2], rgb), top);
 }
 
 template <typename In, typename Out>

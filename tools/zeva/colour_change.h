@@ -28,15 +28,24 @@ class ColourChange {
  private:
   using Vector = std::array<float, 3>;
   using Rows = std::array<Vector, 3>;
+  static constexpr int kBlock = 64;  // pixels that are changed at once
+  using Block = std::array<std::array<float, kBlock>, 3>;
 
   void make_curves();
   template <typename In, typename Out>
   void convert(const AVFrame& from, AVFrame& to) const;
   template <typename In, typename Out>
   void convert_row(const AVFrame& from, AVFrame& to, int row) const;
+  template <typename In>
+  Block changed_line(const Block& chroma, const In* luma, int count) const;
+  template <typename Out>
+  void put_luma(const Block& rgb, Out* luma, int count) const;
+  template <typename Out>
+  void put_chroma(const Vector& rgb, Out& u, Out& v) const;
   Vector stored_chroma(float u, float v) const;
-  Vector changed(const Vector& stored) const;
-  void fit_709(Vector& light) const;
+  void change(Block& rgb) const;
+  void brighten(Block& rgb) const;
+  void fit_709(Block& rgb) const;
 
   const Kind source;
   const Kind target;
