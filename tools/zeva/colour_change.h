@@ -49,7 +49,7 @@ class ColourChange {
 
   const Kind source;
   const Kind target;
-  const bool by_light;  // through light, or stored values only
+  const bool by_light;  // by way of light, or in stored values only
   const bool into_709;  // another light: rolled off
   const float peak;
   Vector source_luma{};  // what one code of luma adds to what is stored

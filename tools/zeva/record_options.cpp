@@ -95,9 +95,11 @@ void add_encoder_options(CLI::App& command, RecordOptions& o) {
       ->capture_default_str()
       ->group(group);
   command
-      .add_option("--profile", o.profile,
-                  "H.264 profile, baseline to high444 (default: high). high10, high422 and high444 "
-                  "encode more bits or finer colour")
+      .add_option(
+          "--profile", o.profile,
+          "H.264 profile, baseline to high444 (default: high; for high dynamic range high10). "
+          "high10, high422 and high444 encode more bits or finer colour; the others make "
+          "BT.709 of high dynamic range")
       ->type_name("NAME")
       ->group(group);
   command.add_option("--tune", o.tune, "Encoder tuning, film to zerolatency, or none")
