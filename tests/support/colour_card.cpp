@@ -146,8 +146,7 @@ ShownCard shown_card(const std::filesystem::path& movie) {
     const auto found = stream.find(name);
     return found == stream.end() ? "" : found->second;
   };
-  ShownCard card{
-      field("color_space"), field("color_range"), field("pix_fmt"), {}};
+  ShownCard card{field("color_space"), field("color_range"), field("pix_fmt"), {}};
   const std::map<std::string, AVColorSpace> matrices{{"bt709", AVCOL_SPC_BT709},
                                                      {"smpte170m", AVCOL_SPC_SMPTE170M},
                                                      {"bt470bg", AVCOL_SPC_BT470BG},
