@@ -60,7 +60,7 @@ SampleWeights weights_at(double centre, double stretch, int source_size) {
 
 size_t filled_up(int width) {
   constexpr int kMultiple = RowTaps::kMultiple;
-  return static_cast<size_t>((width + kMultiple - 1) / kMultiple * kMultiple);
+  return static_cast<size_t>(width + kMultiple - 1) / kMultiple * kMultiple;
 }
 
 int chroma_width(const PictureFormat& format) {
