@@ -29,6 +29,8 @@ template <size_t kCount>
 void look_up(const float* table, std::array<float, kCount>& values) {
   std::array<int, kCount> places;
   for (size_t i = 0; i < kCount; ++i) {
+    // lround would keep the loop from becoming vectors.
+    // NOLINTNEXTLINE(bugprone-incorrect-roundings)
     places[i] = static_cast<int>(std::min(std::max(values[i], 0.0F), 1.0F) * kSteps + 0.5F);
   }
   for (size_t i = 0; i < kCount; ++i) values[i] = table[places[i]];
@@ -46,6 +48,7 @@ void multiply(const Rows& m, Block& v) {
 
 template <typename Out>
 Out rounded(float value, float top) {
+  // As above. NOLINTNEXTLINE(bugprone-incorrect-roundings)
   return static_cast<Out>(std::min(std::max(value, 0.0F), top) + 0.5F);
 }
 
