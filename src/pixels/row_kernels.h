@@ -1,4 +1,4 @@
-// What the steps do with rows, and the vector code for it. Each kernel does as many samples from
+// The steps' work on rows, and the vector code for it. Each kernel does as many samples from
 // the left as fill its registers and returns their number; the caller does the rest in plain C++,
 // by the same integer formula, so that every processor gives the same bytes.
 #pragma once

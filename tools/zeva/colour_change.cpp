@@ -110,7 +110,7 @@ void ColourChange::make_curves() {
   }
 }
 
-// What the chroma codes add to stored values, which black is part of.
+// The chroma codes' part of the stored values, black included.
 ColourChange::Vector ColourChange::stored_chroma(float u, float v) const {
   float middle = static_cast<float>(1 << (source.depth - 1));
   u -= middle;

@@ -1,4 +1,5 @@
-// What a source of high dynamic range tells about its light (SMPTE ST 2086, CTA-861.3).
+// The light of a source of high dynamic range, as its metadata describes it (SMPTE ST 2086,
+// CTA-861.3).
 #pragma once
 
 #include <string>

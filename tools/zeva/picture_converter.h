@@ -2,8 +2,8 @@
 // instead of fields, and of colours that a matrix can turn into the movie's. As good as all
 // pictures are so already and pass through untouched.
 //
-// What the first picture is, all become: a later one of another size, format or matrix is converted
-// back. Owns what it converts into. One thread.
+// All pictures become like the first one: a later one of another size, format or matrix is
+// converted. Owns the frames that it converts into. One thread.
 #pragma once
 
 #include <memory>
