@@ -23,6 +23,9 @@ PictureFormat host_format(const MovieInfo& info, const Options& options) {
 
 std::string conversion_fault(const PictureFormat& host, const PictureFormat& movie) {
   if (can_convert(host, movie)) return {};
+  if (sws_isSupportedInput(host.pixels) == 0) {
+    return "src_pix_fmt " + std::to_string(host.pixels) + ": pictures cannot be converted from it";
+  }
   const bool of_movie = host.is_rgb() || is_linear(host.matrix);
   return (of_movie ? "colorspace " + std::to_string(movie.matrix)
                    : "source_matrix " + std::to_string(host.matrix)) +

@@ -222,6 +222,7 @@ TEST(Colours, ThatCannotBeAreRefusedByName) {
       {2, 0, -3, 0, AV_PIX_FMT_BGRA, "source_matrix -3"},
       {2, 0, 0, 3, AV_PIX_FMT_BGRA, "source_range 3"},
       {AVCOL_SPC_ICTCP, 0, 0, 0, AV_PIX_FMT_BGRA, "colorspace 14"},
+      {2, 0, 0, 0, AV_PIX_FMT_VAAPI, "src_pix_fmt"},
       {AVCOL_SPC_BT709, 0, AVCOL_SPC_YCGCO, 0, AV_PIX_FMT_NV12, "source_matrix 8"},
       {AVCOL_SPC_ICTCP, 0, 0, 0, AV_PIX_FMT_NV12, nullptr},  // nothing but the layout changes
   };
