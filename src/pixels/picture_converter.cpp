@@ -70,20 +70,17 @@ bool PictureConverter::plan(CpuLevel level) {
 }
 
 bool PictureConverter::plan_by_planar(CpuLevel level) {
-  PictureFormat planar = from;
+  PictureFormat planar = to;
   planar.pixels = planar_before(to.pixels);
   if (planar.pixels == AV_PIX_FMT_NONE) return false;
-  if (from.is_rgb()) {
-    planar.matrix = to.matrix;
-    planar.range = to.range;
-    // A picture that grows has more chroma than would be left.
-    const bool grows = to.width >= from.width && to.height >= from.height;
-    if (grows && !have_one_size(from, to)) planar.pixels = AV_PIX_FMT_YUV444P;
+  if (!from.is_rgb()) {
+    planar.matrix = from.matrix;
+    planar.range = from.range;
   }
   if (!have_one_colour(planar, to) && !have_weights(planar, to)) return false;
-  if (!PlaneScaler::supports(from, to)) return false;
-  if (RgbToYuv::supports(from, planar)) {
-    append<RgbToYuv>(planar, level);
+  if (!have_one_size(from, to)) {
+    if (!PlaneScaler::supports(from, planar)) return false;
+    append<PlaneScaler>(planar, level);
   } else if (!Repack::supports(from.pixels, planar.pixels)) {
     return false;
   } else if (from.pixels == AV_PIX_FMT_NV12) {
@@ -114,18 +111,11 @@ bool PictureConverter::plan_by_swscale(CpuLevel level) {
   return true;
 }
 
-// From a planar picture on.
+// From a planar picture of the target's size on.
 void PictureConverter::append_rest(CpuLevel level) {
-  PictureFormat next = to;
-  next.pixels = planar_before(to.pixels);
-  if (!have_one_size(reached(), to)) {
-    PictureFormat scaled = reached();
-    scaled.width = to.width;
-    scaled.height = to.height;
-    scaled.pixels = next.pixels;
-    append<PlaneScaler>(scaled, level);
-  }
-  if (!have_one_colour(reached(), to)) append<Recolour>(next, level);
+  PictureFormat recoloured = to;
+  recoloured.pixels = planar_before(to.pixels);
+  if (!have_one_colour(reached(), to)) append<Recolour>(recoloured, level);
   if (to.pixels == AV_PIX_FMT_NV12) append<Repack>(to, level);
 }
 

@@ -1,192 +1,169 @@
-// Each row of the source is scaled horizontally, once, into words with 6 bits behind the point. The
-// last few of these rows are kept; a row of the result is a weighted sum of them. The weights of
-// each direction are made once. A horizontal sum has 32 bits; of a vertical one each product is
-// rounded to 5 bits behind the point. Where the filter reaches beyond an edge, the edge's sample
-// takes the weights of those that do not exist.
+// The source is taken two rows at a time, so that all that happens to them happens in the
+// processor's first cache: they become planar, each row is scaled horizontally, once, into words,
+// and a row of the result, a weighted sum of such words, is made as soon as the last of its
+// neighbours is there. Beyond the edges of a row its last samples are repeated.
 #include "plane_scaler.h"
 
 #include <algorithm>
-#include <cmath>
+
+#include "repack.h"
+#include "rgb_to_yuv.h"
 
 namespace zeva {
 namespace {
 
-constexpr int kOne = 1 << ScaleBits::kWeight;
+constexpr int kStripRows = 2;  // those that share a row of chroma
 
-// The cubic of Mitchell and Netravali with B = 0, C = 0.6: sharper than Catmull and Rom's.
-double cubic(double x) {
-  constexpr double c = 0.6;
-  x = std::abs(x);
-  if (x < 1) return ((2 - c) * x - (3 - c)) * x * x + 1;
-  if (x < 2) return c * (((5 - x) * x - 8) * x + 4);
-  return 0;
-}
-
-// The weights of the samples from `start` on. No weight at either end is 0.
-struct SampleWeights {
-  int start = 0;
-  std::vector<int> weights;
-};
-
-// In fixed point, with a sum of exactly one: the largest takes up the rounding.
-std::vector<int> to_fixed(const std::vector<double>& weights) {
-  double sum = 0;
-  for (const double w : weights) sum += w;
-  std::vector<int> fixed;
-  int rest = kOne;
-  for (const double w : weights) {
-    fixed.push_back(static_cast<int>(std::lround(w / sum * kOne)));
-    rest -= fixed.back();
+// What the source's rows become before they are scaled, or none.
+AVPixelFormat planar_of(const PictureFormat& from, const PictureFormat& to) {
+  if (from.is_rgb()) {
+    const int shift = av_pix_fmt_desc_get(to.pixels)->log2_chroma_w;
+    const bool half_will_do = from.width / 2 >= to.width >> shift;
+    return half_will_do ? AV_PIX_FMT_YUV422P : AV_PIX_FMT_YUV444P;
   }
-  *std::max_element(fixed.begin(), fixed.end()) += rest;
-  return fixed;
-}
-
-SampleWeights weights_at(double centre, double stretch, int source_size) {
-  const int first = static_cast<int>(std::ceil(centre - 2 * stretch));
-  const int last = static_cast<int>(std::floor(centre + 2 * stretch));
-  const int begin = std::clamp(first, 0, source_size - 1);
-  const int end = std::clamp(last, 0, source_size - 1) + 1;
-  std::vector<double> exact(end - begin);
-  for (int i = first; i <= last; ++i) {
-    exact[std::clamp(i, 0, source_size - 1) - begin] += cubic((i - centre) / stretch);
+  for (const AVPixelFormat planar : {AV_PIX_FMT_YUV422P, AV_PIX_FMT_YUV420P}) {
+    if (Repack::supports(from.pixels, planar)) return planar;
   }
-  const std::vector<int> fixed = to_fixed(exact);
-  const auto is_something = [](int w) { return w != 0; };
-  const auto from = std::find_if(fixed.begin(), fixed.end(), is_something);
-  const auto to = std::find_if(fixed.rbegin(), fixed.rend(), is_something).base();
-  return {begin + static_cast<int>(from - fixed.begin()), {from, to}};
+  return AV_PIX_FMT_NONE;
 }
 
-size_t filled_up(int width) {
-  constexpr int kMultiple = RowTaps::kMultiple;
-  return static_cast<size_t>(width + kMultiple - 1) / kMultiple * kMultiple;
+PictureFormat planar_source(const PictureFormat& from, const PictureFormat& to) {
+  return {from.width, from.height, planar_of(from, to), to.matrix, to.range};
 }
 
-int chroma_width(const PictureFormat& format) {
-  return AV_CEIL_RSHIFT(format.width, av_pix_fmt_desc_get(format.pixels)->log2_chroma_w);
+std::unique_ptr<PictureStep> make_unpacking(const PictureFormat& from, const PictureFormat& planar,
+                                            CpuLevel level) {
+  if (from.is_rgb()) return std::make_unique<RgbToYuv>(from, planar, level);
+  return std::make_unique<Repack>(from, planar, level);
 }
 
-int chroma_height(const PictureFormat& format) {
-  return AV_CEIL_RSHIFT(format.height, av_pix_fmt_desc_get(format.pixels)->log2_chroma_h);
+int width_of(const PictureFormat& format, int plane) {
+  const int shift = plane == 0 ? 0 : av_pix_fmt_desc_get(format.pixels)->log2_chroma_w;
+  return AV_CEIL_RSHIFT(format.width, shift);
+}
+
+int height_of(const PictureFormat& format, int plane) {
+  const int shift = plane == 0 ? 0 : av_pix_fmt_desc_get(format.pixels)->log2_chroma_h;
+  return AV_CEIL_RSHIFT(format.height, shift);
 }
 
 }  // namespace
 
-ScaleFilter::ScaleFilter(int source_size, int target_size)
-    : source_size(source_size), target_size(target_size) {
-  const double ratio = static_cast<double>(source_size) / target_size;
-  std::vector<SampleWeights> all;
-  for (int i = 0; i < target_size; ++i) {
-    all.push_back(weights_at((i + 0.5) * ratio - 0.5, std::max(ratio, 1.0), source_size));
-    taps = std::max(taps, static_cast<int>(all.back().weights.size()));
-  }
-  taps = (taps + 1) / 2 * 2;
-  weights.resize(static_cast<size_t>(target_size) * taps);
-  for (int i = 0; i < target_size; ++i) {
-    starts.push_back(all[i].start);
-    std::copy(all[i].weights.begin(), all[i].weights.end(),
-              weights.begin() + static_cast<ptrdiff_t>(i) * taps);
-  }
-}
+PlaneScaler::Plane::Plane(int from_width, int from_height, int to_width, int to_height)
+    : across(from_width, to_width),
+      columns(from_height, to_height, ScaleSums::weights_for(across.one)),
+      row_size(AV_CEIL_RSHIFT(to_width, 4) * 16),
+      rows(columns.taps * row_size) {}
 
-// Filled up with samples that have no weight.
-RowFilter::RowFilter(const ScaleFilter& filter) : taps(filter.taps) {
-  const size_t size = filled_up(filter.target_size);
-  weights.resize(RowTaps::place(size, 0, taps));
-  for (size_t x = 0; x < static_cast<size_t>(filter.target_size); ++x) {
-    for (int tap = 0; tap < taps; ++tap) {
-      weights[RowTaps::place(x, tap, taps)] = filter.weights[x * taps + tap];
-    }
-  }
-  is_dense = place_starts(filter, size, 8);
-  if (!is_dense) place_starts(filter, size, 4);
-}
-
-// False if `neighbours` samples are too far apart for one start.
-bool RowFilter::place_starts(const ScaleFilter& filter, size_t size, size_t neighbours) {
-  constexpr int kLastPlace = 14;
-  std::vector<int32_t> all = filter.starts;
-  all.resize(size, all.back());
-  starts.clear();
-  shuffles.clear();
-  for (size_t x = 0; x < size; ++x) {
-    const auto group = all.begin() + static_cast<ptrdiff_t>(x / neighbours * neighbours);
-    const int32_t start = *std::min_element(group, group + static_cast<ptrdiff_t>(neighbours));
-    const int32_t place = all[x] - start;
-    if (place > kLastPlace) return false;
-    if (x % 4 == 0) starts.push_back(start);
-    for (const int byte : {place, 0x80, place + 1, 0x80}) {  // 0x80 gives a zero
-      shuffles.push_back(static_cast<uint8_t>(byte));
-    }
+bool PlaneScaler::supports(const PictureFormat& from, const PictureFormat& to) {
+  const PictureFormat planar = planar_source(from, to);
+  if (planar.pixels == AV_PIX_FMT_NONE) return false;
+  if (from.is_rgb() && !RgbToYuv::supports(from, planar)) return false;
+  for (int plane = 0; plane < 2; ++plane) {
+    constexpr int kMost = RowFilter::kLargestRatio;
+    if (width_of(planar, plane) > kMost * width_of(to, plane)) return false;
   }
   return true;
 }
 
-PlaneScaler::Filters::Filters(int from_width, int from_height, int to_width, int to_height)
-    : vertical(from_height, to_height), horizontal(from_width, to_width), row(horizontal) {}
-
-bool PlaneScaler::supports(const PictureFormat& from, const PictureFormat& to) {
-  return from.width <= 4 * to.width && from.height <= 4 * to.height;
-}
-
 PlaneScaler::PlaneScaler(const PictureFormat& from, const PictureFormat& to, CpuLevel level)
-    : kernels(row_kernels(level)),
-      luma(from.width, from.height, to.width, to.height),
-      chroma(chroma_width(from), chroma_height(from), chroma_width(to), chroma_height(to)),
-      kept_rows(std::max(luma.vertical.taps, chroma.vertical.taps) + 1),
-      row_size(static_cast<ptrdiff_t>(filled_up(to.width))),
-      source_row(from.width + 16 + std::max(luma.row.taps, chroma.row.taps)),
-      scaled(kept_rows * row_size),
-      rows(kept_rows) {}
-
-void PlaneScaler::run(const AVFrame& in, AVFrame& out) {
-  scale_plane(in, out, 0, luma);
-  scale_plane(in, out, 1, chroma);
-  scale_plane(in, out, 2, chroma);
+    : kernels(row_kernels(level)), source(av_frame_alloc()), strip(av_frame_alloc()) {
+  const PictureFormat planar = planar_source(from, to);
+  unpack = make_unpacking(from, planar, level);
+  make_strip(planar);
+  int most = 0;
+  for (int plane = 0; plane < 3; ++plane) {
+    planes.emplace_back(width_of(planar, plane), height_of(planar, plane), width_of(to, plane),
+                        height_of(to, plane));
+    most = std::max(most, planes.back().columns.taps);
+  }
+  summands.resize(most);
 }
 
-void PlaneScaler::scale_plane(const AVFrame& in, AVFrame& out, int plane, const Filters& filters) {
-  const ScaleFilter& vertical = filters.vertical;
-  int next = 0;  // row of the source
-  for (int y = 0; y < vertical.target_size; ++y) {
-    const int16_t* weights = vertical.weights.data() + static_cast<ptrdiff_t>(y) * vertical.taps;
-    const int start = vertical.starts[y];
-    const int count = std::min(vertical.taps, vertical.source_size - start);
-    for (; next < start + count; ++next) {
-      scale_row(row_of(in, plane, next), scaled_row(next), filters);
-    }
-    for (int i = 0; i < count; ++i) rows[i] = scaled_row(start + i);
-    combine_rows({rows.data(), weights, count}, row_of(out, plane, y),
-                 filters.horizontal.target_size);
+void PlaneScaler::make_strip(const PictureFormat& planar) {
+  constexpr int kRows = 3 * kStripRows;
+  const int stride = (planar.width + 2 * RowFilter::kMargin + 63) / 64 * 64;
+  strip_bytes.resize(static_cast<size_t>(stride) * kRows);
+  strip->format = planar.pixels;
+  strip->width = planar.width;
+  for (int plane = 0; plane < 3; ++plane) {
+    strip->data[plane] = strip_bytes.data() + stride * kStripRows * plane + RowFilter::kMargin;
+    strip->linesize[plane] = stride;
   }
 }
 
-void PlaneScaler::scale_row(const uint8_t* from, int16_t* to, const Filters& filters) {
-  const ScaleFilter& filter = filters.horizontal;
-  memcpy(source_row.data(), from, filter.source_size);
+void PlaneScaler::run(const AVFrame& in, AVFrame& out) {
+  for (Plane& plane : planes) plane.next_in = plane.next_out = 0;
+  for (int y = 0; y < in.height; y += kStripRows) {
+    look_at(in, y, std::min(kStripRows, in.height - y));
+    unpack->run(*source, *strip);
+    for (int p = 0; p < 3; ++p) {
+      const int rows = height_of({0, strip->height, static_cast<AVPixelFormat>(strip->format)}, p);
+      for (int row = 0; row < rows; ++row) take_row(p, row_of(*strip, p, row), out);
+    }
+  }
+}
+
+// Of `in` only `count` rows from `y` on, which is even.
+void PlaneScaler::look_at(const AVFrame& in, int y, int count) {
+  const int shift = av_pix_fmt_desc_get(static_cast<AVPixelFormat>(in.format))->log2_chroma_h;
+  for (int plane = 0; plane < 4 && in.data[plane] != nullptr; ++plane) {
+    const bool is_chroma = plane == 1 || plane == 2;
+    source->linesize[plane] = in.linesize[plane];
+    source->data[plane] = const_cast<uint8_t*>(row_of(in, plane, is_chroma ? y >> shift : y));
+  }
+  source->format = in.format;
+  source->width = in.width;
+  source->height = strip->height = count;
+}
+
+// The next row of a plane of the source, and the rows of the result that waited for it.
+void PlaneScaler::take_row(int plane, const uint8_t* row, AVFrame& out) {
+  Plane& p = planes[plane];
+  scale_row(row, p.row(p.next_in), p.across);
+  ++p.next_in;
+  const ColumnFilter& columns = p.columns;
+  for (; p.next_out < columns.target_size; ++p.next_out) {
+    const int start = columns.starts[p.next_out];
+    const int count = std::min(columns.taps, columns.source_size - start);
+    if (start + count > p.next_in) return;
+    for (int i = 0; i < count; ++i) summands[i] = p.row(start + i);
+    combine_rows(
+        {summands.data(),
+         columns.weights.data() + static_cast<ptrdiff_t>(p.next_out) * columns.taps, count},
+        row_of(out, plane, p.next_out), p.across.target_size);
+  }
+}
+
+void PlaneScaler::scale_row(const uint8_t* from, int16_t* to, const RowFilter& filter) const {
+  auto* const row = const_cast<uint8_t*>(from);
+  memset(row - RowFilter::kMargin, row[0], RowFilter::kMargin);
+  memset(row + filter.source_size, row[filter.source_size - 1], RowFilter::kMargin);
+  const RowTaps taps = filter.view();
   if (kernels != nullptr) {
-    kernels->scale_row(source_row.data(), filters.row.view(), to,
-                       static_cast<int>(filled_up(filter.target_size)));
+    kernels->scale_row(row, taps, to, (filter.target_size + 15) / 16 * 16);
     return;
   }
   for (int x = 0; x < filter.target_size; ++x) {
-    const int16_t* weights = filter.weights.data() + static_cast<ptrdiff_t>(x) * filter.taps;
-    const uint8_t* samples = source_row.data() + filter.starts[x];
-    int sum = ScaleBits::kRowRounding;
-    for (int tap = 0; tap < filter.taps; ++tap) sum += weights[tap] * samples[tap];
-    to[x] = static_cast<int16_t>(sum >> ScaleBits::kRowShift);
+    const uint8_t* samples = row + filter.start_of(x);
+    int sum = -taps.middle;
+    for (int tap = 0; tap < filter.taps; tap += 2) {
+      const int8_t* weights = taps.weights + RowTaps::place(x, tap, filter.taps);
+      const int pair = weights[0] * samples[tap] + weights[1] * samples[tap + 1];
+      sum += pair >> taps.pair_shift;
+    }
+    to[x] = static_cast<int16_t>(sum);
   }
 }
 
 void PlaneScaler::combine_rows(const RowSum& sum, uint8_t* to, int width) const {
   int x = kernels != nullptr ? kernels->combine_rows(sum, to, width) : 0;
   for (; x < width; ++x) {
-    int value = ScaleBits::kSumRounding;
+    int value = ScaleSums::kBias;
     for (int i = 0; i < sum.count; ++i) {
       value += (sum.rows[i][x] * sum.weights[i] + 0x4000) >> 15;
     }
-    to[x] = static_cast<uint8_t>(std::clamp(value >> ScaleBits::kSum, 0, 255));
+    to[x] = static_cast<uint8_t>(std::clamp(value >> ScaleSums::kBits, 0, 255));
   }
 }
 

@@ -1,71 +1,56 @@
 // Pictures in another size.
 #pragma once
 
+#include <array>
 #include <cstdint>
+#include <memory>
 #include <vector>
 
+#include "av_handles.h"
 #include "picture_format.h"
 #include "picture_step.h"
 #include "row_kernels.h"
+#include "scale_filter.h"
 
 namespace zeva {
 
-// For each sample of the result where its neighbours in the source begin, and their weights: `taps`
-// numbers, an even one, that add up to one (ScaleBits::kWeight), one sample's after the other's.
-struct ScaleFilter {
-  ScaleFilter(int source_size, int target_size);
-
-  int source_size;
-  int target_size;
-  int taps = 0;
-  std::vector<int32_t> starts;
-  std::vector<int16_t> weights;
-};
-
-// Such a filter in the order of RowTaps.
-struct RowFilter {
-  explicit RowFilter(const ScaleFilter& filter);
-  RowTaps view() const { return {starts.data(), shuffles.data(), weights.data(), taps, is_dense}; }
-
-  bool place_starts(const ScaleFilter& filter, size_t size, size_t neighbours);
-
-  int taps;
-  bool is_dense;
-  std::vector<int32_t> starts;
-  std::vector<uint8_t> shuffles;
-  std::vector<int16_t> weights;
-};
-
-// Planar YUV of eight bits, scaled by a cubic
-// filter, which is as much wider as the picture gets smaller.
+// Pictures of eight bits, planar or not, or RGB, into planar ones of another size, in the target's
+// matrix and range where they are made of RGB. Of chroma, all that the source has is used.
 class PlaneScaler : public PictureStep {
  public:
-  // Not to less than a quarter of the width or height: RowTaps reaches no farther.
+  // Not to less than a quarter of the width.
   static bool supports(const PictureFormat& from, const PictureFormat& to);
 
   PlaneScaler(const PictureFormat& from, const PictureFormat& to, CpuLevel level);
   void run(const AVFrame& in, AVFrame& out) override;
 
  private:
-  struct Filters {
-    Filters(int from_width, int from_height, int to_width, int to_height);
-    ScaleFilter vertical;
-    ScaleFilter horizontal;
-    RowFilter row;
+  // A plane on its way: its filters, and the last rows of the source in the result's width.
+  struct Plane {
+    Plane(int from_width, int from_height, int to_width, int to_height);
+    int16_t* row(int y) { return rows.data() + y % columns.taps * row_size; }
+
+    RowFilter across;
+    ColumnFilter columns;
+    ptrdiff_t row_size;
+    std::vector<int16_t> rows;
+    int next_in = 0;   // row of the source
+    int next_out = 0;  // row of the result
   };
-  void scale_plane(const AVFrame& in, AVFrame& out, int plane, const Filters& filters);
-  void scale_row(const uint8_t* from, int16_t* to, const Filters& filters);
+
+  void make_strip(const PictureFormat& planar);
+  void look_at(const AVFrame& in, int y, int count);
+  void take_row(int plane, const uint8_t* row, AVFrame& out);
+  void scale_row(const uint8_t* from, int16_t* to, const RowFilter& filter) const;
   void combine_rows(const RowSum& sum, uint8_t* to, int width) const;
-  int16_t* scaled_row(int y) { return scaled.data() + y % kept_rows * row_size; }
 
   const RowKernels* kernels;
-  Filters luma;
-  Filters chroma;
-  int kept_rows;
-  ptrdiff_t row_size;
-  std::vector<uint8_t> source_row;  // with room for what registers read beyond it
-  std::vector<int16_t> scaled;      // the last rows of the source, in the result's width
-  std::vector<const int16_t*> rows;
+  std::unique_ptr<PictureStep> unpack;  // from `source` into `strip`
+  FramePtr source;                      // points to some rows of the picture
+  FramePtr strip;                       // the same rows, planar, with room beyond both edges
+  std::vector<uint8_t> strip_bytes;
+  std::vector<Plane> planes;
+  std::vector<const int16_t*> summands;
 };
 
 }  // namespace zeva

@@ -67,6 +67,16 @@ void plain_rgb_rows(const RgbRows& rows, const RgbCoefficients& c, int x) {
   }
 }
 
+template <int kPixelBytes>
+void plain_rgb_row_444(const RgbRow444& row, const RgbCoefficients& c, int x) {
+  for (; x < row.width; ++x) {
+    const uint8_t* pixel = row.in + static_cast<ptrdiff_t>(x) * kPixelBytes;
+    row.y[x] = to_byte((weigh<kPixelBytes>(pixel, c.y) + c.y_bias) >> kBits);
+    row.u[x] = to_byte((weigh<kPixelBytes>(pixel, c.u) + (c.chroma_bias >> 2)) >> kBits);
+    row.v[x] = to_byte((weigh<kPixelBytes>(pixel, c.v) + (c.chroma_bias >> 2)) >> kBits);
+  }
+}
+
 }  // namespace
 
 bool RgbToYuv::supports(const PictureFormat& from, const PictureFormat& to) {
@@ -92,31 +102,19 @@ void RgbToYuv::convert_rows(const RgbRows& rows, const RgbCoefficients& c) const
   plain(rows, c, done);
 }
 
-// Each plane as if it were luma; the chroma that comes with it is not needed.
-void RgbToYuv::run_444(const AVFrame& in, AVFrame& out) {
-  unused.resize(2 * static_cast<size_t>(out.width) + 2);
-  for (int y = 0; y < out.height; y += 2) {
-    const int next = std::min(y + 1, out.height - 1);
-    for (int plane = 0; plane < 3; ++plane) {
-      RgbCoefficients c = coefficients;
-      if (plane != 0) {
-        std::copy_n(plane == 1 ? c.u : c.v, 4, c.y);
-        c.y_bias = c.chroma_bias >> 2;
-      }
-      convert_rows({{row_of(in, 0, y), row_of(in, 0, next)},
-                    {row_of(out, plane, y), row_of(out, plane, next)},
-                    unused.data(),
-                    nullptr,
-                    out.width,
-                    pixel_bytes},
-                   c);
-    }
-  }
+void RgbToYuv::convert_row_444(const RgbRow444& row) const {
+  const RgbCoefficients& c = coefficients;
+  const int done = kernels != nullptr ? kernels->rgb_to_yuv444(row, c) : 0;
+  const auto plain = pixel_bytes == 4 ? plain_rgb_row_444<4> : plain_rgb_row_444<3>;
+  plain(row, c, done);
 }
 
 void RgbToYuv::run(const AVFrame& in, AVFrame& out) {
   if (is_planar_444(static_cast<AVPixelFormat>(out.format))) {
-    run_444(in, out);
+    for (int y = 0; y < out.height; ++y) {
+      convert_row_444({row_of(in, 0, y), row_of(out, 0, y), row_of(out, 1, y), row_of(out, 2, y),
+                       out.width, pixel_bytes});
+    }
     return;
   }
   const bool planar = out.format != AV_PIX_FMT_NV12;

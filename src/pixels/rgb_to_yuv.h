@@ -1,8 +1,6 @@
 // Packed RGB of eight bits into planar YUV or NV12.
 #pragma once
 
-#include <vector>
-
 #include "picture_format.h"
 #include "picture_step.h"
 #include "row_kernels.h"
@@ -22,12 +20,11 @@ class RgbToYuv : public PictureStep {
 
  private:
   void convert_rows(const RgbRows& rows, const RgbCoefficients& c) const;
-  void run_444(const AVFrame& in, AVFrame& out);
+  void convert_row_444(const RgbRow444& row) const;
 
   const RowKernels* kernels;
   RgbCoefficients coefficients;
   int pixel_bytes;
-  std::vector<uint8_t> unused;  // a row of chroma
 };
 
 }  // namespace zeva

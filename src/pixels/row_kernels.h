@@ -31,6 +31,16 @@ struct RgbRows {
   int pixel_bytes;  // 3 or 4
 };
 
+// A row of pixels, with chroma for each. The bias of chroma is that of a sum of four.
+struct RgbRow444 {
+  const uint8_t* in;
+  uint8_t* y;
+  uint8_t* u;
+  uint8_t* v;
+  int width;
+  int pixel_bytes;  // 3 or 4
+};
+
 // Two rows of packed 4:2:2 (YUYV, or UYVY where luma is not first), whose chroma is averaged.
 struct PackedRows {
   const uint8_t* in[2];
@@ -68,30 +78,30 @@ struct YuvRow {
   const uint8_t* v;
 };
 
-// Fixed point of scaling: weights, rows that are scaled horizontally only, and the sums of such
-// rows.
-struct ScaleBits {
-  static constexpr int kWeight = 14;
-  static constexpr int kRow = 6;
-  static constexpr int kRowShift = kWeight - kRow;
-  static constexpr int kRowRounding = 1 << (kRowShift - 1);
-  static constexpr int kSum = kRow + kWeight - 15;  // a product's upper bits, rounded
-  static constexpr int kSumRounding = 1 << (kSum - 1);
+// Fixed point of scaling. A row that is scaled horizontally has words: so much for each step of a
+// byte as its filter's weights add up to, less the middle of all bytes, so that they reach as far
+// up as down. Sums of such rows, each product rounded, have kBits behind the point.
+struct ScaleSums {
+  static constexpr int kBits = 6;
+  static constexpr int kBias = (128 << kBits) + (1 << (kBits - 1));  // the middle, half a step
+  static constexpr int weights_for(int one) { return ((1 << (15 + kBits)) + one / 2) / one; }
 };
 
 // A row's horizontal filter. Four neighbours have a common start; `shuffles` has the places of each
-// one's first two samples in the 16 from there on, as bytes to make words by. The other taps
-// follow them. Eight neighbours have their weights side by side, two taps of each.
+// one's first two samples in the 16 from there on. The other taps follow them. Sixteen neighbours
+// have their weights side by side, two taps of each.
 struct RowTaps {
   static constexpr int kMultiple = 16;  // to which widths are filled up
   static size_t place(size_t x, size_t tap, size_t taps) {
-    return (x / 8 * (taps / 2) + tap / 2) * 16 + x % 8 * 2 + tap % 2;
+    return (x / 16 * (taps / 2) + tap / 2) * 32 + x % 16 * 2 + tap % 2;
   }
   const int32_t* starts;
   const uint8_t* shuffles;
-  const int16_t* weights;
-  int taps;       // even
-  bool is_dense;  // eight neighbours have the same start
+  const int8_t* weights;
+  int taps;        // even
+  bool is_dense;   // eight neighbours have the same start
+  int pair_shift;  // of each sum of two products; 0 where they are dense
+  int middle;      // subtracted from each sum
 };
 
 // Rows to add up, each with a weight.
@@ -105,6 +115,7 @@ struct RowSum {
 // P010, which has its ten bits at the top.
 struct RowKernels {
   int (*rgb_to_yuv)(const RgbRows& rows, const RgbCoefficients& coefficients);
+  int (*rgb_to_yuv444)(const RgbRow444& row, const RgbCoefficients& coefficients);
   int (*split)(const uint8_t* pairs, uint8_t* first, uint8_t* second, int count);
   int (*merge)(const uint8_t* first, const uint8_t* second, uint8_t* pairs, int count);
   int (*unpack)(const PackedRows& rows);
@@ -114,7 +125,8 @@ struct RowKernels {
   int (*recolour_luma)(const YuvRow& in, uint8_t* y, int width, const RecolourWeights& weights);
   int (*recolour_chroma)(const YuvRow& in, uint8_t* u, uint8_t* v, int count,
                          const RecolourWeights& weights);
-  // `width` is a multiple of RowTaps::kMultiple; 16 + taps bytes can be read from each start.
+  // `width` is a multiple of RowTaps::kMultiple; 16 + taps bytes can be read from each start,
+  // which may lie before `from`.
   int (*scale_row)(const uint8_t* from, const RowTaps& taps, int16_t* to, int width);
   int (*combine_rows)(const RowSum& sum, uint8_t* to, int width);
 };

@@ -25,6 +25,8 @@ ZEVA_OP V and_bits(V a, V b) { return _mm256_and_si256(a, b); }
 ZEVA_OP V add16(V a, V b) { return _mm256_add_epi16(a, b); }
 ZEVA_OP V add32(V a, V b) { return _mm256_add_epi32(a, b); }
 ZEVA_OP V madd(V a, V b) { return _mm256_madd_epi16(a, b); }
+// Bytes without a sign by bytes with one.
+ZEVA_OP V madd8(V a, V b) { return _mm256_maddubs_epi16(a, b); }
 template <int kBits>
 ZEVA_OP V shift_right16(V a) {
   return _mm256_srli_epi16(a, kBits);
@@ -42,6 +44,9 @@ ZEVA_OP V shift_left16(V a, int bits) { return _mm256_slli_epi16(a, bits); }
 template <int kBits>
 ZEVA_OP V shift_right16_signed(V a) {
   return _mm256_srai_epi16(a, kBits);
+}
+ZEVA_OP V shift_right16_signed(V a, int bits) {
+  return _mm256_sra_epi16(a, _mm_cvtsi32_si128(bits));
 }
 template <int kBits>
 ZEVA_OP V shift_right32_unsigned(V a) {
@@ -64,6 +69,11 @@ ZEVA_OP V pack32(V a, V b) { return _mm256_packs_epi32(a, b); }
 ZEVA_OP V narrow16(V a, V b) { return _mm256_permute4x64_epi64(pack16(a, b), 0xd8); }
 ZEVA_OP V narrow32(V a, V b) { return _mm256_permute4x64_epi64(pack32(a, b), 0xd8); }
 
+ZEVA_OP V narrow_four(V a, V b, V c, V d) {
+  return _mm256_permutevar8x32_epi32(pack16(pack32(a, b), pack32(c, d)),
+                                     _mm256_setr_epi32(0, 4, 1, 5, 2, 6, 3, 7));
+}
+
 // The bytes of half a register as words.
 ZEVA_OP V load_widened(const uint8_t* p) { return _mm256_cvtepu8_epi16(load_half(p)); }
 
@@ -72,12 +82,17 @@ ZEVA_OP void store_halves(uint8_t* first, uint8_t* second, V a) {
   store_half(second, _mm256_extracti128_si256(a, 1));
 }
 
-// Eight pixels of three bytes, with a zero after each. Reads four bytes more.
+// Sixteen bytes for each half of a register.
+ZEVA_OP V load_two(const uint8_t* first, const uint8_t* last) {
+  return _mm256_inserti128_si256(_mm256_castsi128_si256(load_half(first)), load_half(last), 1);
+}
+
+// Eight pixels of three bytes, with a zero after each; four of them from either end of the 24.
+constexpr int kRgb24ReadAhead = 0;  // pixels beyond these
 ZEVA_OP V load_rgb24(const uint8_t* p) {
-  const V both =
-      _mm256_inserti128_si256(_mm256_castsi128_si256(load_half(p)), load_half(p + 12), 1);
-  return _mm256_shuffle_epi8(both, _mm256_broadcastsi128_si256(_mm_setr_epi8(
-                                       0, 1, 2, -1, 3, 4, 5, -1, 6, 7, 8, -1, 9, 10, 11, -1)));
+  return _mm256_shuffle_epi8(
+      load_two(p, p + 8), _mm256_setr_epi8(0, 1, 2, -1, 3, 4, 5, -1, 6, 7, 8, -1, 9, 10, 11, -1, 4,
+                                           5, 6, -1, 7, 8, 9, -1, 10, 11, 12, -1, 13, 14, 15, -1));
 }
 
 // Sums of neighbours, in the order a01 a23 b01 b23, a45 a67 b45 b67.
@@ -109,13 +124,8 @@ ZEVA_OP void store_chroma(uint8_t* to_u, uint8_t* to_v, V u, V v) {
   }
 }
 
-// Sixteen bytes, for each 16 of a register.
-ZEVA_OP V load_twice(const uint8_t* p) { return _mm256_broadcastsi128_si256(load_half(p)); }
-
-// For the first four numbers of a register, and for the last four.
-ZEVA_OP V load_two(const uint8_t* first, const uint8_t* last) {
-  return _mm256_inserti128_si256(_mm256_castsi128_si256(load_half(first)), load_half(last), 1);
-}
+// Of each 16 bytes, the first eight of `a` and the last eight of `b`.
+ZEVA_OP V join_halves(V a, V b) { return _mm256_blend_epi32(a, b, 0xcc); }
 
 }  // namespace
 }  // namespace zeva

@@ -22,6 +22,8 @@ ZEVA_OP V and_bits(V a, V b) { return _mm_and_si128(a, b); }
 ZEVA_OP V add16(V a, V b) { return _mm_add_epi16(a, b); }
 ZEVA_OP V add32(V a, V b) { return _mm_add_epi32(a, b); }
 ZEVA_OP V madd(V a, V b) { return _mm_madd_epi16(a, b); }
+// Bytes without a sign by bytes with one.
+ZEVA_OP V madd8(V a, V b) { return _mm_maddubs_epi16(a, b); }
 template <int kBits>
 ZEVA_OP V shift_right16(V a) {
   return _mm_srli_epi16(a, kBits);
@@ -40,6 +42,7 @@ template <int kBits>
 ZEVA_OP V shift_right16_signed(V a) {
   return _mm_srai_epi16(a, kBits);
 }
+ZEVA_OP V shift_right16_signed(V a, int bits) { return _mm_sra_epi16(a, _mm_cvtsi32_si128(bits)); }
 template <int kBits>
 ZEVA_OP V shift_right32_unsigned(V a) {
   return _mm_srli_epi32(a, kBits);
@@ -61,6 +64,8 @@ ZEVA_OP V pack32(V a, V b) { return _mm_packs_epi32(a, b); }
 ZEVA_OP V narrow16(V a, V b) { return pack16(a, b); }
 ZEVA_OP V narrow32(V a, V b) { return pack32(a, b); }
 
+ZEVA_OP V narrow_four(V a, V b, V c, V d) { return pack16(pack32(a, b), pack32(c, d)); }
+
 // The bytes of half a register as words.
 ZEVA_OP V load_widened(const uint8_t* p) {
   return _mm_cvtepu8_epi16(_mm_loadl_epi64(reinterpret_cast<const V*>(p)));
@@ -71,7 +76,8 @@ ZEVA_OP void store_halves(uint8_t* first, uint8_t* second, V a) {
   _mm_storel_epi64(reinterpret_cast<__m128i*>(second), _mm_unpackhi_epi64(a, a));
 }
 
-// Four pixels of three bytes, with a zero after each. Reads four bytes more.
+// Four pixels of three bytes, with a zero after each.
+constexpr int kRgb24ReadAhead = 2;  // pixels beyond these, of which it reads
 ZEVA_OP V load_rgb24(const uint8_t* p) {
   return _mm_shuffle_epi8(load(p),
                           _mm_setr_epi8(0, 1, 2, -1, 3, 4, 5, -1, 6, 7, 8, -1, 9, 10, 11, -1));
@@ -106,14 +112,14 @@ ZEVA_OP void store_chroma(uint8_t* to_u, uint8_t* to_v, V u, V v) {
   }
 }
 
-// Sixteen bytes, for each 16 of a register.
-ZEVA_OP V load_twice(const uint8_t* p) { return load(p); }
-
-// For the first four numbers of a register, and for the last four: here these are the same.
+// Sixteen bytes for each half of a register of 32: here there is one only.
 ZEVA_OP V load_two(const uint8_t* first, const uint8_t* last) {
   (void)last;
   return load(first);
 }
+
+// The first eight bytes of `a` and the last eight of `b`.
+ZEVA_OP V join_halves(V a, V b) { return _mm_blend_epi16(a, b, 0xf0); }
 
 }  // namespace
 }  // namespace zeva
