@@ -1,13 +1,16 @@
 // The pieces that every frame or packet passes.
 #include <benchmark/benchmark.h>
 
+#include <algorithm>
 #include <cstdint>
+#include <iterator>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "av_error.h"
 #include "av_handles.h"
+#include "avc.h"
 #include "index_format.h"
 #include "logger.h"
 #include "packetqueue.h"
@@ -128,6 +131,22 @@ void index_record(benchmark::State& state) {
   }
 }
 BENCHMARK(index_record);
+
+// A coded picture of one slice.
+void split_access_units(benchmark::State& state) {
+  std::vector<uint8_t> stream(60000);
+  uint32_t random = 1;
+  for (uint8_t& byte : stream) {
+    byte = static_cast<uint8_t>((random = random * 1664525 + 1013904223) >> 24);
+  }
+  constexpr uint8_t kStart[] = {0, 0, 0, 1, 0x65, 0x88};
+  std::copy(std::begin(kStart), std::end(kStart), stream.begin());
+  for (auto _ : state) {
+    benchmark::DoNotOptimize(zeva::split_access_units(stream.data(), stream.size()));
+  }
+  state.SetBytesProcessed(state.iterations() * static_cast<int64_t>(stream.size()));
+}
+BENCHMARK(split_access_units)->Unit(benchmark::kMicrosecond);
 
 void log_above_threshold(benchmark::State& state) {
   for (auto _ : state) ZEVA_LOG(zeva::kLogDebug, "nb=%d, pts=%lld", 4096, 40000LL);

@@ -38,6 +38,26 @@ TEST(Avc, SplitsByteStreamsAtStartCodes) {
   }
 }
 
+// At every place of streams of every length, in memory of exactly that length.
+TEST(Avc, FindsStartCodesWhereverTheyAre) {
+  for (size_t length = 0; length <= 70; ++length) {
+    EXPECT_EQ(zeva::split_byte_stream(Bytes(length, 0).data(), length).size(), 0U);
+    EXPECT_EQ(zeva::split_byte_stream(Bytes(length, 1).data(), length).size(), 0U);
+    for (const Bytes& code : {Bytes{0, 0, 1}, Bytes{0, 0, 0, 1}, Bytes{2, 0, 0, 1}}) {
+      for (const uint8_t filler : {0x22, 0, 1, 0xFF}) {
+        for (size_t at = 0; at + code.size() <= length; ++at) {
+          Bytes stream(length, filler);
+          std::copy(code.begin(), code.end(), stream.begin() + static_cast<ptrdiff_t>(at));
+          const auto units = zeva::split_byte_stream(stream.data(), length);
+          ASSERT_EQ(units.size(), 1U) << length << " " << at << " " << int{filler};
+          EXPECT_EQ(units[0].data, stream.data() + at + code.size());
+          EXPECT_EQ(units[0].size_bytes, filler == 0 ? 0 : length - at - code.size());
+        }
+      }
+    }
+  }
+}
+
 // As letters: S, s a first and a further slice, P parameter sets, A a delimiter, X a prefix unit, E
 // an end of a sequence.
 Bytes stream_of(const std::string& units) {
