@@ -116,11 +116,20 @@ def table(head, rows):
     return "\n".join("| " + " | ".join(str(cell) for cell in line) + " |" for line in lines) + "\n"
 
 
+def shown(value, limit):
+    """With three digits, or as many as it takes to see on which side of the limit it is."""
+    for digits in range(3, 17):
+        text = f"{value:.{digits}g}"
+        if (float(text) < limit, float(text) > limit) == (value < limit, value > limit):
+            break
+    return text
+
+
 def aim(text, value, limit, at_least=False):
     """One line that says whether an aim was reached."""
     reached = value >= limit if at_least else value <= limit
     sign = ">=" if at_least else "<="
-    return f"- {text}: {value:.3g}, aim {sign} {limit:g}: **{'reached' if reached else 'missed'}**\n"
+    return f"- {text}: {shown(value, limit)}, aim {sign} {limit:g}: **{'reached' if reached else 'missed'}**\n"
 
 
 def pictures_of(path, count="frames"):

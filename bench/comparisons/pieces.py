@@ -26,7 +26,7 @@ def conversions(times):
     found = {}
     for name, time in times.items():
         words = [word for word in name.split("/") if word != "picture"]
-        way = next((word for word in words if word in ("swscale", *WAYS)), None)
+        way = next((word for word in words if word in ("swscale", "memcpy", *WAYS)), None)
         if way is not None:
             what = "/".join(word for word in words if word != way)
             found.setdefault(what, {})[way] = time
@@ -42,11 +42,16 @@ def pictures(bench, found):
         return "Not measured: this build's bench_pieces converts no pictures.\n"
     ours = [way for way in WAYS if any(way in ways for ways in found.values())]
     ratios = {what: [ways[way] / ways["swscale"] for way in ours if way in ways] for what, ways in found.items()}
-    text = b.table(["picture, height", "swscale, ms", *(f"{way}/swscale" for way in ours)],
-                   [[what, f"{ways['swscale'] / 1e3:.2f}", *(f"{ratio:.3f}" for ratio in ratios[what])]
-                    for what, ways in found.items()]) + "\n"
-    for kind, scaled, limit in (("same size", False, SAME_SIZE_AIM), ("scaled", True, SCALED_AIM)):
-        best = [ratio[0] for what, ratio in ratios.items() if is_scaled(what) == scaled]
+    copies = {what: ways["memcpy"] / ways["swscale"] for what, ways in found.items() if "memcpy" in ways}
+    text = b.table(["picture, height", "swscale, ms", *(f"{way}/swscale" for way in ours), "memcpy/swscale"],
+                   [[what, f"{ways['swscale'] / 1e3:.2f}", *(f"{ratio:.3f}" for ratio in ratios[what]),
+                     f"{copies[what]:.3f}" if what in copies else ""] for what, ways in found.items()]) + "\n"
+    possible = {what for what in ratios if copies.get(what, 0) <= SAME_SIZE_AIM}
+    for kind, scaled, limit, among in (
+            ("same size", False, SAME_SIZE_AIM, ratios),
+            ("same size, where a mere copy of the source keeps to the aim", False, SAME_SIZE_AIM, possible),
+            ("scaled", True, SCALED_AIM, ratios)):
+        best = [ratios[what][0] for what in among if is_scaled(what) == scaled]
         if best:
             text += b.aim(f"{kind}, slowest of {len(best)} against swscale", max(best), limit)
     svg.bars(bench.plot("pictures"), "Picture conversion on one thread, at the best level of this processor",
