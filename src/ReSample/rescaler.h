@@ -2,7 +2,7 @@
 #pragma once
 
 #include "av_handles.h"
-#include "picture_converter.h"
+#include "band_converter.h"
 
 namespace ZV {
 
@@ -34,7 +34,7 @@ class NxRescale {
 
   zeva::PictureFormat announced;
   zeva::PictureFormat wanted;
-  zeva::PictureConverter converter;  // from what the last picture was that had to be converted
+  zeva::BandConverter converter;  // from what the last picture was that had to be converted
   zeva::FramePtr out_frame;
   int out_refs = 2;  // references to out_frame's buffers that no filter of the host's keeps
 };

@@ -1,5 +1,7 @@
 #include "picture_converter.h"
 
+#include <algorithm>
+
 #include "av_error.h"
 #include "colour_matrix.h"
 #include "logger.h"
@@ -52,6 +54,11 @@ void PictureConverter::convert(const AVFrame& in, AVFrame& out) {
     stage.step->run(*picture, result);
     picture = &result;
   }
+}
+
+bool PictureConverter::goes_row_by_row() const {
+  return std::all_of(stages.begin(), stages.end(),
+                     [](const Stage& stage) { return stage.step->goes_row_by_row(); });
 }
 
 // ---- the way from one format to the other

@@ -26,6 +26,9 @@ class PictureConverter {
 
   const PictureFormat& source() const { return from; }
 
+  // Bands of an even number of rows can be converted each by itself.
+  bool goes_row_by_row() const;
+
  private:
   struct Stage {
     std::unique_ptr<PictureStep> step;

@@ -16,6 +16,9 @@ class PictureStep {
   PictureStep& operator=(const PictureStep&) = delete;
 
   virtual void run(const AVFrame& in, AVFrame& out) = 0;
+
+  // Every two rows of the result depend on the same two of the source alone.
+  virtual bool goes_row_by_row() const { return true; }
 };
 
 inline const uint8_t* row_of(const AVFrame& picture, int plane, int y) {

@@ -6,6 +6,7 @@
 
 #include <algorithm>
 
+#include "picture_rows.h"
 #include "repack.h"
 #include "rgb_to_yuv.h"
 
@@ -71,13 +72,12 @@ PlaneScaler::PlaneScaler(const PictureFormat& from, const PictureFormat& to, Cpu
   const PictureFormat planar = planar_source(from, to);
   unpack = make_unpacking(from, planar, level);
   make_strip(planar);
-  int most = 0;
-  for (int plane = 0; plane < 3; ++plane) {
+  for (int plane = 0; plane < 2; ++plane) {
     planes.emplace_back(width_of(planar, plane), height_of(planar, plane), width_of(to, plane),
                         height_of(to, plane));
-    most = std::max(most, planes.back().columns.taps);
   }
-  summands.resize(most);
+  planes.push_back(planes[1]);
+  summands.resize(std::max(planes[0].columns.taps, planes[1].columns.taps));
 }
 
 void PlaneScaler::make_strip(const PictureFormat& planar) {
@@ -95,26 +95,14 @@ void PlaneScaler::make_strip(const PictureFormat& planar) {
 void PlaneScaler::run(const AVFrame& in, AVFrame& out) {
   for (Plane& plane : planes) plane.next_in = plane.next_out = 0;
   for (int y = 0; y < in.height; y += kStripRows) {
-    look_at(in, y, std::min(kStripRows, in.height - y));
+    strip->height = std::min(kStripRows, in.height - y);
+    point_to_rows(*source, in, y, strip->height);
     unpack->run(*source, *strip);
     for (int p = 0; p < 3; ++p) {
       const int rows = height_of({0, strip->height, static_cast<AVPixelFormat>(strip->format)}, p);
       for (int row = 0; row < rows; ++row) take_row(p, row_of(*strip, p, row), out);
     }
   }
-}
-
-// Of `in` only `count` rows from `y` on, which is even.
-void PlaneScaler::look_at(const AVFrame& in, int y, int count) {
-  const int shift = av_pix_fmt_desc_get(static_cast<AVPixelFormat>(in.format))->log2_chroma_h;
-  for (int plane = 0; plane < 4 && in.data[plane] != nullptr; ++plane) {
-    const bool is_chroma = plane == 1 || plane == 2;
-    source->linesize[plane] = in.linesize[plane];
-    source->data[plane] = const_cast<uint8_t*>(row_of(in, plane, is_chroma ? y >> shift : y));
-  }
-  source->format = in.format;
-  source->width = in.width;
-  source->height = strip->height = count;
 }
 
 // The next row of a plane of the source, and the rows of the result that waited for it.

@@ -1,7 +1,6 @@
 // Pictures in another size.
 #pragma once
 
-#include <array>
 #include <cstdint>
 #include <memory>
 #include <vector>
@@ -23,6 +22,7 @@ class PlaneScaler : public PictureStep {
 
   PlaneScaler(const PictureFormat& from, const PictureFormat& to, CpuLevel level);
   void run(const AVFrame& in, AVFrame& out) override;
+  bool goes_row_by_row() const override { return false; }
 
  private:
   // A plane on its way: its filters, and the last rows of the source in the result's width.
@@ -39,7 +39,6 @@ class PlaneScaler : public PictureStep {
   };
 
   void make_strip(const PictureFormat& planar);
-  void look_at(const AVFrame& in, int y, int count);
   void take_row(int plane, const uint8_t* row, AVFrame& out);
   void scale_row(const uint8_t* from, int16_t* to, const RowFilter& filter) const;
   void combine_rows(const RowSum& sum, uint8_t* to, int width) const;

@@ -108,7 +108,7 @@ std::vector<SampleWeights> to_fixed_bytes(const std::vector<ExactWeights>& exact
 
 // All sums that weights may have, the kindest first. Some samples tell, since the fractions repeat.
 std::vector<int> possible_ones(const std::vector<ExactWeights>& exact, int divisor) {
-  constexpr size_t kEnough = 24;
+  constexpr size_t kEnough = 8;
   std::vector<std::pair<double, int>> errors;
   for (int one = RowFilter::kLeastOne; one <= RowFilter::kMostOne; ++one) {
     double error = 0;

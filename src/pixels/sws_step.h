@@ -15,6 +15,7 @@ class SwsStep : public PictureStep {
   static std::unique_ptr<SwsStep> make(const PictureFormat& from, const PictureFormat& to);
 
   void run(const AVFrame& in, AVFrame& out) override;
+  bool goes_row_by_row() const override { return false; }
 
  private:
   explicit SwsStep(SwsPtr scaler) : scaler(std::move(scaler)) {}
