@@ -90,35 +90,65 @@ def hlg_light(stored):
     return scene ** 1.2 * 1000 / 203
 
 
+def written(name, source, options=(), codec=("ffv1",), tags=()):
+    """Five times the raw picture, as ffmpeg is told to write it: input and output."""
+    pix_fmt, side = source
+    told = [word for pair in zip(("-colorspace", "-color_primaries", "-color_trc", "-color_range"),
+                                 tags) if pair[1] for word in pair]
+    given = ["-color_range", tags[3]] if len(tags) > 3 and tags[3] else []
+    return (["-f", "rawvideo", "-pix_fmt", pix_fmt, "-s", f"{8 * side}x{2 * side}", *given,
+             "-stream_loop", "4", "-i", name + ".raw"], [*options, "-c:v", *codec, *told, name])
+
+
+def write_all(*movies):
+    """By one command: starting it takes longer than its work."""
+    inputs = [word for taken, _ in movies for word in taken]
+    ffmpeg(*inputs, *[word for n, (_, made) in enumerate(movies) for word in ("-map", f"{n}:v", *made)])
+
+
+def shown_all(names):
+    """The tags, pixel format and decoded pictures of movies, by one command."""
+    inputs = [word for name in names for word in ("-i", name)]
+    text = ffmpeg("-xerror", *inputs, *[word for n, name in enumerate(names) for word in (
+        "-map", f"{n}:v", "-f", "rawvideo", name + ".decoded")])
+    found = re.findall(r"Stream #\d+:0.*: Video: .*?, (\w+)(?:\(([^()]*)\))?, \d+x\d+", text)
+    for name, (pix_fmt, said) in zip(names, found[:len(names)]):
+        words = [word for word in said.split(", ") if word not in ("progressive", "top first")]
+        ranges = [word for word in words if word in ("tv", "pc")]
+        colours = "".join(word for word in words if word not in ranges).split("/")
+        colours = [colour.replace("unknown", "") for colour in colours] * (3 // len(colours))
+        with open(name + ".decoded", "rb") as decoded:
+            yield (*colours, *ranges), pix_fmt, decoded.read()
+
+
 class ColoursTest(ToolTest):
-    def make(self, name, pix_fmt, matrix, full, tags, side=40, codec=("ffv1",), options=()):
-        bits = layout(pix_fmt)[2]
-        draw("raw", pix_fmt, [to_yuv(rgb, matrix, full, bits) for rgb in PATCHES], side)
-        self.wrap(name, pix_fmt, tags, side, codec, options)
-
     @staticmethod
-    def wrap(name, pix_fmt, tags, side, codec=("ffv1",), options=()):
-        told = [word for pair in zip(("-colorspace", "-color_primaries", "-color_trc",
-                                      "-color_range"), tags) if pair[1] for word in pair]
-        given = ["-color_range", tags[3]] if len(tags) > 3 and tags[3] else []
-        ffmpeg("-f", "rawvideo", "-pix_fmt", pix_fmt, "-s", f"{8 * side}x{2 * side}", *given,
-               "-stream_loop", "4", "-i", "raw", *options, "-c:v", *codec, *told, name)
+    def movie(name, pix_fmt, matrix, full, tags, side=40, codec=("ffv1",), options=()):
+        bits = layout(pix_fmt)[2]
+        draw(name + ".raw", pix_fmt, [to_yuv(rgb, matrix, full, bits) for rgb in PATCHES], side)
+        return written(name, (pix_fmt, side), options=options, codec=codec, tags=tags)
 
-    def recorded(self, source, *arguments, side=40, turned=False, output="out.mkv"):
-        """The movie's tags, pixel format and patches, of its last picture."""
+    def make(self, *arguments, **more):
+        write_all(self.movie(*arguments, **more))
+
+    def record_to(self, output, source, *arguments):
         quality = ["--bitrate", "20000"] if output.endswith("mpg") else ["--rc", "cqp", "--qp", "1"]
         self.record("--input", source, "--fast", "-y", *quality, *arguments, "-o", output)
-        video = Movie(output).video
-        ffmpeg("-i", output, "-f", "rawvideo", "-pix_fmt", video["pix_fmt"], "decoded")
-        with open("decoded", "rb") as decoded:
-            pictures = decoded.read()
-        tags = tuple(video.get(tag, "") for tag in TAGS)
-        wide, high, bits = layout(video["pix_fmt"])
+
+    @staticmethod
+    def patches_of(shown, side=40, turned=False):
+        """The movie's tags, pixel format and patches, of its last picture."""
+        tags, pix_fmt, pictures = shown
+        wide, high, bits = layout(pix_fmt)
         size = 16 * side * side * (1 + 2 / wide / high) * (1 + (bits > 8))
         matrix = tags[0] or "smpte170m"  # of small pictures that do not say
-        patches = [to_rgb(yuv, matrix, tags[3] == "pc", bits)
-                   for yuv in pick(pictures[-int(size):], video["pix_fmt"], side, turned)]
-        return tags, video["pix_fmt"], patches
+        patches = [to_rgb(yuv, matrix, tags[3:] == ("pc",), bits)
+                   for yuv in pick(pictures[-int(size):], pix_fmt, side, turned)]
+        return tags, pix_fmt, patches
+
+    def recorded(self, source, *arguments, side=40, turned=False, output="out.mkv"):
+        self.record_to(output, source, *arguments)
+        return self.patches_of(next(shown_all([output])), side, turned)
 
     def assert_colours(self, patches, true_ones=PATCHES):
         for rgb, found in zip(true_ones, patches):
@@ -130,18 +160,21 @@ class ColoursTest(ToolTest):
         for matrix in "smpte170m", "bt470bg", "bt709", "bt2020nc":
             rest = {"bt709": ("bt709", "bt709"), "bt2020nc": ("bt2020", "bt2020-10")}.get(
                 matrix, ("smpte170m", "smpte170m"))
-            for full in (False, True):
-                for pix_fmt, profile in [("yuv420p", ""), ("yuv422p", ""), ("yuv444p", "high444"),
-                                         ("yuv420p10le", ""), ("yuv422p10le", "high10"),
-                                         ("yuv420p", "high422"), ("yuv444p12le", "")]:
-                    with self.subTest(matrix, full=full, pix_fmt=pix_fmt, profile=profile):
-                        self.make("in.mkv", pix_fmt, matrix, full,
-                                  (matrix, *rest, "pc" if full else "tv"))
-                        tags, pixels, patches = self.recorded(
-                            "in.mkv", *(["--profile", profile] if profile else []))
-                        self.assertEqual(tags, (matrix, *rest, "tv"))
-                        self.assertEqual(pixels, high.get(profile, "yuv420p"))
-                        self.assert_colours(patches)
+            cases = [(f"{n}{full}.mkv", *case, full) for full in (False, True)
+                     for n, case in enumerate([
+                         ("yuv420p", ""), ("yuv422p", ""), ("yuv444p", "high444"), ("yuv420p10le", ""),
+                         ("yuv422p10le", "high10"), ("yuv420p", "high422"), ("yuv444p12le", "")])]
+            write_all(*(self.movie(name, pix_fmt, matrix, full, (matrix, *rest, "pc" if full else "tv"))
+                        for name, pix_fmt, _, full in cases))
+            for name, _, profile, _ in cases:
+                self.record_to("out" + name, name, *(["--profile", profile] if profile else []))
+            all_shown = shown_all(["out" + case[0] for case in cases])
+            for (_, pix_fmt, profile, full), shown in zip(cases, all_shown):
+                with self.subTest(matrix, full=full, pix_fmt=pix_fmt, profile=profile):
+                    tags, pixels, patches = self.patches_of(shown)
+                    self.assertEqual(tags, (matrix, *rest, "tv"))
+                    self.assertEqual(pixels, high.get(profile, "yuv420p"))
+                    self.assert_colours(patches)
 
     def test_a_matrix_that_few_players_know_becomes_a_usual_one(self):
         for full in False, True:
@@ -209,19 +242,21 @@ class ColoursTest(ToolTest):
         for transfer, white, light in [("smpte2084", 0.5807, pq_light),
                                        ("arib-std-b67", 0.75, hlg_light)]:
             tags = "bt2020nc", "bt2020", transfer, "tv"
-            for pix_fmt, arguments, wanted in [
-                    ("yuv420p10le", "", "yuv420p10le"), ("yuv422p10le", "", "yuv420p10le"),
-                    ("yuv444p12le", "--profile high444", "yuv444p10le"),
-                    ("yuv420p", "--profile high422", "yuv422p10le"),
-                    ("yuv420p10le", "--profile high", "yuv420p"),
-                    ("yuv444p12le", "--profile main", "yuv420p"),
-                    ("yuv420p10le", "--vcodec mpeg2video", "yuv420p")]:
+            stored = [[part * white for part in rgb] for rgb in PATCHES]
+            cases = [("yuv420p10le", "", "yuv420p10le"), ("yuv422p10le", "", "yuv420p10le"),
+                     ("yuv444p12le", "--profile high444", "yuv444p10le"),
+                     ("yuv420p", "--profile high422", "yuv422p10le"),
+                     ("yuv420p10le", "--profile high", "yuv420p"),
+                     ("yuv444p12le", "--profile main", "yuv420p"),
+                     ("yuv420p10le", "--vcodec mpeg2video", "yuv420p")]
+            names = [f"{n}.mkv" for n in range(len(cases))]
+            write_all(*(self.hdr_movie(name, case[0], stored, tags) for name, case in zip(names, cases)))
+            for name, (_, arguments, _) in zip(names, cases):
+                self.record_to("out" + name, name, *arguments.split())
+            all_shown = shown_all(["out" + name for name in names])
+            for (pix_fmt, arguments, wanted), shown in zip(cases, all_shown):
                 with self.subTest(transfer, pix_fmt=pix_fmt, arguments=arguments):
-                    bits = layout(pix_fmt)[2]
-                    stored = [[part * white for part in rgb] for rgb in PATCHES]
-                    draw("raw", pix_fmt, [to_yuv(rgb, "bt2020nc", False, bits) for rgb in stored], 40)
-                    self.wrap("in.mkv", pix_fmt, tags, 40)
-                    found, pixels, patches = self.recorded("in.mkv", *arguments.split())
+                    found, pixels, patches = self.patches_of(shown)
                     self.assertEqual(pixels, wanted)
                     if "10le" in wanted:
                         self.assertEqual(found, tags)
@@ -229,6 +264,47 @@ class ColoursTest(ToolTest):
                     else:
                         self.assertEqual(found, OF_709)
                         self.assert_shown(patches, [light(part[0]) for part in stored[8:]])
+
+    @staticmethod
+    def hdr_movie(name, pix_fmt, stored, tags, codec=("ffv1",)):
+        bits = layout(pix_fmt)[2]
+        draw(name + ".raw", pix_fmt, [to_yuv(rgb, "bt2020nc", False, bits) for rgb in stored], 40)
+        return written(name, (pix_fmt, 40), codec=codec, tags=tags)
+
+    def test_light_that_changes_within_a_movie(self):
+        """High dynamic range behind other pictures is made like them, and the other way round."""
+        lossless = "libx264", "-qp", "0"
+        for transfer, white, light in [("smpte2084", 0.5807, pq_light),
+                                       ("arib-std-b67", 0.75, hlg_light)]:
+            tags = "bt2020nc", "bt2020", transfer, "tv"
+            stored = [[part * white for part in rgb] for rgb in PATCHES]
+            write_all(self.hdr_movie("hdr.ts", "yuv420p10le", stored, tags, lossless),
+                      self.movie("sdr.ts", "yuv420p", "bt709", False, OF_709, codec=lossless))
+            for first, second, profile in [("sdr", "hdr", "high"), ("hdr", "sdr", "high"),
+                                           ("hdr", "sdr", "high10")]:
+                with self.subTest(transfer, first=first, profile=profile):
+                    with open("in.ts", "wb") as joined:
+                        for part in first, second:
+                            with open(part + ".ts", "rb") as movie:
+                                joined.write(movie.read())
+                    found, _, patches = self.recorded("in.ts", "--profile", profile)
+                    self.assertEqual(found, tags if profile == "high10" else OF_709)
+                    if second == "hdr":
+                        self.assert_shown(patches, [light(part[0]) for part in stored[8:]])
+                    elif profile == "high":
+                        self.assert_colours(patches)
+                    else:
+                        self.assert_lit(patches, light)
+
+    def assert_lit(self, patches, light):
+        """What was shown with a gamma of 2.4 has that light, with white at 203 cd/m2."""
+        for patch, found in zip(PATCHES[8:], patches[8:]):
+            self.assertLess(max(found) - min(found), 2.5 / 255)
+            self.assertAlmostEqual(light(found[1]) ** (1 / 2.4), patch[0], delta=3 / 255)
+        for bar, found in zip(BARS[1:7], patches[1:7]):
+            on = [part for part, lit in zip(found, bar) if lit]
+            off = [part for part, lit in zip(found, bar) if not lit]
+            self.assertGreater(min(on), max(off) + 0.05, (bar, found))
 
     def assert_shown(self, patches, lights):
         """Greys are neutral and, up to near white, as bright as they were; bars keep their hue."""

@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstddef>
+#include <future>
 #include <numeric>
 
 #include "colour_math.h"
@@ -72,8 +73,9 @@ ColourChange::ColourChange(const Kind& from, const Kind& to, double source_peak)
       by_light(from.colours.transfer != to.colours.transfer ||
                from.colours.primaries != to.colours.primaries ||
                from.colours.matrix != AVCOL_SPC_YCGCO),
-      into_709(from.colours.transfer != to.colours.transfer ||
-               from.colours.primaries != to.colours.primaries),
+      other_light(from.colours.transfer != to.colours.transfer ||
+                  from.colours.primaries != to.colours.primaries),
+      rolls_off(other_light && !to.colours.is_hdr()),
       peak(static_cast<float>(source_peak)) {
   bool full = from.colours.range == AVCOL_RANGE_JPEG;
   double one = 1 << (from.depth - 8);
@@ -97,16 +99,26 @@ ColourChange::ColourChange(const Kind& from, const Kind& to, double source_peak)
   make_curves();
 }
 
+// Between the two, light is in units of reference white where it changes, else of the brightest
+// that can be stored. Of high dynamic range the target's brightest is so much brighter that only
+// the fourth root is fine enough in the dark.
 void ColourChange::make_curves() {
   if (!by_light) return;
-  bool hlg = source.colours.transfer == AVCOL_TRC_ARIB_STD_B67;
-  double whites = into_709 ? whites_of(source.colours.transfer) : 1;
+  const bool from_hlg = source.colours.transfer == AVCOL_TRC_ARIB_STD_B67;
+  const bool to_hlg = target.colours.transfer == AVCOL_TRC_ARIB_STD_B67;
+  const double whites = other_light ? whites_of(source.colours.transfer) : 1;
+  const double target_whites = other_light ? whites_of(target.colours.transfer) : 1;
   for (int i = 0; i <= kSteps; ++i) {
     double part = static_cast<double>(i) / kSteps;
-    curve.push_back(static_cast<float>(light_of(source.colours, part) * (hlg ? 1 : whites)));
-    inverse_curve.push_back(static_cast<float>(
-        stored_of(into_709 ? target.colours : source.colours, std::pow(part, into_709 ? 2 : 4))));
-    if (hlg && into_709) system.push_back(static_cast<float>(system_gain(part) * whites));
+    curve.push_back(static_cast<float>(light_of(source.colours, part) * (from_hlg ? 1 : whites)));
+    inverse_curve.push_back(static_cast<float>(stored_of(
+        other_light ? target.colours : source.colours, std::pow(part, rolls_off ? 2 : 4))));
+    if (!other_light) continue;
+    if (from_hlg) system.push_back(static_cast<float>(system_gain(part) * whites));
+    if (to_hlg) no_system.push_back(static_cast<float>(system_loss(part)));
+  }
+  for (auto& row : to_target) {
+    for (float& value : row) value /= static_cast<float>(target_whites);
   }
 }
 
@@ -155,26 +167,28 @@ void ColourChange::change(Block& rgb) const {
   if (!by_light) return;
   for (auto& values : rgb) look_up(curve.data(), values);
   multiply(to_rgb, rgb);
-  if (into_709) {
-    if (!system.empty()) brighten(rgb);
+  if (other_light) {
+    if (!system.empty()) brighten(rgb, system);
     multiply(to_target, rgb);
-    fit_709(rgb);
+    if (rolls_off) fit_709(rgb);
+    if (!no_system.empty()) brighten(rgb, no_system);
   }
   for (auto& values : rgb) {
     for (float& value : values) value = std::sqrt(std::max(value, 0.0F));
-    if (!into_709) {
+    if (!rolls_off) {
       for (float& value : values) value = std::sqrt(value);
     }
     look_up(inverse_curve.data(), values);
   }
 }
 
-void ColourChange::brighten(Block& rgb) const {
+// By a table of the luminance, which is that of BT.2020.
+void ColourChange::brighten(Block& rgb, const std::vector<float>& gain_by_luminance) {
   std::array<float, kBlock> gains;
   for (int i = 0; i < kBlock; ++i) {
     gains[i] = 0.2627F * rgb[0][i] + 0.6780F * rgb[1][i] + 0.0593F * rgb[2][i];
   }
-  look_up(system.data(), gains);
+  look_up(gain_by_luminance.data(), gains);
   for (auto& values : rgb) {
     for (int i = 0; i < kBlock; ++i) values[i] *= gains[i];
   }
@@ -250,10 +264,19 @@ void ColourChange::put_chroma(const Vector& rgb, Out& u, Out& v) const {
 }
 
 template <typename In, typename Out>
+void ColourChange::convert_rows(const AVFrame& from, AVFrame& to, int begin, int end) const {
+  for (int row = begin; row < end; ++row) convert_row<In, Out>(from, to, row);
+}
+
+// The lower half by a second thread, where the system has one to give.
+template <typename In, typename Out>
 void ColourChange::convert(const AVFrame& from, AVFrame& to) const {
   const AVPixFmtDescriptor& d = *av_pix_fmt_desc_get(static_cast<AVPixelFormat>(from.format));
-  int rows = AV_CEIL_RSHIFT(from.height, d.log2_chroma_h);
-  for (int row = 0; row < rows; ++row) convert_row<In, Out>(from, to, row);
+  const int rows = AV_CEIL_RSHIFT(from.height, d.log2_chroma_h);
+  const std::future<void> lower =
+      std::async([&, rows] { convert_rows<In, Out>(from, to, rows / 2, rows); });
+  convert_rows<In, Out>(from, to, 0, rows / 2);
+  lower.wait();
 }
 
 void ColourChange::apply(const AVFrame& from, AVFrame& to) const {

@@ -203,4 +203,9 @@ double whites_of(AVColorTransferCharacteristic transfer) {
 
 double system_gain(double luminance) { return std::pow(luminance, kHlgGamma - 1); }
 
+double system_loss(double luminance) {
+  constexpr double kDarkest = 1e-4;  // below, the loss would grow without limit
+  return std::pow(std::max(luminance, kDarkest), 1 / kHlgGamma - 1);
+}
+
 }  // namespace zeva_tool

@@ -40,4 +40,7 @@ double whites_of(AVColorTransferCharacteristic transfer);
 // By how much a display of hybrid log-gamma brightens a scene of that luminance (ITU-R BT.2100).
 double system_gain(double luminance);
 
+// By how much light of that luminance on such a display is darker in the scene; both 0..1.
+double system_loss(double luminance);
+
 }  // namespace zeva_tool

@@ -119,6 +119,29 @@ Colours colours_of(const AVFrame& frame) {
   return c;
 }
 
+Colours later_colours(const AVFrame& picture, const Colours& first) {
+  if (is_rgb(static_cast<AVPixelFormat>(picture.format))) return first;
+  Colours c = colours_of(picture);
+  const bool same_matrix =
+      c.matrix == AVCOL_SPC_UNSPECIFIED || c.matrix == AVCOL_SPC_RGB || c.matrix == first.matrix;
+  if (same_matrix && c.primaries == AVCOL_PRI_UNSPECIFIED) c.primaries = first.primaries;
+  if (same_matrix && c.primaries == first.primaries && c.transfer == AVCOL_TRC_UNSPECIFIED) {
+    c.transfer = first.transfer;
+  }
+  if (same_matrix) c.matrix = first.matrix;
+  if (c.range == AVCOL_RANGE_UNSPECIFIED) c.range = first.range;
+  if (c.is_hdr() && c.primaries == AVCOL_PRI_UNSPECIFIED) c.primaries = AVCOL_PRI_BT2020;
+  return c;
+}
+
+bool differ_in_light(const Colours& from, const Colours& to) {
+  if (from.is_hdr() != to.is_hdr() || is_unusual(from.matrix) != is_unusual(to.matrix)) return true;
+  if (is_unusual(from.matrix) && from.matrix != to.matrix) return true;
+  if (from.is_hdr() && from.transfer != to.transfer) return true;
+  const bool wide = is_wide(from.primaries);
+  return wide != is_wide(to.primaries) || (wide && from.primaries != to.primaries);
+}
+
 ColourPlan plan_colours(const AVFrame& picture, const ColourLimits& asked) {
   ColourLimits limits = asked;
   if (limits.width == 0) limits.width = picture.width;

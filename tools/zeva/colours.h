@@ -33,6 +33,13 @@ struct ColourPlan {
 // The colours that a frame says it has.
 Colours colours_of(const AVFrame& frame);
 
+// The colours of a later picture of a movie whose first has those of `first`.
+Colours later_colours(const AVFrame& picture, const Colours& first);
+
+// More than a matrix and a range lies between the two. Of the primaries of cameras for BT.709 and
+// BT.601, which hardly differ, players make none either.
+bool differ_in_light(const Colours& from, const Colours& to);
+
 // A movie keeps its colours, in limited range: that is what all encoders and players take, while
 // many players show the full range with a shift, tagged or not. RGB becomes BT.709. A source that
 // says nothing is taken for what players would take it for. High dynamic range is kept where ten

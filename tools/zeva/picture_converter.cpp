@@ -60,32 +60,67 @@ bool PictureConverter::Kind::operator==(const Kind& other) const {
 
 PictureConverter::Pictures PictureConverter::configure(const AVFrame& first, const Wanted& what) {
   wanted = what;
-  plan = plan_colours(first, wanted.limits);
-  const AVPixelFormat decoded =
-      GreyPictures::format_with_chroma(static_cast<AVPixelFormat>(first.format));
-  AVPixelFormat pixels = is_palette_like(decoded) ? AV_PIX_FMT_BGRA : decoded;
-  if (plan.not_by_matrix) pixels = change_format(pixels);
-  common = {first.width, first.height, turned_format(pixels, wanted.turns), plan.source.matrix,
-            plan.source.range};
-  output = {first.width, first.height, common.pixels, plan.source, plan.movie};
-  if (wanted.turns & 1) std::swap(output.width, output.height);
-  if (!plan.not_by_matrix) return output;
-  int depth = depth_of(common.pixels);
-  bool deep = wanted.limits.ten_bits && depth > 8;
-  const AVPixFmtDescriptor& d = *av_pix_fmt_desc_get(common.pixels);
-  output.pixels = planar_format(false, d.log2_chroma_w, d.log2_chroma_h, deep ? 10 : 8);
-  output.colours = plan.movie;
-  change = std::make_unique<ColourChange>(ColourChange::Kind{plan.source, depth},
-                                          ColourChange::Kind{plan.movie, deep ? 10 : 8},
-                                          wanted.peak_nits / kReferenceWhiteNits);
+  const ColourPlan plan = plan_colours(first, wanted.limits);
+  const bool changes = plan.not_by_matrix;
+  ways.clear();
+  add_way(first, plan.source, changes ? plan.movie : plan.source);
+  const Kind& kind = changes ? ways[0].changed : ways[0].turned;
+  output = {kind.width, kind.height, kind.pixels, changes ? plan.movie : plan.source, plan.movie};
   return output;
+}
+
+// Of chroma as it is in the frame. The change keeps more than eight bits where there were more.
+void PictureConverter::add_way(const AVFrame& frame, const Colours& colours,
+                               const Colours& target) {
+  const AVPixelFormat decoded =
+      GreyPictures::format_with_chroma(static_cast<AVPixelFormat>(frame.format));
+  const bool changes = differ_in_light(colours, target);
+  AVPixelFormat pixels = is_palette_like(decoded) ? AV_PIX_FMT_BGRA : decoded;
+  if (changes) pixels = change_format(pixels);
+  const Kind& first = ways.empty() ? Kind{frame.width, frame.height} : ways[0].common;
+  Way way;
+  way.colours = colours;
+  way.common = {first.width, first.height, turned_format(pixels, wanted.turns), colours.matrix,
+                colours.range};
+  way.turned = way.common;
+  if (wanted.turns & 1) std::swap(way.turned.width, way.turned.height);
+  way.changed = way.turned;
+  if (changes) {
+    const int depth = depth_of(way.common.pixels);
+    const bool deep =
+        ways.empty() ? wanted.limits.ten_bits && depth > 8 : depth_of(output.pixels) > 8;
+    const int target_depth = deep ? 10 : 8;
+    const AVPixFmtDescriptor& d = *av_pix_fmt_desc_get(way.common.pixels);
+    way.changed.pixels = planar_format(false, d.log2_chroma_w, d.log2_chroma_h, target_depth);
+    way.changed.matrix = target.matrix;
+    way.changed.range = AVCOL_RANGE_MPEG;
+    way.change = std::make_unique<ColourChange>(
+        ColourChange::Kind{colours, depth}, ColourChange::Kind{target, target_depth},
+        colours.is_hdr() ? wanted.peak_nits / kReferenceWhiteNits : 1);
+  }
+  ways.push_back(std::move(way));
+}
+
+// A later picture without a change of light goes the way of the first one if that has none either.
+PictureConverter::Way& PictureConverter::way_for(const AVFrame& frame) {
+  const Colours colours = later_colours(frame, ways[0].colours);
+  for (Way& way : ways) {
+    if (!differ_in_light(colours, way.colours)) return way;
+  }
+  add_way(frame, colours, output.colours);
+  return ways.back();
 }
 
 AVFrame* PictureConverter::convert(const AVFrame& frame, const AVFrame* next) {
   const AVFrame* picture = greys.with_chroma(*whole(frame, next));
-  if (picture) picture = conform(*picture);
-  if (picture && wanted.turns) picture = make_upright(*picture);
-  if (picture && change) picture = recolour(*picture);
+  if (!picture) return nullptr;
+  Way& way = way_for(*picture);
+  picture = way.conform.convert(*picture, kind_of(*picture, way), way.common);
+  if (picture && wanted.turns) picture = make_upright(*picture, way);
+  if (picture && way.change) picture = recolour(*picture, way);
+  const Kind wanted_kind{output.width, output.height, output.pixels, output.colours.matrix,
+                         output.colours.range};
+  if (picture) picture = way.finish.convert(*picture, way.changed, wanted_kind);
   return picture ? show(*picture) : nullptr;
 }
 
@@ -99,63 +134,65 @@ const AVFrame* PictureConverter::whole(const AVFrame& frame, const AVFrame* next
 }
 
 // A frame that does not say of itself is as the first one.
-PictureConverter::Kind PictureConverter::kind_of(const AVFrame& frame) const {
+PictureConverter::Kind PictureConverter::kind_of(const AVFrame& frame, const Way& way) const {
   Colours c = colours_of(frame);
   Kind kind{frame.width, frame.height, static_cast<AVPixelFormat>(frame.format), c.matrix, c.range};
   bool rgb = is_rgb(kind.pixels);
   bool told = kind.matrix != AVCOL_SPC_UNSPECIFIED && kind.matrix != AVCOL_SPC_RGB;
-  if (rgb || !told) kind.matrix = common.matrix;
+  if (rgb || !told) kind.matrix = way.common.matrix;
   if (is_palette_like(kind.pixels)) kind.matrix = AVCOL_SPC_SMPTE170M;
-  if (rgb || kind.range == AVCOL_RANGE_UNSPECIFIED) kind.range = common.range;
+  if (rgb || kind.range == AVCOL_RANGE_UNSPECIFIED) kind.range = way.common.range;
   return kind;
 }
 
 // The ranges come first: a scaler that is made for two equal ones only copies.
-bool PictureConverter::prepare_scaler(const Kind& from) {
-  if (scaler && from == scaled_from) return true;
-  scaler.reset(sws_alloc_context());
-  if (!scaler) return false;
+bool PictureConverter::Scaler::prepare(const Kind& kind, const Kind& wanted) {
+  if (sws && kind == from && wanted == to) return true;
+  sws.reset(sws_alloc_context());
+  if (!sws) return false;
   const std::pair<const char*, int64_t> settings[] = {
-      {"srcw", from.width},
-      {"srch", from.height},
-      {"src_format", from.pixels},
-      {"src_range", from.range == AVCOL_RANGE_JPEG},
-      {"dstw", common.width},
-      {"dsth", common.height},
-      {"dst_format", common.pixels},
-      {"dst_range", common.range == AVCOL_RANGE_JPEG},
+      {"srcw", kind.width},
+      {"srch", kind.height},
+      {"src_format", kind.pixels},
+      {"src_range", kind.range == AVCOL_RANGE_JPEG},
+      {"dstw", wanted.width},
+      {"dsth", wanted.height},
+      {"dst_format", wanted.pixels},
+      {"dst_range", wanted.range == AVCOL_RANGE_JPEG},
       {"sws_flags", SWS_BICUBIC | SWS_ACCURATE_RND | SWS_FULL_CHR_H_INT}};
-  for (const auto& [name, value] : settings) av_opt_set_int(scaler.get(), name, value, 0);
-  if (sws_init_context(scaler.get(), nullptr, nullptr) < 0) {
-    scaler.reset();
+  for (const auto& [name, value] : settings) av_opt_set_int(sws.get(), name, value, 0);
+  if (sws_init_context(sws.get(), nullptr, nullptr) < 0) {
+    sws.reset();
     return false;
   }
-  sws_setColorspaceDetails(scaler.get(), sws_getCoefficients(from.matrix),
-                           from.range == AVCOL_RANGE_JPEG, sws_getCoefficients(common.matrix),
-                           common.range == AVCOL_RANGE_JPEG, 0, kNeutral, kNeutral);
-  scaled_from = from;
+  sws_setColorspaceDetails(sws.get(), sws_getCoefficients(kind.matrix),
+                           kind.range == AVCOL_RANGE_JPEG, sws_getCoefficients(wanted.matrix),
+                           wanted.range == AVCOL_RANGE_JPEG, 0, kNeutral, kNeutral);
+  from = kind;
+  to = wanted;
   return true;
 }
 
-const AVFrame* PictureConverter::conform(const AVFrame& frame) {
-  Kind kind = kind_of(frame);
-  if (kind == common) return &frame;
-  AVFrame* target = room(conformed, common.width, common.height, common.pixels);
-  if (!target || !prepare_scaler(kind)) return nullptr;
-  int lines = sws_scale(scaler.get(), frame.data, frame.linesize, 0, frame.height, target->data,
+// The frame itself, where it is of the kind that is wanted.
+const AVFrame* PictureConverter::Scaler::convert(const AVFrame& frame, const Kind& kind,
+                                                 const Kind& wanted) {
+  if (kind == wanted) return &frame;
+  AVFrame* target = room(result, wanted.width, wanted.height, wanted.pixels);
+  if (!target || !prepare(kind, wanted)) return nullptr;
+  int lines = sws_scale(sws.get(), frame.data, frame.linesize, 0, frame.height, target->data,
                         target->linesize);
   return lines < 0 ? nullptr : target;
 }
 
-const AVFrame* PictureConverter::make_upright(const AVFrame& frame) {
-  AVFrame* target = room(upright, output.width, output.height, common.pixels);
+const AVFrame* PictureConverter::make_upright(const AVFrame& frame, Way& way) {
+  AVFrame* target = room(way.upright, way.turned.width, way.turned.height, way.turned.pixels);
   if (target) turn(frame, *target, wanted.turns);
   return target;
 }
 
-const AVFrame* PictureConverter::recolour(const AVFrame& frame) {
-  AVFrame* target = room(recoloured, output.width, output.height, output.pixels);
-  if (target) change->apply(frame, *target);
+const AVFrame* PictureConverter::recolour(const AVFrame& frame, Way& way) {
+  AVFrame* target = room(way.recoloured, way.changed.width, way.changed.height, way.changed.pixels);
+  if (target) way.change->apply(frame, *target);
   return target;
 }
 

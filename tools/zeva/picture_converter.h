@@ -2,11 +2,13 @@
 // instead of fields, and of colours that a matrix can turn into the movie's. As good as all
 // pictures are so already and pass through untouched.
 //
-// All pictures become like the first one: a later one of another size, format or matrix is
-// converted. Owns the frames that it converts into. One thread.
+// All pictures become like the first one: a later one of another size, format, matrix or light (of
+// high dynamic range, where the first was not) is converted. Owns the frames that it converts into.
+// One thread.
 #pragma once
 
 #include <memory>
+#include <vector>
 
 #include "av.h"
 #include "colour_change.h"
@@ -51,26 +53,43 @@ class PictureConverter {
     bool operator==(const Kind& other) const;
   };
 
-  Kind kind_of(const AVFrame& frame) const;
-  bool prepare_scaler(const Kind& from);
+  // Into planes or samples of another kind, of the same light.
+  struct Scaler {
+    const AVFrame* convert(const AVFrame& frame, const Kind& kind, const Kind& wanted);
+    bool prepare(const Kind& kind, const Kind& wanted);
+
+    Kind from;
+    Kind to;
+    SwsPtr sws;
+    FramePtr result;
+  };
+
+  // From pictures of one light to those that come out.
+  struct Way {
+    Colours colours;
+    Kind common;  // of all its pictures before they are turned
+    Kind turned;
+    Kind changed;  // after the change, if there is one
+    std::unique_ptr<ColourChange> change;
+    Scaler conform;
+    Scaler finish;
+    FramePtr upright;
+    FramePtr recoloured;
+  };
+
+  void add_way(const AVFrame& frame, const Colours& colours, const Colours& target);
+  Way& way_for(const AVFrame& frame);
+  Kind kind_of(const AVFrame& frame, const Way& way) const;
   const AVFrame* whole(const AVFrame& frame, const AVFrame* next);
-  const AVFrame* conform(const AVFrame& frame);
-  const AVFrame* make_upright(const AVFrame& frame);
-  const AVFrame* recolour(const AVFrame& frame);
+  const AVFrame* make_upright(const AVFrame& frame, Way& way);
+  static const AVFrame* recolour(const AVFrame& frame, Way& way);
   AVFrame* show(const AVFrame& frame);
 
   Wanted wanted;
-  ColourPlan plan;
-  Kind common;  // of all pictures before they are turned
   Pictures output;
   Deinterlacer deinterlacer;
   GreyPictures greys;
-  Kind scaled_from;
-  SwsPtr scaler;
-  std::unique_ptr<ColourChange> change;
-  FramePtr conformed;
-  FramePtr upright;
-  FramePtr recoloured;
+  std::vector<Way> ways;             // that of the first picture, then others as they come
   FramePtr shown{av_frame_alloc()};  // has no buffers of its own
 };
 
