@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cmath>
 #include <map>
+#include <regex>
+#include <sstream>
 #include <stdexcept>
 
 extern "C" {
@@ -11,6 +13,7 @@ extern "C" {
 }
 
 #include "judge.h"
+#include "recording.h"
 
 namespace zeva_test {
 namespace {
@@ -140,43 +143,94 @@ double ShownCard::error() const {
   return worst;
 }
 
-ShownCard shown_card(const std::filesystem::path& movie) {
-  const Row stream = streams(movie).at(0);
-  const auto field = [&stream](const char* name) {
-    const auto found = stream.find(name);
-    return found == stream.end() ? "" : found->second;
-  };
-  ShownCard card{field("color_space"), field("color_range"), field("pix_fmt"), {}};
+namespace {
+
+// As ffmpeg describes a stream that it reads: "yuv420p(tv, bt2020nc/bt2020/smpte2084), 320x64". One
+// name stands for all three where they are the same.
+struct Described {
+  ShownCard card;
+  int width = 0;
+  int height = 0;
+};
+
+std::vector<Described> described_streams(const std::string& text) {
+  static const std::regex stream(
+      "Stream #[0-9]+:0.*: Video: .*?, (\\w+)(\\([^()]*\\))?, ([0-9]+)x([0-9]+)");
+  static const std::regex range("[(, ](tv|pc)[,)]");
+  static const std::regex matrix("(bt709|smpte170m|bt470bg|smpte240m|bt2020nc)[/,)]");
+  std::vector<Described> found;
+  std::istringstream lines(text);
+  for (std::string line; std::getline(lines, line);) {
+    std::smatch words;
+    if (!std::regex_search(line, words, stream)) continue;
+    const std::string told = words[2];
+    std::smatch of_range;
+    std::smatch of_matrix;
+    std::regex_search(told, of_range, range);
+    std::regex_search(told, of_matrix, matrix);
+    found.push_back({{of_matrix.str(1), of_range.str(1), words[1], {}},
+                     std::stoi(words[3]),
+                     std::stoi(words[4])});
+  }
+  return found;
+}
+
+// `raw` is one picture.
+Colours read_card(const std::string& raw, const Described& stream) {
   const std::map<std::string, AVColorSpace> matrices{{"bt709", AVCOL_SPC_BT709},
                                                      {"smpte170m", AVCOL_SPC_SMPTE170M},
                                                      {"bt470bg", AVCOL_SPC_BT470BG},
                                                      {"smpte240m", AVCOL_SPC_SMPTE240M},
                                                      {"bt2020nc", AVCOL_SPC_BT2020_NCL}};
-  if (matrices.count(card.matrix) == 0) return card;
-  const AVPixelFormat pixels = av_get_pix_fmt(card.pixels.c_str());
+  Colours colours{};
+  if (matrices.count(stream.card.matrix) == 0) return colours;
+  const AVPixelFormat pixels = av_get_pix_fmt(stream.card.pixels.c_str());
   const AVPixFmtDescriptor& format = *av_pix_fmt_desc_get(pixels);
-  const int width = std::stoi(stream.at("width"));
-  const int height = std::stoi(stream.at("height"));
-  const std::string raw = decode(movie, "-frames:v 1 -f rawvideo");
-  const uint8_t* data[4] = {};
   uint8_t* planes[4] = {};
   int linesize[4] = {};
   av_image_fill_arrays(planes, linesize, reinterpret_cast<const uint8_t*>(raw.data()), pixels,
-                       width, height, 1);
-  std::copy(planes, planes + 4, data);
+                       stream.width, stream.height, 1);
+  const uint8_t* data[4] = {planes[0], planes[1], planes[2], planes[3]};
   for (int i = 0; i < kColours; ++i) {
     std::array<double, 3> numbers{};
     for (int c = 0; c < 3; ++c) {
-      const int x = (2 * i + 1) * width / (2 * kColours) >> (c > 0 ? format.log2_chroma_w : 0);
-      const int y = height / 2 >> (c > 0 ? format.log2_chroma_h : 0);
+      const int x =
+          (2 * i + 1) * stream.width / (2 * kColours) >> (c > 0 ? format.log2_chroma_w : 0);
+      const int y = stream.height / 2 >> (c > 0 ? format.log2_chroma_h : 0);
       uint16_t number = 0;
       av_read_image_line2(&number, data, linesize, &format, x, y, c, 1, 0, 2);
       numbers[c] = number;
     }
-    card.colours[i] = colour_of(numbers, format, matrices.at(card.matrix),
-                                card.range == "pc" ? AVCOL_RANGE_JPEG : AVCOL_RANGE_MPEG);
+    colours[i] = colour_of(numbers, format, matrices.at(stream.card.matrix),
+                           stream.card.range == "pc" ? AVCOL_RANGE_JPEG : AVCOL_RANGE_MPEG);
   }
-  return card;
+  return colours;
 }
+
+}  // namespace
+
+std::vector<ShownCard> shown_cards(const std::vector<std::filesystem::path>& movies) {
+  std::string inputs;
+  std::string outputs;
+  for (size_t i = 0; i < movies.size(); ++i) {
+    inputs += " -i " + shell_path(movies[i]);
+    outputs += " -map " + std::to_string(i) + ":v -frames:v 1 -f rawvideo " +
+               shell_path(std::filesystem::path(movies[i]).concat(".raw"));
+  }
+  const Outcome outcome = run_shell("ffmpeg -nostdin -hide_banner -y" + inputs + outputs);
+  const std::vector<Described> streams = described_streams(outcome.output);
+  if (outcome.exit_code != 0 || streams.size() < movies.size()) {
+    throw std::runtime_error("ffmpeg: " + outcome.output);
+  }
+  std::vector<ShownCard> cards;
+  for (size_t i = 0; i < movies.size(); ++i) {
+    cards.push_back(streams[i].card);
+    cards[i].colours =
+        read_card(read_file(std::filesystem::path(movies[i]).concat(".raw")), streams[i]);
+  }
+  return cards;
+}
+
+ShownCard shown_card(const std::filesystem::path& movie) { return shown_cards({movie})[0]; }
 
 }  // namespace zeva_test

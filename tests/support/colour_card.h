@@ -30,7 +30,7 @@ std::vector<uint8_t> colour_card(int width, int height, AVPixelFormat format, AV
 // Draws it into a frame that has its format, size and buffers, which are zero.
 void draw_colour_card(AVFrame& frame, AVColorSpace matrix, AVColorRange range);
 
-// The movie's first picture as an independent decoder gives it, taken for what its tags say.
+// A movie's first picture as an independent decoder gives it, taken for what its tags say.
 struct ShownCard {
   std::string matrix, range, pixels;  // FFmpeg's names
   Colours colours{};
@@ -38,5 +38,7 @@ struct ShownCard {
   double error() const;
 };
 ShownCard shown_card(const std::filesystem::path& movie);
+// By one command: starting it takes longer than its work.
+std::vector<ShownCard> shown_cards(const std::vector<std::filesystem::path>& movies);
 
 }  // namespace zeva_test
