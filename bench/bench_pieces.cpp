@@ -11,6 +11,7 @@
 #include "av_error.h"
 #include "av_handles.h"
 #include "avc.h"
+#include "band_converter.h"
 #include "index_format.h"
 #include "logger.h"
 #include "packetqueue.h"
@@ -200,6 +201,16 @@ void convert_zeva(benchmark::State& state, const Conversion& c, zeva::CpuLevel l
   for (auto _ : state) converter.convert(*in, *out);
 }
 
+// As a recording of such pictures has it, by as many threads as the processor has.
+void convert_bands(benchmark::State& state, const Conversion& c) {
+  const zeva::FramePtr in = make_noise(c);
+  const zeva::FramePtr out = make_picture(AV_PIX_FMT_YUV420P, c.to_width, c.to_height);
+  zeva::BandConverter converter;
+  converter.configure(zeva::settle(zeva::format_of(*in)), zeva::settle(zeva::format_of(*out)));
+  for (auto _ : state) converter.convert(*in, *out);
+  state.counters["bands"] = converter.bands();
+}
+
 // Both buffers copied: the speed of memory.
 void convert_memcpy(benchmark::State& state, const Conversion& c) {
   const zeva::FramePtr in = make_noise(c);
@@ -217,7 +228,12 @@ void register_conversion(const Conversion& c) {
   add("zeva_avx2", convert_zeva, c, zeva::CpuLevel::Avx2);
   add("zeva_sse41", convert_zeva, c, zeva::CpuLevel::Sse41);
   add("zeva_plain", convert_zeva, c, zeva::CpuLevel::Plain);
-  if (c.from_height == c.to_height) add("memcpy", convert_memcpy, c);
+  if (c.from_height != c.to_height) return;
+  add("memcpy", convert_memcpy, c);
+  if (c.from_height <= 1080) return;
+  benchmark::RegisterBenchmark(("bands" + name).c_str(), convert_bands, c)
+      ->Unit(benchmark::kMicrosecond)
+      ->UseRealTime();
 }
 
 const bool kConversionsAreRegistered = [] {

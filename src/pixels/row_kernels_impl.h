@@ -11,123 +11,20 @@
 namespace zeva {
 namespace {
 
-// ---- RGB
-// Of a pixel's four bytes, one register takes the first and the third as numbers of 16 bits,
-// another one the second and the fourth. A multiplication that adds neighbours (madd) then gives
-// half of a weighted sum from each.
-
-constexpr int kPixels = sizeof(V) / 4;  // a register
-
-struct Pixels {
-  V even;
-  V odd;
-};
-
-struct PixelWeights {
-  V even;
-  V odd;
-};
-
-ZEVA_OP V pair32(int first, int second) {
-  return set32(static_cast<int32_t>((static_cast<uint32_t>(second) << 16) |
-                                    (static_cast<uint32_t>(first) & 0xffff)));
-}
-
-ZEVA_OP PixelWeights weights_of(const int16_t c[4]) {
-  return {pair32(c[0], c[2]), pair32(c[1], c[3])};
-}
-
-template <int kPixelBytes>
-ZEVA_OP Pixels load_pixels(const uint8_t* p) {
-  const V bytes = kPixelBytes == 4 ? load(p) : load_rgb24(p);
-  return {and_bits(bytes, set16(0xff)), shift_right16<8>(bytes)};
-}
-
-ZEVA_OP V weigh(const Pixels& p, const PixelWeights& w, V bias) {
-  return add32(add32(madd(p.even, w.even), bias), madd(p.odd, w.odd));
-}
-
-ZEVA_OP Pixels add_four(const Pixels& a0, const Pixels& b0, const Pixels& a1, const Pixels& b1) {
-  return {add_pairs32(add16(a0.even, a1.even), add16(b0.even, b1.even)),
-          add_pairs32(add16(a0.odd, a1.odd), add16(b0.odd, b1.odd))};
-}
-
-// Two rows or one, which then counts twice.
-template <int kPixelBytes, bool kTwo>
-ZEVA_SIMD int rgb_rows(const RgbRows& rows, const RgbCoefficients& c) {
-  constexpr int kStep = 2 * kPixels;
-  constexpr int kReadAhead = kPixelBytes == 4 ? 0 : kRgb24ReadAhead;
-  const PixelWeights y = weights_of(c.y);
-  const PixelWeights u = weights_of(c.u);
-  const PixelWeights v = weights_of(c.v);
-  const V y_bias = set32(c.y_bias);
-  const V chroma_bias = set32(c.chroma_bias);
-  int x = 0;
-  for (; x + kStep + kReadAhead <= rows.width; x += kStep) {
-    const uint8_t* in0 = rows.in[0] + x * kPixelBytes;
-    const uint8_t* in1 = rows.in[1] + x * kPixelBytes;
-    const Pixels a0 = load_pixels<kPixelBytes>(in0);
-    const Pixels b0 = load_pixels<kPixelBytes>(in0 + kPixels * kPixelBytes);
-    const Pixels a1 = kTwo ? load_pixels<kPixelBytes>(in1) : a0;
-    const Pixels b1 = kTwo ? load_pixels<kPixelBytes>(in1 + kPixels * kPixelBytes) : b0;
-    constexpr int kBits = RgbCoefficients::kBits;
-    store_rows(rows.y[0] + x, rows.y[1] + x, shift_right32<kBits>(weigh(a0, y, y_bias)),
-               shift_right32<kBits>(weigh(b0, y, y_bias)),
-               shift_right32<kBits>(weigh(a1, y, y_bias)),
-               shift_right32<kBits>(weigh(b1, y, y_bias)));
-    const Pixels sum = add_four(a0, b0, a1, b1);
-    store_chroma(rows.u + (rows.v != nullptr ? x / 2 : x),
-                 rows.v != nullptr ? rows.v + x / 2 : nullptr,
-                 shift_right32<kBits + 2>(weigh(sum, u, chroma_bias)),
-                 shift_right32<kBits + 2>(weigh(sum, v, chroma_bias)));
-  }
-  return x;
-}
-
-int rgb_to_yuv(const RgbRows& rows, const RgbCoefficients& coefficients) {
-  const bool two = rows.in[0] != rows.in[1];
-  if (rows.pixel_bytes == 4) {
-    return two ? rgb_rows<4, true>(rows, coefficients) : rgb_rows<4, false>(rows, coefficients);
-  }
-  return two ? rgb_rows<3, true>(rows, coefficients) : rgb_rows<3, false>(rows, coefficients);
-}
-
-template <int kPixelBytes>
-ZEVA_SIMD int rgb_row_444(const RgbRow444& row, const RgbCoefficients& c) {
-  constexpr int kStep = 4 * kPixels;
-  constexpr int kReadAhead = kPixelBytes == 4 ? 0 : kRgb24ReadAhead;
-  constexpr int kBits = RgbCoefficients::kBits;
-  const PixelWeights weights[3] = {weights_of(c.y), weights_of(c.u), weights_of(c.v)};
-  const V bias[3] = {set32(c.y_bias), set32(c.chroma_bias >> 2), set32(c.chroma_bias >> 2)};
-  uint8_t* const to[3] = {row.y, row.u, row.v};
-  int x = 0;
-  for (; x + kStep + kReadAhead <= row.width; x += kStep) {
-    Pixels p[4];
-#pragma GCC unroll 4
-    for (int k = 0; k < 4; ++k) {
-      p[k] = load_pixels<kPixelBytes>(row.in + (x + k * kPixels) * kPixelBytes);
-    }
-#pragma GCC unroll 3
-    for (int i = 0; i < 3; ++i) {
-      store(to[i] + x, narrow_four(shift_right32<kBits>(weigh(p[0], weights[i], bias[i])),
-                                   shift_right32<kBits>(weigh(p[1], weights[i], bias[i])),
-                                   shift_right32<kBits>(weigh(p[2], weights[i], bias[i])),
-                                   shift_right32<kBits>(weigh(p[3], weights[i], bias[i]))));
-    }
-  }
-  return x;
-}
-
-int rgb_to_yuv444(const RgbRow444& row, const RgbCoefficients& coefficients) {
-  return row.pixel_bytes == 4 ? rgb_row_444<4>(row, coefficients)
-                              : rgb_row_444<3>(row, coefficients);
-}
-
-// ---- other orders of the same samples
-
 constexpr int kBytes = sizeof(V);
 constexpr int kWords = kBytes / 2;
-constexpr int kGroups = kWords / 4;
+constexpr int kPixels = kBytes / 4;
+
+}  // namespace
+}  // namespace zeva
+
+#include "rgb_kernels_impl.h"
+#include "scale_kernels_impl.h"
+
+namespace zeva {
+namespace {
+
+// ---- other orders of the same samples
 
 ZEVA_OP V low_bytes(V a) { return and_bits(a, set16(0xff)); }
 
@@ -255,94 +152,6 @@ ZEVA_SIMD int recolour_chroma(const YuvRow& in, uint8_t* to_u, uint8_t* to_v, in
                           weigh_chroma<kShift>(u, v, pair32(w.v_u, w.v_v), set32(w.v_bias))));
   }
   return i;
-}
-
-// ---- scaling
-
-// The samples of a register's results, two taps of each. Where eight neighbours are too far apart,
-// four of them come from a window of their own.
-template <bool kDense>
-ZEVA_OP V gather(const uint8_t* from, const int32_t* starts, V places) {
-  const V first = shuffle8(load_two(from + starts[0], from + starts[kGroups - 2]), places);
-  if (kDense) return first;
-  const V second = shuffle8(load_two(from + starts[1], from + starts[kGroups - 1]), places);
-  return join_halves(first, second);
-}
-
-// kTaps is 0 where it is not known before.
-template <bool kDense, int kTaps>
-ZEVA_SIMD int scale_row_by(const uint8_t* from, const RowTaps& row_taps, int16_t* to, int width) {
-  const RowTaps t = row_taps;
-  const auto size = static_cast<size_t>(width);
-  const size_t taps = kTaps != 0 ? kTaps : static_cast<size_t>(t.taps);
-  for (size_t x = 0; x < size; x += kWords) {
-    const int8_t* weights = t.weights + RowTaps::place(x, 0, taps);
-    const V places = load(t.shuffles + 2 * x);
-    V sum = set16(-t.middle);
-#pragma GCC unroll 4
-    for (size_t tap = 0; tap < taps; tap += 2) {
-      const V samples = gather<kDense>(from + tap, t.starts + x / 4, places);
-      const V pairs = madd8(samples, load(weights + tap * 16));
-      sum = add16(sum, kDense ? pairs : shift_right16_signed(pairs, t.pair_shift));
-    }
-    store(to + x, sum);
-  }
-  return width;
-}
-
-int scale_row(const uint8_t* from, const RowTaps& taps, int16_t* to, int width) {
-  if (!taps.is_dense) return scale_row_by<false, 0>(from, taps, to, width);
-  switch (taps.taps) {
-    case 4:
-      return scale_row_by<true, 4>(from, taps, to, width);
-    case 6:
-      return scale_row_by<true, 6>(from, taps, to, width);
-    case 8:
-      return scale_row_by<true, 8>(from, taps, to, width);
-    default:
-      return scale_row_by<true, 0>(from, taps, to, width);
-  }
-}
-
-// kCount is 0 where it is not known before. Where the width is no multiple of four registers, the
-// last ones do some samples once more.
-template <int kCount>
-ZEVA_SIMD int combine_rows_by(const RowSum& rows, uint8_t* to, int width) {
-  constexpr int kStep = 4 * kWords;
-  const RowSum r = rows;
-  const int count = kCount != 0 ? kCount : r.count;
-  const V bias = set16(ScaleSums::kBias);
-  for (int x = 0;; x = x + 2 * kStep <= width ? x + kStep : width - kStep) {
-    V sums[4] = {bias, bias, bias, bias};
-#pragma GCC unroll 8
-    for (int i = 0; i < count; ++i) {
-      const V weight = set16(r.weights[i]);
-      const int16_t* row = r.rows[i] + x;
-#pragma GCC unroll 4
-      for (int k = 0; k < 4; ++k) {
-        sums[k] = add16(sums[k], multiply_round15(load(row + k * kWords), weight));
-      }
-    }
-#pragma GCC unroll 4
-    for (V& sum : sums) sum = shift_right16_signed<ScaleSums::kBits>(sum);
-    store(to + x, narrow16(sums[0], sums[1]));
-    store(to + x + kBytes, narrow16(sums[2], sums[3]));
-    if (x + kStep == width) return width;
-  }
-}
-
-int combine_rows(const RowSum& sum, uint8_t* to, int width) {
-  if (width < 4 * kWords) return 0;
-  switch (sum.count) {
-    case 4:
-      return combine_rows_by<4>(sum, to, width);
-    case 6:
-      return combine_rows_by<6>(sum, to, width);
-    case 8:
-      return combine_rows_by<8>(sum, to, width);
-    default:
-      return combine_rows_by<0>(sum, to, width);
-  }
 }
 
 // ----

@@ -35,7 +35,6 @@ std::vector<uint16_t> converted(zeva::BandConverter& converter, const GuardedPic
 TEST(BandConverter, gives_the_same_pictures_by_any_number_of_threads) {
   const Case cases[] = {
       {large(AV_PIX_FMT_BGRA), large(AV_PIX_FMT_YUV420P), 4},
-      {large(AV_PIX_FMT_YUYV422), large(AV_PIX_FMT_YUV420P), 4},
       {large(AV_PIX_FMT_P010), large(AV_PIX_FMT_YUV420P), 4},
       {large(AV_PIX_FMT_NV12, AVCOL_SPC_SMPTE170M), large(AV_PIX_FMT_NV12), 4},
       {large(AV_PIX_FMT_YUV444P), large(AV_PIX_FMT_YUV420P), 1},  // swscale's
@@ -54,7 +53,7 @@ TEST(BandConverter, gives_the_same_pictures_by_any_number_of_threads) {
     const std::vector<uint16_t> wanted = converted(one, in, c.to);
     ASSERT_TRUE(many.configure(c.from, c.to, 4));
     EXPECT_EQ(many.bands(), c.bands);
-    for (int n = 0; n < 3; ++n) EXPECT_TRUE(converted(many, in, c.to) == wanted);
+    for (int n = 0; n < 2; ++n) EXPECT_TRUE(converted(many, in, c.to) == wanted);
   }
 }
 

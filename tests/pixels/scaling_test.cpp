@@ -78,6 +78,39 @@ TEST(Scaling, keeps_a_ramp_rising_in_both_directions) {
   }
 }
 
+// Buffers end where the picture ends.
+TEST(Scaling, takes_every_format_and_gives_one_result_at_every_level) {
+  std::minstd_rand random(2);
+  for (const AVPixelFormat pixels :
+       {AV_PIX_FMT_BGRA, AV_PIX_FMT_RGB24, AV_PIX_FMT_NV12, AV_PIX_FMT_YUYV422, AV_PIX_FMT_UYVY422,
+        AV_PIX_FMT_P010, AV_PIX_FMT_YUV420P10, AV_PIX_FMT_YUV422P}) {
+    for (const Size& from : {Size{1, 1}, Size{33, 17}, Size{135, 71}, Size{300, 18}}) {
+      for (const Size& to : {Size{64, 37}, Size{149, 36}, Size{211, 5}}) {
+        if (from.width > 4 * to.width) continue;  // swscale's
+        for (const AVPixelFormat target : {AV_PIX_FMT_YUV420P, AV_PIX_FMT_NV12}) {
+          SCOPED_TRACE(std::string(av_get_pix_fmt_name(pixels)) + " " + std::to_string(from.width) +
+                       " -> " + std::to_string(to.width));
+          GuardedPicture in(zeva::settle({from.width, from.height, pixels}), {5, true, 3});
+          in.fill_random(random);
+          std::vector<std::vector<uint16_t>> first;
+          for (const CpuLevel level : {CpuLevel::Plain, CpuLevel::Sse41, CpuLevel::Avx2}) {
+            if (level > zeva::best_cpu_level()) continue;
+            GuardedPicture out(zeva::settle({to.width, to.height, target}), {7, false, 1});
+            zeva::PictureConverter converter;
+            ASSERT_TRUE(converter.configure(in.format(), out.format(), level));
+            converter.convert(in.frame(), out.frame());
+            EXPECT_TRUE(out.guards_are_intact());
+            const std::vector<std::vector<uint16_t>> all = {out.samples(0), out.samples(1),
+                                                            out.samples(2)};
+            if (first.empty()) first = all;
+            EXPECT_EQ(all, first) << static_cast<int>(level);
+          }
+        }
+      }
+    }
+  }
+}
+
 // Rings that get finer, edges, and a texture: a picture at any size.
 const std::vector<uint16_t>& scene(const Size& size) {
   static std::map<std::pair<int, int>, std::vector<uint16_t>> known;
