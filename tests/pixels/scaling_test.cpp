@@ -84,8 +84,8 @@ TEST(Scaling, takes_every_format_and_gives_one_result_at_every_level) {
   for (const AVPixelFormat pixels :
        {AV_PIX_FMT_BGRA, AV_PIX_FMT_RGB24, AV_PIX_FMT_NV12, AV_PIX_FMT_YUYV422, AV_PIX_FMT_UYVY422,
         AV_PIX_FMT_P010, AV_PIX_FMT_YUV420P10, AV_PIX_FMT_YUV422P}) {
-    for (const Size& from : {Size{1, 1}, Size{33, 17}, Size{135, 71}, Size{300, 18}}) {
-      for (const Size& to : {Size{64, 37}, Size{149, 36}, Size{211, 5}}) {
+    for (const Size& from : {Size{1, 1}, Size{135, 71}, Size{300, 18}}) {
+      for (const Size& to : {Size{64, 37}, Size{211, 5}}) {
         if (from.width > 4 * to.width) continue;  // swscale's
         for (const AVPixelFormat target : {AV_PIX_FMT_YUV420P, AV_PIX_FMT_NV12}) {
           SCOPED_TRACE(std::string(av_get_pix_fmt_name(pixels)) + " " + std::to_string(from.width) +
