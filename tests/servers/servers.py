@@ -21,6 +21,19 @@ def wait_until(condition, what):
     return result
 
 
+def when_data_came(servers, action):
+    """Acts on each server as soon as its own data are there: the streams go on meanwhile, and would be over
+    by the time that the slowest server had some."""
+    waiting = list(servers)
+
+    def act():
+        for server in [server for server in waiting if server.has_data()]:
+            action(server)
+            waiting.remove(server)
+        return not waiting
+    wait_until(act, "data at every server")
+
+
 class Server:
     """A recording server on a port of its own; `url` is where to stream, `movie` what it writes."""
 
@@ -58,9 +71,9 @@ class Server:
             self.process.kill()
             self.process.wait()
 
-    def wait_for_data(self, size=100000):
+    def has_data(self, size=100000):
         movie = self.folder / self.recording
-        wait_until(lambda: movie.exists() and movie.stat().st_size > size, f"data in {movie}")
+        return movie.exists() and movie.stat().st_size > size
 
     def finished(self, name=None):
         """The movie that was recorded, once the server has closed it."""
