@@ -41,7 +41,7 @@ bool PictureConverter::configure(const PictureFormat& source, const PictureForma
   from = source;
   to = target;
   stages.clear();
-  if (plan(level) && make_results()) return true;
+  if (from.has_area() && to.has_area() && plan(level) && make_results()) return true;
   ZEVA_LOG(kLogError, "no conversion from %dx%d in format %d to %dx%d in format %d", from.width,
            from.height, from.pixels, to.width, to.height, to.pixels);
   return false;

@@ -76,6 +76,7 @@ bool is_linear(AVColorSpace matrix) {
 }
 
 bool can_convert(const PictureFormat& from, const PictureFormat& to) {
+  if (!from.has_area() || !to.has_area()) return false;
   if (from == to) return true;
   if (sws_isSupportedInput(from.pixels) == 0 || sws_isSupportedOutput(to.pixels) == 0) return false;
   if (from.matrix == to.matrix) return true;

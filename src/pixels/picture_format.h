@@ -14,6 +14,7 @@ struct PictureFormat {
   AVColorSpace matrix = AVCOL_SPC_UNSPECIFIED;
   AVColorRange range = AVCOL_RANGE_UNSPECIFIED;
 
+  bool has_area() const { return width > 0 && height > 0; }
   bool is_rgb() const;
   bool operator==(const PictureFormat& other) const;
   bool operator!=(const PictureFormat& other) const { return !(*this == other); }
