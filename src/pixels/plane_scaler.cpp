@@ -15,7 +15,7 @@ namespace {
 
 constexpr int kStripRows = 2;  // those that share a row of chroma
 
-// What the source's rows become before they are scaled, or none.
+// The source's rows are made so before they are scaled; or none.
 AVPixelFormat planar_of(const PictureFormat& from, const PictureFormat& to) {
   if (from.is_rgb()) {
     const int shift = av_pix_fmt_desc_get(to.pixels)->log2_chroma_w;
