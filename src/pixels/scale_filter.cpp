@@ -119,6 +119,7 @@ std::vector<int> possible_ones(const std::vector<ExactWeights>& exact, int divis
   }
   std::sort(errors.begin(), errors.end());
   std::vector<int> ones;
+  ones.reserve(errors.size());
   for (const auto& [error, one] : errors) ones.push_back(one * divisor);
   return ones;
 }
@@ -151,6 +152,7 @@ RowFilter::RowFilter(int source_size, int target_size)
     : source_size(source_size), target_size(target_size) {
   const double ratio = static_cast<double>(source_size) / target_size;
   std::vector<ExactWeights> exact;
+  exact.reserve(target_size);
   for (int x = 0; x < target_size; ++x) {
     exact.push_back(exact_weights(x, ratio, -kMargin, source_size + kMargin));
   }
