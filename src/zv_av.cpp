@@ -170,4 +170,16 @@ bool ZEVA_get_mInfo(void* h, MovieInfo* out) {
   });
 }
 
+bool ZEVA_output_state(void* handle, int32_t output, ZevaOutputState* state) {
+  return with_capture(handle, false, [&](MovieCapture2& c) {
+    return state != nullptr && c.output_state(output, *state);
+  });
+}
+
+bool ZEVA_statistics(void* handle, ZevaStatistics* statistics) {
+  return with_capture(handle, false, [&](MovieCapture2& c) {
+    return statistics != nullptr && c.statistics(*statistics);
+  });
+}
+
 }  // extern "C"

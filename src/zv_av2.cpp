@@ -123,4 +123,14 @@ bool ZEVA2_backlog(void* handle, int32_t* video, int32_t* audio, int32_t* output
   });
 }
 
+bool ZEVA2_output_state(void* handle, int32_t output, ZevaOutputState* state) {
+  return with_muxer(handle, false,
+                    [&](AVMux& m) { return state != nullptr && m.output_state(output, *state); });
+}
+
+bool ZEVA2_statistics(void* handle, ZevaStatistics* statistics) {
+  return with_muxer(handle, false,
+                    [&](AVMux& m) { return statistics != nullptr && m.statistics(*statistics); });
+}
+
 }  // extern "C"

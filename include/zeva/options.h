@@ -19,6 +19,8 @@
 #include <stdint.h>
 #include <string.h>
 
+#include "zeva/outputs.h"
+
 typedef struct ZevaOptions {
   uint32_t struct_size;  // bytes; of the host's own record
 
@@ -68,6 +70,23 @@ typedef struct ZevaOptions {
   // library converts from the one to the other. 0: as the movie's. RGB pictures have neither.
   int32_t source_matrix;
   int32_t source_range;
+
+  // What each output does when its disk or server cannot keep up: [0] the main output's, then the
+  // further ones' in their order. The array and every entry may be null, and there may be fewer
+  // entries than outputs: as without.
+  const ZevaOutputPolicy* const* policies;
+  int32_t policy_count;
+
+  // Classic recordings: the lowest bit rate, in bits per second, to which the encoder of the live
+  // streams may go while one of them does not keep up; it goes back up when the stream's queue
+  // drains. Refused when a file shares the encoder, whose quality would go down with it: give the
+  // streams their own with `stream_bitrate`. 0: the rate stays.
+  int32_t stream_bitrate_floor;
+  // Classic recordings: the live streams get an encoder of their own, with this bit rate and, where
+  // not 0, this size. 0: they share the files' encoder.
+  int32_t stream_bitrate;
+  int32_t stream_width;
+  int32_t stream_height;
 } ZevaOptions;
 
 // Makes a record of defaults.

@@ -6,6 +6,23 @@
 #include <stdint.h>
 
 enum {
+  // A live stream that need not be there at the start is being waited for. The text names the
+  // server and, once there is one, the error.
+  kZevaStatusStreamWaiting = 100,
+  // It takes packets: for the first time, or again after kZevaStatusStreamDropping.
+  kZevaStatusStreamLive = 101,
+  // It does not keep up: pictures are dropped up to the next key picture.
+  kZevaStatusStreamDropping = 102,
+  // It broke and is tried again.
+  kZevaStatusStreamReconnecting = 103,
+  // It is there again, from a key picture on.
+  kZevaStatusStreamBack = 104,
+  // An output that is not required has failed for good; the recording goes on without it.
+  kZevaStatusOutputGivenUp = 105,
+  // A file was finished properly since less than its policy's `keep_free_bytes` would have been
+  // left of its disk. The other outputs go on.
+  kZevaStatusFileFinishedEarly = 110,
+
   // The crash-safe index could not be created. The movie is recorded, but a crash loses it.
   kZevaStatusIndexMissing = 120,
   // The index could not be written, for example on a full disk. What a crash would lose grows until

@@ -4,6 +4,7 @@
 #include "zeva/log.h"         // IWYU pragma: export
 #include "zeva/movie_info.h"  // IWYU pragma: export
 #include "zeva/options.h"     // IWYU pragma: export
+#include "zeva/outputs.h"     // IWYU pragma: export
 #include "zeva/packet.h"      // IWYU pragma: export
 #include "zeva/record.h"      // IWYU pragma: export
 #include "zeva/repair.h"      // IWYU pragma: export

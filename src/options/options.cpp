@@ -2,24 +2,27 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <cstring>
 
 namespace zeva {
 namespace {
 
 constexpr int64_t kMaxRate = 1000;  // pictures a second
 constexpr int32_t kMaxChannels = 8;
+constexpr int32_t kMostOutputs = 64;  // more than either settings record has places for
 // No version of the record comes near it: the host left the size uninitialised.
 constexpr uint32_t kAbsurdSize = 4096;
 
-std::string number_fault(const char* field, int32_t value, const char* why) {
+std::string number_fault(const char* field, int64_t value, const char* why) {
   return std::string(field) + " " + std::to_string(value) + " " + why;
 }
 
 // A newer host's record is longer. It can be honoured when it asks for nothing beyond these fields.
-std::string size_fault(const ZevaOptions& given) {
+template <typename Record>
+std::string size_fault(const Record& given, const std::string& type) {
   const std::string size = "struct_size " + std::to_string(given.struct_size) + " ";
   if (given.struct_size < sizeof given.struct_size || given.struct_size > kAbsurdSize) {
-    return size + "is not the size of a ZevaOptions; ZevaOptions_init sets it";
+    return size + "is not the size of a " + type + "; " + type + "_init sets it";
   }
   const auto* bytes = reinterpret_cast<const unsigned char*>(&given);
   const uint32_t known = std::min<uint32_t>(given.struct_size, sizeof given);
@@ -48,15 +51,63 @@ class FieldReader {
   const ZevaOptions& given;
 };
 
+std::string policy_fault(const ZevaOutputPolicy& policy) {
+  if (policy.when_full < kZevaFullDefault || policy.when_full > kZevaFullFail) {
+    return number_fault("when_full", policy.when_full, "is none of kZevaFull...");
+  }
+  if (policy.required < kZevaDefault || policy.required > kZevaNo) {
+    return number_fault("required", policy.required, "is none of kZevaDefault, Yes and No");
+  }
+  const struct {
+    const char* field;
+    int64_t value;
+    int64_t least;
+  } numbers[] = {
+      {"keep_us", policy.keep_us, 0},
+      {"keep_bytes", policy.keep_bytes, 0},
+      {"reconnect_first_us", policy.reconnect_first_us, 0},
+      {"reconnect_longest_us", policy.reconnect_longest_us, 0},
+      {"reconnect_total_us", policy.reconnect_total_us, -1},
+      {"keep_free_bytes", policy.keep_free_bytes, 0},
+  };
+  for (const auto& number : numbers) {
+    if (number.value < number.least) {
+      return number_fault(number.field, number.value, "is out of range");
+    }
+  }
+  return {};
+}
+
 std::string flag_fault(const char* field, int32_t value) {
   return value == 0 || value == 1 ? "" : number_fault(field, value, "is neither 0 nor 1");
+}
+
+// The host's policies in full length; those it left out are all defaults.
+std::string copy_policies(const FieldReader& record, std::vector<ZevaOutputPolicy>& policies) {
+  const int32_t count = record.get(&ZevaOptions::policy_count);
+  const ZevaOutputPolicy* const* given = record.get(&ZevaOptions::policies);
+  if (count < 0 || count > kMostOutputs) {
+    return number_fault("policy_count", count, "is out of range");
+  }
+  for (int32_t i = 0; given != nullptr && i < count; ++i) {
+    policies.emplace_back();
+    if (given[i] == nullptr) continue;
+    const std::string number = "policy " + std::to_string(i) + ": ";
+    std::string fault = size_fault(*given[i], "ZevaOutputPolicy");
+    if (!fault.empty()) return number + fault;
+    ZevaOutputPolicy& policy = policies.back();
+    memcpy(&policy, given[i], std::min<size_t>(given[i]->struct_size, sizeof policy));
+    fault = policy_fault(policy);
+    if (!fault.empty()) return number + fault;
+  }
+  return {};
 }
 
 }  // namespace
 
 Options::Options(const ZevaOptions* given) {
   if (given == nullptr) return;
-  record_fault = size_fault(*given);
+  record_fault = size_fault(*given, "ZevaOptions");
   if (!record_fault.empty()) return;
   const FieldReader record(*given);
   rate_num = record.get(&ZevaOptions::rate_num);
@@ -70,10 +121,15 @@ Options::Options(const ZevaOptions* given) {
   encoder_options = record.text(&ZevaOptions::encoder_options);
   source_matrix = record.get(&ZevaOptions::source_matrix);
   source_range = record.get(&ZevaOptions::source_range);
+  stream_bitrate_floor = record.get(&ZevaOptions::stream_bitrate_floor);
+  stream_bitrate = record.get(&ZevaOptions::stream_bitrate);
+  stream_width = record.get(&ZevaOptions::stream_width);
+  stream_height = record.get(&ZevaOptions::stream_height);
   record_fault = flag_fault("variable_rate", record.get(&ZevaOptions::variable_rate));
   if (record_fault.empty()) {
     record_fault = flag_fault("common_start", record.get(&ZevaOptions::common_start));
   }
+  if (record_fault.empty()) record_fault = copy_policies(record, policies);
 }
 
 std::string Options::fault() const {
@@ -89,6 +145,16 @@ std::string Options::fault() const {
   }
   if (rotation_deg % 90 != 0 || rotation_deg < 0 || rotation_deg > 270) {
     return number_fault("rotation_deg", rotation_deg, "is not 0, 90, 180 or 270");
+  }
+  const struct {
+    const char* field;
+    int32_t value;
+  } counts[] = {{"stream_bitrate_floor", stream_bitrate_floor},
+                {"stream_bitrate", stream_bitrate},
+                {"stream_width", stream_width},
+                {"stream_height", stream_height}};
+  for (const auto& count : counts) {
+    if (count.value < 0) return number_fault(count.field, count.value, "is out of range");
   }
   return {};
 }

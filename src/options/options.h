@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <string>
+#include <vector>
 
 #include "zeva/options.h"
 
@@ -30,8 +31,18 @@ struct Options {
   std::string encoder_options;
   int32_t source_matrix = 0;
   int32_t source_range = 0;
+  int32_t stream_bitrate_floor = 0;
+  int32_t stream_bitrate = 0;
+  int32_t stream_width = 0;
+  int32_t stream_height = 0;
+
+  // Of output number `output`; all defaults where the host gave none.
+  ZevaOutputPolicy policy(size_t output) const {
+    return output < policies.size() ? policies[output] : ZevaOutputPolicy{};
+  }
 
  private:
+  std::vector<ZevaOutputPolicy> policies;
   std::string record_fault;  // found while the host's record was still there
 };
 
