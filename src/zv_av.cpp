@@ -46,10 +46,12 @@ void* ZEVA_start_with(const MovieInfo* info, const ZevaOptions* options, ZEVA_st
                       void* user, MovieInfo* effective, bool async) {
   if (info == nullptr) return nullptr;
   try {
-    auto writer = std::make_unique<ZV::ZV_AVWriter>(kQueuePackets, kInterleavePackets, info->url);
+    const zeva::Options chosen(options);
+    auto writer =
+        std::make_unique<ZV::ZV_AVWriter>(kQueuePackets, kInterleavePackets, info->url, chosen);
     auto capture = std::make_unique<MovieCapture2>(std::move(writer));
     const MovieInfo settings = *info;
-    capture->start(&settings, zeva::Options(options), cb, user, async);
+    capture->start(&settings, chosen, cb, user, async);
     if (effective != nullptr) *effective = capture->get_mInfo(nullptr);
     return capture.release();
   } catch (const std::exception& e) {

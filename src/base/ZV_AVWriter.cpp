@@ -1,6 +1,7 @@
 #include "ZV_AVWriter.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "av_error.h"
 #include "codec_by_name.h"
@@ -20,13 +21,25 @@ using zeva::Status;
 // Each further output may lag a little more than the one before it.
 constexpr uint32_t kMorePackets = 6;
 constexpr uint32_t kMoreAllowance = 3;
+constexpr int kMostOthers = 3;  // that a settings record can name
 
 }  // namespace
 
-ZV_AVWriter::ZV_AVWriter(uint32_t max_packets, uint32_t interleave_allowance, const char* url)
-    : max_packets(max_packets), interleave_allowance(interleave_allowance) {
-  outputs.push_back(
-      std::make_unique<WriterOutput>(*this, "main", url, max_packets, interleave_allowance));
+ZV_AVWriter::ZV_AVWriter(uint32_t max_packets, uint32_t interleave_allowance, const char* url,
+                         zeva::Options options)
+    : max_packets(max_packets),
+      interleave_allowance(interleave_allowance),
+      options(std::move(options)) {
+  outputs.push_back(std::make_unique<WriterOutput>(*this, "main", url, policy_of(0, url)));
+}
+
+zeva::OutputPolicy ZV_AVWriter::policy_of(uint32_t number, const char* url) const {
+  zeva::OutputPolicy::Defaults defaults;
+  defaults.file_limits.packets = max_packets + number * kMorePackets;
+  defaults.stream_limits = defaults.file_limits;
+  defaults.interleave_allowance = interleave_allowance + number * kMoreAllowance;
+  const bool live = url != nullptr && zeva::is_live_url(url);
+  return {defaults, options.policy(number), live};
 }
 
 ZV_AVWriter::~ZV_AVWriter() { stop(); }
@@ -37,12 +50,10 @@ MovieOutput& ZV_AVWriter::main_output() { return outputs.front()->thread.output;
 
 void ZV_AVWriter::create_other_writers(const char* const* urls) {
   ZEVA_LOG(kLogDebug, "@@------------------ create other writers ---------");
-  for (; *urls != nullptr; ++urls) {
+  for (int left = kMostOthers; left > 0 && *urls != nullptr; --left, ++urls) {
     ZEVA_LOG(kLogDebug, "other_url: %s", *urls);
     const auto number = static_cast<uint32_t>(outputs.size());
-    auto output =
-        std::make_unique<WriterOutput>(*this, "-", *urls, max_packets + number * kMorePackets,
-                                       interleave_allowance + number * kMoreAllowance);
+    auto output = std::make_unique<WriterOutput>(*this, "-", *urls, policy_of(number, *urls));
     const std::lock_guard<std::mutex> lock(outputs_mutex);
     if (exited) output->thread.output.io.exit();
     outputs.push_back(std::move(output));
@@ -63,14 +74,26 @@ std::string ZV_AVWriter::codec_fault(AVCodecID codec) {
   return {};
 }
 
+int ZV_AVWriter::open_main_io() {
+  zeva::OutputThread& main = outputs.front()->thread;
+  if (main.opens_itself()) return 0;
+  const int result = main.output.open_io();
+  if (result >= 0 || !main.policy.optional) return result;
+  main.leave_out(result, zeva::av_error_text(result));
+  return 0;
+}
+
 Status ZV_AVWriter::open(const char* meta_info, const char* index_path) {
   const AVFormatContext& main = *main_output().context();
   for (unsigned i = 0; i < main.nb_streams; ++i) {
     stream_time_bases.push_back(main.streams[i]->time_base);  // before the muxer chooses its own
   }
   for (const auto& output : outputs) {
+    if (output->thread.has_failed()) continue;
     Status status = open_output(*output, meta_info, index_path);
-    if (!status.ok) return status;
+    if (status.ok) continue;
+    if (main_output().io.exited() || !output->thread.policy.optional) return status;
+    output->thread.leave_out(status.code, status.message);
   }
   if (!main_output().io.exited()) return Status::success();
   return Status::failure(-21, "main writer already exited 2");
@@ -84,6 +107,11 @@ Status ZV_AVWriter::open_output(WriterOutput& writer, const char* meta_info,
   const std::string path = zeva::file_path(output.url());
   Status status = files.check(path);
   if (status.ok && !is_main) status = writer.clone(main_output(), stream_time_bases);
+  if (status.ok && writer.thread.opens_itself()) {
+    output.set_metadata(meta_info);
+    return status;
+  }
+  if (status.ok && !is_main) status = writer.open_io();
   if (!status.ok) return status;
   files.add(path);
   status = start_index(writer, index_path);
@@ -135,6 +163,7 @@ Status ZV_AVWriter::start() {
 
 int ZV_AVWriter::write_packet(AVRational time_base, AVPacket* packet, bool interleave) {
   if (packet == nullptr) return 0;
+  if (refusing) return -1;
   int result = -1;
   for (const auto& output : outputs) {
     result = std::max(result, output->write(time_base, *packet, interleave));
@@ -142,7 +171,40 @@ int ZV_AVWriter::write_packet(AVRational time_base, AVPacket* packet, bool inter
   return result;
 }
 
+// ---- state
+
+bool ZV_AVWriter::output_state(int32_t output, ZevaOutputState& state) {
+  const std::lock_guard<std::mutex> lock(outputs_mutex);
+  const auto number = static_cast<size_t>(output);
+  if (output < 0 || number >= outputs.size()) return false;
+  outputs[number]->thread.fill(state);
+  return true;
+}
+
+int32_t ZV_AVWriter::output_count() {
+  const std::lock_guard<std::mutex> lock(outputs_mutex);
+  return static_cast<int32_t>(outputs.size());
+}
+
+int64_t ZV_AVWriter::slowest_stream_us() {
+  const std::lock_guard<std::mutex> lock(outputs_mutex);
+  int64_t most = 0;
+  for (const auto& output : outputs) {
+    const zeva::OutputThread& thread = output->thread;
+    const int32_t phase = thread.monitor.phase();
+    if (!thread.policy.live || (phase != kZevaOutputLive && phase != kZevaOutputDropping)) continue;
+    most = std::max(most, thread.queue.backlog().us);
+  }
+  return most;
+}
+
 // ---- the end
+
+void ZV_AVWriter::stop_waiting() {
+  for (const auto& output : outputs) {
+    if (output->thread.policy.live) output->thread.queue.stop_waiting();
+  }
+}
 
 void ZV_AVWriter::request_exit() {
   const std::lock_guard<std::mutex> lock(outputs_mutex);

@@ -1,7 +1,9 @@
 // The outputs of a classic recording, each with its queue and its thread.
 #pragma once
 
+#include <atomic>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -10,6 +12,8 @@
 #include "base_writer.h"
 #include "ffmpeg.h"
 #include "open_files.h"
+#include "options.h"
+#include "output_policy.h"
 #include "status.h"
 
 namespace zeva {
@@ -30,13 +34,16 @@ class WriterOutput;
 // any. request_exit may be called from any thread at any time.
 class ZV_AVWriter : public zeva::BaseWriter {
  public:
-  ZV_AVWriter(uint32_t max_packets, uint32_t interleave_allowance, const char* url);
+  // `max_packets` may wait for an output, `interleave_allowance` more of those to be interleaved,
+  // unless its policy in `options` says something else.
+  ZV_AVWriter(uint32_t max_packets, uint32_t interleave_allowance, const char* url,
+              zeva::Options options = {});
   ~ZV_AVWriter() override;
 
   // The main output, for the owner to create and to give its streams before `open`.
   zeva::MovieOutput& main_output();
 
-  // Makes further outputs for `urls`, which ends at the first null entry.
+  // Makes further outputs for `urls`, which ends at the first null entry, at most 3.
   void create_other_writers(const char* const* urls);
   // Bounds every network operation; 0 or less for the default.
   void set_timeout(int timeout_sec);
@@ -47,7 +54,11 @@ class ZV_AVWriter : public zeva::BaseWriter {
   // Pictures keep their own times, about `interval` apart. Before `open`.
   void set_variable_rate(AVRational interval) { mean_interval = interval; }
 
-  // Opens every output and writes its header. `meta_info` is "key:value;...".
+  // Opens the main output's file or connects. 0 or FFmpeg's code; 0 also when the recording can do
+  // without it or its thread opens it.
+  int open_main_io();
+  // Opens every output and writes its header, but for those that open themselves. `meta_info` is
+  // "key:value;...".
   zeva::Status open(const char* meta_info, const char* index_path);
   // Starts a thread for each output.
   zeva::Status start();
@@ -56,6 +67,17 @@ class ZV_AVWriter : public zeva::BaseWriter {
   // grow in an output's own units is left out there. Blocks while a queue is full. 0, or negative
   // when no output takes packets any more.
   int write_packet(AVRational time_base, AVPacket* packet, bool interleave) override;
+
+  // No write waits for a live stream any more, since the recording ends.
+  void stop_waiting();
+  // Nothing is taken any more: an output that must be there is not.
+  void refuse_packets() { refusing = true; }
+
+  // False when there is no such output. Any thread.
+  bool output_state(int32_t output, ZevaOutputState& state);
+  int32_t output_count();
+  // How much waits for the live stream that lags most, in microseconds; 0 without one. Any thread.
+  int64_t slowest_stream_us();
 
   // Ends all, gives up the network, joins each, closes each. Safe to call again.
   void stop();
@@ -66,13 +88,18 @@ class ZV_AVWriter : public zeva::BaseWriter {
   // not end an output.
   zeva::StatusCallback error_callback = nullptr;
   void* error_user = nullptr;
+  // Asks the encoder for a key picture; called on any thread. Installed before start.
+  std::function<void()> request_key_picture;
 
  private:
+  zeva::OutputPolicy policy_of(uint32_t number, const char* url) const;
   zeva::Status open_output(WriterOutput& writer, const char* meta_info, const char* index_path);
   zeva::Status start_index(WriterOutput& writer, const char* index_path);
 
   const uint32_t max_packets;
   const uint32_t interleave_allowance;
+  const zeva::Options options;
+  std::atomic<bool> refusing{false};
   bool exited = false;       // guarded by outputs_mutex
   std::mutex outputs_mutex;  // held while the list grows, or another thread runs along it
   std::vector<std::unique_ptr<WriterOutput>> outputs;

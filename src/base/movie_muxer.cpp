@@ -84,6 +84,8 @@ int MovieMuxer::start(const MovieInfo& info, const Options& options, StatusCallb
     const std::lock_guard<std::mutex> lock(settings_mutex);
     effective = info;
   }
+  writer->create_other_writers(info.other_urls);
+  writer->set_timeout(info.timeout_sec);
   if (async) {
     record->thread = std::thread(&MovieMuxer::run_start, this);
   } else {
@@ -149,8 +151,6 @@ Status MovieMuxer::open_main(const MovieInfo& info) {
 Status MovieMuxer::open_encoders(MovieInfo& info) {
   const Options& options = record->options;
   CodecChoice codecs = choose_codecs(*writer->main_output().context()->oformat, info);
-  writer->create_other_writers(info.other_urls);
-  writer->set_timeout(info.timeout_sec);
   Status status = choose_named_codecs(info, codecs);
   // Pictures come first: their stream has index 0.
   if (status.ok) status = make_encoder(codecs.video, info, video_enc);
@@ -210,7 +210,7 @@ Status MovieMuxer::make_encoder(AVCodecID codec, MovieInfo& info,
 }
 
 Status MovieMuxer::open_url(const MovieInfo& info) {
-  const int result = writer->main_output().open_io();
+  const int result = writer->open_main_io();
   if (result >= 0) return Status::success();
   ZEVA_LOG(kLogError, "Could not open '%s': %s", info.url, av_error_text(result));
   return Status::failure(kNoUrlCode, "Could not open url");
@@ -296,6 +296,7 @@ bool MovieMuxer::stop() {
     ZEVA_LOG(kLogInfo, "end begin... ======  maybe start rtmp thread blocking ..");
   }
   phase = Phase::kStopping;
+  writer->stop_waiting();
   if (was_running && audio_enc) audio_enc->encode(nullptr);
   if (was_running && video_enc) video_enc->encode(nullptr);
 

@@ -12,6 +12,7 @@ namespace {
 using zeva::av_error_text;
 using zeva::kLogError;
 using zeva::MovieOutput;
+using zeva::OutputQueue;
 using zeva::Status;
 
 constexpr int64_t kNoTime = -999999;
@@ -44,25 +45,26 @@ AVOutputFormat* further_format(const MovieOutput& main, const char* url) {
 
 // Where the codec reorders pictures, presentation times go back and forth by nature, and only the
 // decoding times tell a packet that is out of order.
-int64_t order_time(const AVStream& stream, const AVPacket& packet) {
-  return stream.codecpar->video_delay > 0 ? packet.dts : packet.pts;
+int64_t order_time(const OutputQueue::Stream& stream, const AVPacket& packet) {
+  return stream.reorders ? packet.dts : packet.pts;
 }
 
 }  // namespace
 
-WriterOutput::WriterOutput(const ZV_AVWriter& owner, const char* name, const char* url,
-                           uint32_t max_packets, uint32_t interleave_allowance)
-    : thread(url != nullptr ? url : "", {}, *this,
+WriterOutput::WriterOutput(ZV_AVWriter& owner, const char* name, const char* url,
+                           const zeva::OutputPolicy& policy)
+    : thread(url != nullptr ? url : "", policy, *this,
              [&owner](int32_t code, const std::string& text) {
                if (owner.error_callback != nullptr) {
                  owner.error_callback(code, text.c_str(), owner.error_user);
                }
              }),
       owner(owner),
-      name(name),
-      max_packets(max_packets),
-      interleave_allowance(interleave_allowance) {
+      name(name) {
   last_times.fill(kNoTime);
+  thread.queue.on_key_wanted([&owner] {
+    if (owner.request_key_picture) owner.request_key_picture();
+  });
 }
 
 AVOutputFormat* WriterOutput::format(const MovieOutput& main) const {
@@ -96,9 +98,15 @@ Status WriterOutput::clone(const MovieOutput& main, const std::vector<AVRational
     stream->time_base = time_bases[i];
     stream->codecpar->codec_tag = 0;
   }
-  result = thread.output.open_io();
+  return Status::success();
+}
+
+Status WriterOutput::open_io() {
+  const int result = thread.output.open_io();
   if (result >= 0) return Status::success();
-  return failure(-6, result, std::string("io open failed: ") + av_error_text(result) + ", " + url);
+  ZEVA_LOG(kLogError, "Error ###: res=%d, %s\n", result, av_error_text(result));
+  return Status::failure(
+      -6, std::string("io open failed: ") + av_error_text(result) + ", " + thread.output.url());
 }
 
 void WriterOutput::fit_variable_rate(AVRational interval) {
@@ -114,21 +122,16 @@ void WriterOutput::fit_variable_rate(AVRational interval) {
 }
 
 int WriterOutput::write(AVRational time_base, const AVPacket& packet, bool interleave) {
-  const AVFormatContext* const context = thread.output.context();
-  const auto index = static_cast<size_t>(packet.stream_index);
-  if (context == nullptr || packet.stream_index < 0 || index >= last_times.size() ||
-      index >= context->nb_streams) {
-    return -1;
-  }
+  const OutputQueue::Stream* stream = thread.queue.stream(packet.stream_index);
+  if (stream == nullptr || static_cast<size_t>(packet.stream_index) >= last_times.size()) return -1;
   const zeva::PacketPtr own(av_packet_clone(&packet));
   if (own == nullptr) return -1;
-  const AVStream& stream = *context->streams[index];
-  av_packet_rescale_ts(own.get(), time_base, stream.time_base);
-  if (!grows(stream, *own)) return 0;
-  return thread.put(*own, max_packets + (interleave ? interleave_allowance : 0));
+  av_packet_rescale_ts(own.get(), time_base, stream->time_base);
+  if (!grows(*stream, *own)) return 0;
+  return thread.put(*own, interleave);
 }
 
-bool WriterOutput::grows(const AVStream& stream, const AVPacket& packet) {
+bool WriterOutput::grows(const OutputQueue::Stream& stream, const AVPacket& packet) {
   int64_t& last = last_times[static_cast<size_t>(packet.stream_index)];
   const int64_t time = order_time(stream, packet);
   if (time <= last) {
@@ -167,9 +170,11 @@ void WriterOutput::on_trailer_error(int code) {
 void WriterOutput::on_write_error(int code) {
   char text[512] = "";
   av_strerror(code, text, sizeof text);
-  ZEVA_LOG(kLogError, "[Write Pkt Err] (cache=%d, max=%d), err=%d, errmsg=%s", thread.queued(),
-           static_cast<int>(max_packets), code, text);
+  ZEVA_LOG(kLogError, "[Write Pkt Err] (cache=%d, max=%d), err=%d, errmsg=%s",
+           static_cast<int>(thread.queue.backlog().packets),
+           static_cast<int>(thread.policy.limits.packets), code, text);
   const MovieOutput& output = thread.output;
+  if (thread.policy.required) owner.refuse_packets();
   const std::string told = text + (", writing to '" + output.url() + "'") + output.fate();
   if (owner.error_callback != nullptr) owner.error_callback(code, told.c_str(), owner.error_user);
 }

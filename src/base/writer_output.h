@@ -14,19 +14,21 @@ namespace ZV {
 // An output with the classic interface's texts and rules. Owns its queue and thread.
 class WriterOutput : private zeva::OutputListener {
  public:
-  // `max_packets` may wait in the queue, `interleave_allowance` more of those to be interleaved.
-  WriterOutput(const ZV_AVWriter& owner, const char* name, const char* url, uint32_t max_packets,
-               uint32_t interleave_allowance);
+  WriterOutput(ZV_AVWriter& owner, const char* name, const char* url,
+               const zeva::OutputPolicy& policy);
 
   // The container, also before its context is made; null when none is known.
   AVOutputFormat* format(const zeva::MovieOutput& main) const;
 
-  // Makes the context of a further output, with the streams of the main one.
+  // Makes the context of a further output, with the streams of the main one. Opens nothing.
   zeva::Status clone(const zeva::MovieOutput& main, const std::vector<AVRational>& time_bases);
 
   // Pictures of no fixed rate, about `interval` apart, are to come. AVI numbers its pictures at a
   // constant rate: it gets one that is fine enough. Before the header.
   void fit_variable_rate(AVRational interval);
+
+  // Opens the file or connects.
+  zeva::Status open_io();
 
   // Rescales a copy of the packet and queues it, unless its time does not grow. 0, or negative when
   // the output has failed.
@@ -37,7 +39,7 @@ class WriterOutput : private zeva::OutputListener {
   zeva::OutputThread thread;
 
  private:
-  bool grows(const AVStream& stream, const AVPacket& packet);
+  bool grows(const zeva::OutputQueue::Stream& stream, const AVPacket& packet);
 
   // On the writer thread.
   void on_end_of_packets(int64_t written) override;
@@ -45,10 +47,8 @@ class WriterOutput : private zeva::OutputListener {
   void on_write_error(int code) override;
   void on_trailer_error(int code) override;
 
-  const ZV_AVWriter& owner;
-  const char* const name;  // in the log
-  const uint32_t max_packets;
-  const uint32_t interleave_allowance;
+  ZV_AVWriter& owner;
+  const char* const name;             // in the log
   std::array<int64_t, 8> last_times;  // one a stream, each its producer's only
 };
 

@@ -6,6 +6,7 @@
 #include "clock.h"
 #include "host_call.h"
 #include "logger.h"
+#include "versioned_record.h"
 
 using zeva::kLogDebug;
 using zeva::kLogError;
@@ -160,4 +161,16 @@ int64_t MovieCapture2::movie_time() const {
 MovieInfo MovieCapture2::get_mInfo(bool* started) const {
   if (started != nullptr) *started = start_ok;
   return settings();
+}
+
+bool MovieCapture2::output_state(int32_t output, ZevaOutputState& state) const {
+  ZevaOutputState full{};
+  return writer->output_state(output, full) && zeva::fill_record(full, state);
+}
+
+bool MovieCapture2::statistics(ZevaStatistics& statistics) const {
+  ZevaStatistics full{};
+  full.outputs = writer->output_count();
+  full.crash_cost_us = -1;
+  return zeva::fill_record(full, statistics);
 }

@@ -40,6 +40,11 @@ class MovieCapture2 : public zeva::MovieMuxer {
   // The settings in use; `started` (may be null) tells whether the output is open.
   MovieInfo get_mInfo(bool* started) const;
 
+  // Fill in as much as the record's `struct_size` says; false when that cannot be, or there is no
+  // such output. Any thread; never block.
+  bool output_state(int32_t output, ZevaOutputState& state) const;
+  bool statistics(ZevaStatistics& statistics) const;
+
   // Calendar microseconds that advance with the steady clock.
   static int64_t sys_usec();
 

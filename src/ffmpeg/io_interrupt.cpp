@@ -1,7 +1,5 @@
 #include "io_interrupt.h"
 
-#include <algorithm>
-
 #include "clock.h"
 
 namespace zeva {
@@ -41,8 +39,7 @@ bool IoInterrupt::must_give_up() const {
   if (gave_up) return true;  // also what closes the output afterwards
   const int64_t exit = exit_time;
   const int64_t start = operation_start;
-  // A server that goes on reading gets the rest: the grace begins anew with each operation.
-  if (exit != kNever && (!is_open || elapsed_us(std::max(exit, start)) > kGraceUs)) return true;
+  if (exit != kNever && (!is_open || elapsed_us(exit) > kGraceUs)) return true;
   return start != kNever && elapsed_us(start) > timeout_us;
 }
 

@@ -9,9 +9,9 @@
 namespace zeva {
 
 // FFmpeg asks `callback()` while it waits for a peer. The answer is "give up" when the recording
-// ended: at once while connecting, after a short grace once `opened` was called, if then one
-// operation takes that long (so that the rest can be flushed); and when one operation takes longer
-// than the time-out. `exit`, `opened` and `begin_operation` may be called from any thread.
+// ended: at once while connecting, after a grace of 1.5 s once `opened` was called (so that the
+// rest can be flushed), however many operations that takes; and when one operation takes longer
+// than the time-out. All but `begin_session` may be called from any thread.
 class IoInterrupt {
  public:
   void set_timeout(int timeout_sec);  // 0 or less: 10 s
@@ -19,6 +19,8 @@ class IoInterrupt {
   bool exited() const { return exit_time != kNever; }
   void opened() { is_open = true; }
   void begin_operation();
+  // What was given up concerns the connection that was; between two of them.
+  void begin_session() { gave_up = false; }
   // The result of the operation in truth: FFmpeg's RTSP ignores that a send was given up, and would
   // send the rest of the packets behind half of one.
   int result_of_operation(int ffmpeg_result) const;

@@ -4,14 +4,14 @@
 #include <cstddef>
 #include <cstring>
 
+#include "versioned_record.h"
+
 namespace zeva {
 namespace {
 
 constexpr int64_t kMaxRate = 1000;  // pictures a second
 constexpr int32_t kMaxChannels = 8;
 constexpr int32_t kMostOutputs = 64;  // more than either settings record has places for
-// No version of the record comes near it: the host left the size uninitialised.
-constexpr uint32_t kAbsurdSize = 4096;
 
 std::string number_fault(const char* field, int64_t value, const char* why) {
   return std::string(field) + " " + std::to_string(value) + " " + why;
@@ -21,7 +21,7 @@ std::string number_fault(const char* field, int64_t value, const char* why) {
 template <typename Record>
 std::string size_fault(const Record& given, const std::string& type) {
   const std::string size = "struct_size " + std::to_string(given.struct_size) + " ";
-  if (given.struct_size < sizeof given.struct_size || given.struct_size > kAbsurdSize) {
+  if (given.struct_size < sizeof given.struct_size || given.struct_size > kAbsurdRecordSize) {
     return size + "is not the size of a " + type + "; " + type + "_init sets it";
   }
   const auto* bytes = reinterpret_cast<const unsigned char*>(&given);

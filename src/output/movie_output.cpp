@@ -6,7 +6,9 @@
 #include <utility>
 
 #include "av_error.h"
+#include "context_copy.h"
 #include "files.h"
+#include "host_lookup.h"
 #include "logger.h"
 #include "output_url.h"
 #include "zeva/status.h"
@@ -41,15 +43,21 @@ int MovieOutput::create(AVOutputFormat* format) {
   oc.reset(made);
   if (result < 0) return result;
   if (oc == nullptr) return AVERROR_UNKNOWN;
-  // A file is never interrupted: what was recorded must be written.
-  if (is_network()) oc->interrupt_callback = io.callback();
-  if (is_rtsp_url(output_url.c_str())) av_opt_set(oc->priv_data, "rtsp_transport", "tcp", 0);
-  oc->max_interleave_delta = kLongestHoldMs * 1000;
+  prepare_context();
   return 0;
 }
 
+void MovieOutput::prepare_context() {
+  // A file is never interrupted: what was recorded must be written.
+  if (is_network()) oc->interrupt_callback = io.callback();
+  if (is_rtsp_url(output_url.c_str())) av_opt_set(oc->priv_data, "rtsp_transport", "tcp", 0);
+  if (server_timeout_us > 0) av_opt_set_int(oc->priv_data, "stimeout", server_timeout_us, 0);
+  oc->max_interleave_delta = kLongestHoldMs * 1000;
+}
+
 void MovieOutput::set_server_timeout(int64_t timeout_us) {
-  if (timeout_us > 0) av_opt_set_int(oc->priv_data, "stimeout", timeout_us, 0);
+  server_timeout_us = timeout_us;
+  prepare_context();
 }
 
 void MovieOutput::set_metadata(const char* text) {
@@ -63,11 +71,34 @@ void MovieOutput::set_metadata(const char* text) {
 
 AVStream* MovieOutput::add_stream() { return avformat_new_stream(oc.get(), nullptr); }
 
+// Before FFmpeg writes into the context.
+void MovieOutput::note_pattern() {
+  if (is_network() && pattern == nullptr) pattern = copy_context(*oc);
+}
+
+int MovieOutput::open() {
+  note_pattern();
+  const int result = open_io();
+  return result < 0 ? result : write_header();
+}
+
+int MovieOutput::renew() {
+  (void)close();
+  progress = {};
+  io.begin_session();
+  if (pattern != nullptr) oc = copy_context(*pattern);
+  if (oc == nullptr) return AVERROR(ENOMEM);
+  prepare_context();
+  return 0;
+}
+
 int MovieOutput::open_io() {
+  progress.opened = true;
   av_dump_format(oc.get(), 0, output_url.c_str(), 1);
   io.begin_operation();
   // Or the process would print its log lines into the movie.
   occupy_standard_descriptors();
+  if (is_network() && !find_host(output_url, io)) return AVERROR_EXIT;
   if (muxer_does_io()) return 0;
   const std::string path = file_path(output_url);
   // Pipes and devices hold nothing that could be lost.
@@ -92,10 +123,11 @@ MovieOutput::IndexStart MovieOutput::start_index(const std::string& path) {
 }
 
 int MovieOutput::write_header() {
+  note_pattern();
   io.begin_operation();
   // The metadata serves as the options too; what the muxer does not know as one stays metadata.
   const int result = avformat_write_header(oc.get(), &oc->metadata);
-  header_written = result >= 0;
+  progress.header_written = result >= 0;
   return result;
 }
 
@@ -110,13 +142,13 @@ int MovieOutput::commit() {
 
 int MovieOutput::begin_packet(const AVPacket& packet) {
   io.begin_operation();
-  if (packets == 0) {
+  if (progress.packets == 0) {
     const int result = commit();
     if (result < 0) return result;
   }
   if (!has_room_for(packet)) return AVERROR(ENOSPC);
-  ++packets;
-  payload_bytes += packet.size;
+  ++progress.packets;
+  progress.payload_bytes += packet.size;
   note_end(packet);
   return 0;
 }
@@ -128,23 +160,24 @@ void MovieOutput::note_end(const AVPacket& packet) {
   const auto possible = [](int64_t time) { return time > -kLimit && time < kLimit; };
   if (index >= oc->nb_streams || !possible(packet.pts) || !possible(packet.duration)) return;
   const AVRational time_base = oc->streams[index]->time_base;
-  end_us = std::max(end_us, av_rescale_q(packet.pts + packet.duration, time_base, kMicroseconds));
+  progress.end_us = std::max(progress.end_us,
+                             av_rescale_q(packet.pts + packet.duration, time_base, kMicroseconds));
 }
 
 // Everything that the muxer was given must fit, and the trailer behind it.
 bool MovieOutput::has_room_for(const AVPacket& packet) {
   if (file == nullptr) return true;
-  const int64_t trailer = kTrailerBytes + (packets + 1) * kTrailerBytesPerPacket;
-  const int64_t media = std::max(avio_tell(oc->pb), payload_bytes) + packet.size;
+  const int64_t trailer = kTrailerBytes + (progress.packets + 1) * kTrailerBytesPerPacket;
+  const int64_t media = std::max(avio_tell(oc->pb), progress.payload_bytes) + packet.size;
   full = full || !file->ensure_room(media + trailer);
   return !full;
 }
 
 // FFmpeg would move everything from the first packet before 0 on, but not what it wrote before.
 void MovieOutput::begin_at_zero() {
-  last_times.assign(oc->nb_streams, INT64_MIN);
-  floor_is_zero = (oc->oformat->flags & (AVFMT_TS_NEGATIVE | AVFMT_NOTIMESTAMPS)) == 0;
-  if (!floor_is_zero) return;
+  progress.last_times.assign(oc->nb_streams, INT64_MIN);
+  progress.floor_is_zero = (oc->oformat->flags & (AVFMT_TS_NEGATIVE | AVFMT_NOTIMESTAMPS)) == 0;
+  if (!progress.floor_is_zero) return;
   oc->avoid_negative_ts = 0;
   for (unsigned i = 0; i < oc->nb_streams; ++i) {
     const AVCodecParameters& par = *oc->streams[i]->codecpar;
@@ -156,10 +189,10 @@ void MovieOutput::begin_at_zero() {
 
 // False when the packet is to be left out.
 bool MovieOutput::fit_above_zero(AVPacket& packet) {
-  if (!floor_is_zero || packet.dts == AV_NOPTS_VALUE) return true;
+  if (!progress.floor_is_zero || packet.dts == AV_NOPTS_VALUE) return true;
   const AVRational time_base = oc->streams[packet.stream_index]->time_base;
   const int64_t zero = -av_rescale_q(oc->output_ts_offset, kMicroseconds, time_base);
-  int64_t& last = last_times[static_cast<size_t>(packet.stream_index)];
+  int64_t& last = progress.last_times[static_cast<size_t>(packet.stream_index)];
   const int64_t lowest = last == INT64_MIN ? zero : std::max(zero, last + 1);
   if (packet.pts != AV_NOPTS_VALUE && packet.pts < lowest) {
     leave_out("its time lies before the beginning or the packet before it");
@@ -170,7 +203,7 @@ bool MovieOutput::fit_above_zero(AVPacket& packet) {
 }
 
 int MovieOutput::write(AVPacket* packet) {
-  if (packets == 0) begin_at_zero();
+  if (progress.packets == 0) begin_at_zero();
   if (!fit_above_zero(*packet)) {
     av_packet_unref(packet);
     return 0;
@@ -186,8 +219,8 @@ int MovieOutput::write(AVPacket* packet) {
 bool MovieOutput::write_interleaved(AVPacket* packet, int& result) {
   result = io.result_of_operation(av_interleaved_write_frame(oc.get(), packet));
   const bool refused = result == AVERROR(EINVAL) || result == AVERROR_INVALIDDATA;
-  refused_in_a_row = refused ? refused_in_a_row + 1 : 0;
-  if (!refused || is_broken() || refused_in_a_row > kMostRefusals) return true;
+  progress.refused_in_a_row = refused ? progress.refused_in_a_row + 1 : 0;
+  if (!refused || is_broken() || progress.refused_in_a_row > kMostRefusals) return true;
   leave_out(av_error_text(result));
   result = 0;
   return false;
@@ -204,7 +237,7 @@ int MovieOutput::write_held() {
   int result = 0;
   while (!write_interleaved(nullptr, result)) {
   }
-  if (result >= 0 && snapshot != nullptr && packets > 0) snapshot->flush(*oc);
+  if (result >= 0 && snapshot != nullptr && progress.packets > 0) snapshot->flush(*oc);
   return result;
 }
 
@@ -214,8 +247,8 @@ int MovieOutput::write_in_order(AVPacket* packet) {
 }
 
 int MovieOutput::write_trailer() {
-  if (!header_written || trailer_tried) return 0;
-  trailer_tried = true;
+  if (!progress.header_written || progress.trailer_tried) return 0;
+  progress.trailer_tried = true;
   if (file != nullptr && !file->is_committed()) return 0;
   const bool has_table = file != nullptr && needs_index(*oc->oformat);
   if (has_table) (void)write_held();  // so that the table comes next
@@ -245,7 +278,7 @@ void MovieOutput::correct_duration(int64_t table) {
   if (!found || timescale == 0) return;
   const int64_t end = avio_tell(oc->pb);
   avio_seek(oc->pb, table + kDurationAt, SEEK_SET);
-  avio_wb32(oc->pb, static_cast<uint32_t>(av_rescale(end_us, timescale, 1000000)));
+  avio_wb32(oc->pb, static_cast<uint32_t>(av_rescale(progress.end_us, timescale, 1000000)));
   avio_seek(oc->pb, end, SEEK_SET);
   avio_flush(oc->pb);
 }

@@ -55,6 +55,15 @@ class MovieOutput {
   [[nodiscard]] IndexStart start_index(const std::string& path);
   [[nodiscard]] int write_header();
 
+  // ---- live streams, again and again
+
+  // Connects and writes the header.
+  [[nodiscard]] int open();
+  // True while nothing of the context has been used: `open` may be called.
+  bool is_fresh() const { return oc != nullptr && !progress.opened; }
+  // Closes what there is and makes a context like the first one, for the next connection.
+  [[nodiscard]] int renew();
+
   // ---- packets
 
   // Lets the output take the place of an older file.
@@ -94,7 +103,22 @@ class MovieOutput {
   IoInterrupt io;
 
  private:
+  // Of one opening, from the context to the close.
+  struct Progress {
+    bool opened = false;
+    bool header_written = false;
+    bool trailer_tried = false;
+    bool floor_is_zero = false;       // the container has no times before 0
+    std::vector<int64_t> last_times;  // decoding times of the streams
+    int64_t packets = 0;
+    int refused_in_a_row = 0;
+    int64_t payload_bytes = 0;
+    int64_t end_us = 0;  // movie time at which the last packet ends
+  };
+
   bool muxer_does_io() const { return (oc->oformat->flags & AVFMT_NOFILE) != 0; }
+  void prepare_context();
+  void note_pattern();
   [[nodiscard]] int begin_packet(const AVPacket& packet);
   bool has_room_for(const AVPacket& packet);
   void begin_at_zero();
@@ -108,19 +132,14 @@ class MovieOutput {
   const std::string output_url;
   const Report report;
   FormatContextPtr oc;
+  FormatContextPtr pattern;  // of a network output's next connection; never opened
+  int64_t server_timeout_us = 0;
   std::unique_ptr<FileIo> file;  // of a regular file
   std::unique_ptr<Snapshot> snapshot;
   std::string index_path;
-  bool header_written = false;
-  bool trailer_tried = false;
+  Progress progress;
   bool full = false;
-  bool floor_is_zero = false;       // the container has no times before 0
-  std::vector<int64_t> last_times;  // decoding times of the streams
-  int64_t packets = 0;
   int64_t left_out = 0;  // of the packets
-  int refused_in_a_row = 0;
-  int64_t payload_bytes = 0;
-  int64_t end_us = 0;  // movie time at which the last packet ends
 };
 
 // True when the muxer writes MP4 or one of its relatives (MOV, M4A, 3GP): such a file cannot be

@@ -1,5 +1,6 @@
 #include "packetqueue.h"
 
+#include <algorithm>
 #include <chrono>
 #include <exception>
 
@@ -31,31 +32,31 @@ void PacketQueue::safe_free(AVPacket* packet) {
 }
 
 PacketQueue::~PacketQueue() {
-  for (AVPacket& packet : packets) safe_free(&packet);
+  for (Entry& entry : entries) safe_free(&entry.packet);
 }
 
-int PacketQueue::put(AVPacket* packet) {
+int PacketQueue::put(AVPacket* packet, int64_t time_us) {
   const std::lock_guard<std::mutex> lock(mutex);
-  return append_locked(packet);
+  return append_locked(packet, time_us);
 }
 
-int PacketQueue::put_bounded(AVPacket* packet, uint32_t max_packets, bool block) {
+int PacketQueue::put_bounded(AVPacket* packet, const Limits& limits, bool block, int64_t time_us) {
   int result = 0;
   {
     std::unique_lock<std::mutex> lock(mutex);
-    result = wait_for_place(lock, max_packets, block);
-    if (result == 0) result = append_locked(packet);
+    result = wait_for_place(lock, limits, block);
+    if (result == 0) result = append_locked(packet, time_us);
   }
   if (result < 0) safe_free(packet);
   return result;
 }
 
-int PacketQueue::wait_for_place(std::unique_lock<std::mutex>& lock, uint32_t max_packets,
+int PacketQueue::wait_for_place(std::unique_lock<std::mutex>& lock, const Limits& limits,
                                 bool block) {
   if (abort_request) return -1;
-  while (packets.size() >= max_packets) {
-    ZEVA_LOG(kLogDebug, "write full: maxNpkt=%d, have=%d", static_cast<int>(max_packets),
-             static_cast<int>(packets.size()));
+  while (backlog_locked().reaches(limits) && !never_waits) {
+    ZEVA_LOG(kLogDebug, "write full: maxNpkt=%d, have=%d", static_cast<int>(limits.packets),
+             static_cast<int>(entries.size()));
     if (!block) return -2;
     not_full.wait(lock);
     if (abort_request) return -1;
@@ -63,14 +64,17 @@ int PacketQueue::wait_for_place(std::unique_lock<std::mutex>& lock, uint32_t max
   return 0;
 }
 
-int PacketQueue::append_locked(AVPacket* packet) try {
-  AVPacket& place = packets.emplace_back();
+int PacketQueue::append_locked(AVPacket* packet, int64_t time_us) try {
+  Entry& entry = entries.emplace_back();
+  entry.time_us = time_us;
   if (is_tailer(*packet)) {
-    place = *packet;
-  } else if (av_packet_ref(&place, packet) < 0) {
-    packets.pop_back();
+    entry.packet = *packet;
+    entry.time_us = entries.size() > 1 ? entries[entries.size() - 2].time_us : 0;
+  } else if (av_packet_ref(&entry.packet, packet) < 0) {
+    entries.pop_back();
     return -1;
   }
+  bytes += entry.packet.size;
   not_empty.notify_one();
   return 0;
 } catch (const std::exception&) {
@@ -79,16 +83,17 @@ int PacketQueue::append_locked(AVPacket* packet) try {
 
 int PacketQueue::get_within(AVPacket* packet, int timeout_ms) {
   std::unique_lock<std::mutex> lock(mutex);
-  const auto ready = [this] { return abort_request || !packets.empty(); };
+  const auto ready = [this] { return abort_request || !entries.empty(); };
   if (timeout_ms == kForever) {
     not_empty.wait(lock, ready);
   } else if (!not_empty.wait_for(lock, std::chrono::milliseconds(timeout_ms), ready)) {
     return 0;
   }
   if (abort_request) return -1;
-  *packet = packets.front();
-  packets.pop_front();
-  not_full.notify_one();
+  *packet = entries.front().packet;
+  bytes -= packet->size;
+  entries.pop_front();
+  not_full.notify_all();  // each of the waiters has limits of its own
   return 1;
 }
 
@@ -100,9 +105,38 @@ void PacketQueue::abort() {
   not_full.notify_all();
 }
 
-int PacketQueue::nb_packets() const {
+void PacketQueue::stop_waiting() {
   const std::lock_guard<std::mutex> lock(mutex);
-  return static_cast<int>(packets.size());
+  never_waits = true;
+  not_full.notify_all();
+}
+
+void PacketQueue::clear(const std::function<void(const AVPacket&)>& drop) {
+  const std::lock_guard<std::mutex> lock(mutex);
+  bool ended = false;
+  for (Entry& entry : entries) {
+    if (is_tailer(entry.packet)) {
+      ended = true;
+      continue;
+    }
+    drop(entry.packet);
+    safe_free(&entry.packet);
+  }
+  entries.clear();
+  bytes = 0;
+  if (ended) (void)append_locked(tailer(), 0);
+  not_full.notify_all();
+}
+
+PacketQueue::Backlog PacketQueue::backlog() const {
+  const std::lock_guard<std::mutex> lock(mutex);
+  return backlog_locked();
+}
+
+PacketQueue::Backlog PacketQueue::backlog_locked() const {
+  if (entries.empty()) return {};
+  const int64_t us = entries.back().time_us - entries.front().time_us;
+  return {static_cast<int64_t>(entries.size()), std::max<int64_t>(us, 0), bytes};
 }
 
 }  // namespace zeva

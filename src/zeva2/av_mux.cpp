@@ -9,6 +9,7 @@
 #include "logger.h"
 #include "output_url.h"
 #include "saturating.h"
+#include "versioned_record.h"
 #include "zeva/status.h"
 
 namespace zeva {
@@ -106,6 +107,7 @@ void AVMux::end_worker() {
     // that is given up ends the recording of the others too. That never waits for a peer; opening
     // does.
     if (phase != Phase::kRecording) give_up_outputs_soon_locked();
+    for (const auto& output : outputs) output->stop_waiting();
   }
   ZEVA_LOG(kLogInfo, "release muxer later ing... (%p)", static_cast<void*>(this));
   worker.join();
@@ -184,12 +186,13 @@ Status AVMux::open_outputs() {
   }
   OpenFiles files;
   bool index_given = settings.moov.empty();
+  size_t number = 0;
   const auto open_next = [&](const std::string& url) {
     if (url.empty()) return Status::success();
     const AVOutputFormat* format = guess_output_format(url.c_str());
     const bool indexed = !index_given && format != nullptr && needs_index(*format);
     index_given = index_given || indexed;
-    return open_output(url, indexed ? settings.moov : "", files);
+    return open_output(url, options.policy(number++), indexed ? settings.moov : "", files);
   };
   Status status = open_next(settings.url);
   for (const std::string& url : settings.others) {
@@ -203,12 +206,13 @@ Status AVMux::open_outputs() {
   return status;
 }
 
-Status AVMux::open_output(const std::string& url, const std::string& index_path, OpenFiles& files) {
+Status AVMux::open_output(const std::string& url, const ZevaOutputPolicy& policy,
+                          const std::string& index_path, OpenFiles& files) {
   OutputContext* output = nullptr;
   {
     const std::lock_guard<std::mutex> lock(outputs_mutex);
     outputs.push_back(std::make_unique<OutputContext>(
-        url, [this](int32_t code, const std::string& text) { report(code, text); }));
+        url, policy, [this](int32_t code, const std::string& text) { report(code, text); }));
     output = outputs.back().get();
     if (stopping) output->give_up_soon();
   }
@@ -363,10 +367,34 @@ bool AVMux::backlog(Backlog* backlog) {
   if (phase == Phase::kOpening) return true;
   backlog->outputs = 0;
   for (const auto& output : outputs) {
-    if (output->failed()) return false;
+    if (output->ends_recording()) return false;
     backlog->outputs = std::max(backlog->outputs, output->queued());
   }
   return true;
+}
+
+bool AVMux::output_state(int32_t output, ZevaOutputState& state) {
+  ZevaOutputState full{};
+  const auto number = static_cast<size_t>(output);
+  {
+    const std::lock_guard<std::mutex> lock(outputs_mutex);
+    if (output < 0 || number >= settings.output_count()) return false;
+    if (number < outputs.size()) {
+      outputs[number]->fill(full);
+    } else {
+      full.phase = kZevaOutputOpening;
+      full.last_error_us = full.synced_us = full.disk_free_bytes = -1;
+    }
+  }
+  return fill_record(full, state);
+}
+
+bool AVMux::statistics(ZevaStatistics& statistics) {
+  ZevaStatistics full{};
+  full.outputs = static_cast<int32_t>(settings.output_count());
+  full.crash_cost_us = -1;
+  full.sound_minus_picture_us = audio_clock.time - video_clock.time;
+  return fill_record(full, statistics);
 }
 
 int64_t AVMux::movie_time() const {

@@ -62,6 +62,11 @@ class AVMux {
   // False when no more packets are taken, or an output has failed and will end the others.
   bool backlog(Backlog* backlog);
 
+  // Fill in as much as the record's `struct_size` says; false when that cannot be, or there is no
+  // such output. Never block.
+  bool output_state(int32_t output, ZevaOutputState& state);
+  bool statistics(ZevaStatistics& statistics);
+
   bool is_aborted() const { return aborted; }
   // None of the library's threads can wait for itself.
   bool in_status_callback() const { return HostCall::is_inside(this); }
@@ -90,7 +95,8 @@ class AVMux {
   void work();
   void record();
   Status open_outputs();
-  Status open_output(const std::string& url, const std::string& index_path, OpenFiles& files);
+  Status open_output(const std::string& url, const ZevaOutputPolicy& policy,
+                     const std::string& index_path, OpenFiles& files);
   bool close_outputs();
 
   enum class Phase { kOpening, kRecording, kEnding };

@@ -1,6 +1,7 @@
 // A packet recording's settings, kept after the host has freed its own.
 #pragma once
 
+#include <algorithm>
 #include <array>
 #include <string>
 #include <vector>
@@ -21,6 +22,11 @@ class MuxSettings {
   bool has_video() const { return vcodec == kPacketVideoH264; }
   bool has_audio() const { return acodec == kPacketAudioAac || encodes_pcm(); }
   bool encodes_pcm() const { return acodec == kPacketAudioPcm; }
+  size_t output_count() const {
+    const auto named = std::count_if(others.begin(), others.end(),
+                                     [](const std::string& other) { return !other.empty(); });
+    return static_cast<size_t>(named) + (url.empty() ? 0 : 1);
+  }
   // Packets are length-prefixed, also when what was given turns out to be unusable.
   bool declares_parameter_sets() const { return sets.extradata_len != 0 || sets.sps_len != 0; }
 

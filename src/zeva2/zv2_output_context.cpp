@@ -19,10 +19,19 @@ constexpr int64_t kLongestDuration = INT32_MAX;  // that MP4 takes
 
 enum OpenCode : int32_t { kSnapshotFailed = -7, kIoFailed = -32, kHeaderFailed = -33 };
 
-OutputPolicy packet_policy() {
-  OutputPolicy policy;
-  policy.trailer_after_error = true;
-  return policy;
+// What waits for a stream is bounded, since a server may never read; a slow disk catches up.
+constexpr int64_t kStreamKeepUs = 10000000;
+constexpr int64_t kStreamKeepBytes = 64 << 20;
+constexpr int64_t kFileKeepBytes = 256 << 20;
+
+OutputPolicy packet_policy(const std::string& url, const ZevaOutputPolicy& host) {
+  OutputPolicy::Defaults defaults;
+  defaults.stream_full = OutputPolicy::WhenFull::kDrop;
+  defaults.stream_limits.us = kStreamKeepUs;
+  defaults.stream_limits.bytes = kStreamKeepBytes;
+  defaults.file_limits.bytes = kFileKeepBytes;
+  defaults.trailer_after_error = true;
+  return {defaults, host, is_live_url(url.c_str())};
 }
 
 bool copy_rotation(const AVStream& source, AVStream* stream) {
@@ -37,8 +46,9 @@ bool copy_rotation(const AVStream& source, AVStream* stream) {
 
 }  // namespace
 
-OutputContext::OutputContext(const std::string& url, MovieOutput::Report report)
-    : thread(url, packet_policy(), *this, std::move(report)) {
+OutputContext::OutputContext(const std::string& url, const ZevaOutputPolicy& host_policy,
+                             MovieOutput::Report report)
+    : thread(url, packet_policy(url, host_policy), *this, std::move(report)) {
   thread.output.io.set_timeout(kTimeoutSec);
   // Also while connecting: a host may have written a whole movie and stopped before the inputs
   // were known, and the output is opened only then.
@@ -50,12 +60,22 @@ OutputContext::OutputContext(const std::string& url, MovieOutput::Report report)
 Status OutputContext::open(const AVStream* video_stream, const AVStream* audio_stream,
                            const std::string& snapshot_path, const std::string& meta,
                            OpenFiles& files) {
+  Status status = try_open(video_stream, audio_stream, snapshot_path, meta, files);
+  if (status.ok || thread.output.io.exited() || !thread.policy.optional) return status;
+  thread.leave_out(status.code, status.message);
+  return Status::success();
+}
+
+Status OutputContext::try_open(const AVStream* video_stream, const AVStream* audio_stream,
+                               const std::string& snapshot_path, const std::string& meta,
+                               OpenFiles& files) {
   ZEVA_LOG(kLogInfo, "Output: %s", url().c_str());
   Status status = files.check(file_path(url()));
   if (status.ok) status = make_context();
   if (status.ok) thread.output.set_metadata(meta.c_str());
   if (status.ok) status = make_transcoder(audio_stream);
   if (status.ok) status = add_streams(video_stream, audio_stream);
+  if (thread.opens_itself()) return status;
   if (status.ok) status = open_io();
   if (status.ok) files.add(file_path(url()));
   if (status.ok) status = files.check(snapshot_path);
@@ -149,14 +169,14 @@ Status OutputContext::write_header() {
 
 bool OutputContext::enqueue(const AVPacket* packet, AVRational time_base, int stream_index) {
   if (stream_index < 0) return true;
+  if (failed()) return !ends_recording();
   const PacketPtr clone(av_packet_clone(packet));
   if (!clone) return false;
-  const AVStream& stream = *thread.output.context()->streams[stream_index];
-  av_packet_rescale_ts(clone.get(), time_base, stream.time_base);
+  av_packet_rescale_ts(clone.get(), time_base, thread.queue.stream(stream_index)->time_base);
   clone->stream_index = stream_index;
   clone->duration = std::clamp<int64_t>(clone->duration, 0, kLongestDuration);
   if (!fits(*clone) || !grows(*clone)) return true;
-  if (thread.put(*clone) == 0) return true;
+  if (thread.put(*clone) == 0 || !ends_recording()) return true;
   ZEVA_LOG(kLogError, "*** '%s' enque failed, aborted (stream_idx=%d).", url().c_str(),
            stream_index);
   return false;
@@ -204,6 +224,9 @@ int route(const AVPacket* packet, AVRational time_base, const char* name,
     return 0;
   }
   const bool video = name[0] == 'h';
+  const bool all_failed = std::all_of(outputs.begin(), outputs.end(),
+                                      [](const auto& output) { return output->failed(); });
+  if (all_failed) return video ? kVideoRefused : kAudioRefused;
   for (const auto& output : outputs) {
     const bool taken =
         video ? output->enqueue_video(packet, time_base) : output->enqueue_audio(packet, time_base);
@@ -220,7 +243,7 @@ void OutputContext::on_end_of_packets(int64_t /*written*/) {
 
 // Streams that could not be known, or nothing but their beginning, make no movie.
 void OutputContext::on_trailer(int64_t written) {
-  if (written == 0) fail("get a packet for", AVERROR_INVALIDDATA);
+  if (written == 0 && !thread.policy.optional) fail("get a packet for", AVERROR_INVALIDDATA);
 }
 
 void OutputContext::on_write_error(int code) {
@@ -258,7 +281,7 @@ void OutputContext::close() {
   if (thread.output.context() == nullptr) return;
   ZEVA_LOG(kLogInfo, "close ofmt");
   const int result = thread.output.close();
-  if (result >= 0) return;
+  if (result >= 0 || thread.policy.optional) return;
   ZEVA_LOG(kLogError, "close of '%s': (%d) %s", url().c_str(), result, av_error_text(result));
   fail("finish", result);
 }

@@ -20,14 +20,16 @@ namespace zeva {
 // any time.
 class OutputContext : private OutputListener {
  public:
-  OutputContext(const std::string& url, MovieOutput::Report report);
+  OutputContext(const std::string& url, const ZevaOutputPolicy& host_policy,
+                MovieOutput::Report report);
   ~OutputContext() { close(); }
   OutputContext(const OutputContext&) = delete;
   OutputContext& operator=(const OutputContext&) = delete;
 
-  // Opens the output and writes its header; `files` are those of the outputs before it. A stream
-  // may be null; both are only read. Blocks while a network output connects, at most 5 s for each
-  // step. After a failure the object is only good to be destroyed.
+  // Opens the output and writes its header, unless its thread does; `files` are those of the
+  // outputs before it. A stream may be null; both are only read. Blocks while a network output
+  // connects, at most 5 s for each step. After a failure the object is only good to be destroyed,
+  // unless the recording can do without it: it succeeds then, and takes nothing.
   Status open(const AVStream* video_stream, const AVStream* audio_stream,
               const std::string& snapshot_path, const std::string& meta, OpenFiles& files);
   // Starts the thread that writes.
@@ -35,7 +37,7 @@ class OutputContext : private OutputListener {
 
   // Queues a packet of one of the two inputs, whose times are in `time_base`; a null one gives out
   // what the transcoder still holds. A packet of a stream that the output does not have is left
-  // out. False when the output has failed.
+  // out. False when the output has failed and the recording cannot do without it.
   bool enqueue_video(const AVPacket* packet, AVRational time_base);
   bool enqueue_audio(const AVPacket* packet, AVRational time_base);
 
@@ -50,14 +52,23 @@ class OutputContext : private OutputListener {
   const Status& failure() const { return first_failure; }
 
   const std::string& url() const { return thread.output.url(); }
-  // Packets that wait to be written, and whether writing has failed; any thread.
-  int32_t queued() const { return thread.queued(); }
+  // Any thread: packets that wait to be written, whether the output has failed, and whether that
+  // ends the recording.
+  int32_t queued() const { return static_cast<int32_t>(thread.queue.backlog().packets); }
   bool failed() const { return thread.has_failed(); }
+  bool ends_recording() const { return failed() && !thread.policy.optional; }
+  void fill(ZevaOutputState& state) const { thread.fill(state); }
 
   // The recording is to end: a network output has 1.5 s from the first call. Files are not touched.
   void give_up_soon() { thread.output.io.exit(); }
+  // Nothing waits for a live stream any more.
+  void stop_waiting() {
+    if (thread.policy.live) thread.queue.stop_waiting();
+  }
 
  private:
+  Status try_open(const AVStream* video_stream, const AVStream* audio_stream,
+                  const std::string& snapshot_path, const std::string& meta, OpenFiles& files);
   Status make_context();
   Status make_transcoder(const AVStream* audio_stream);
   Status add_streams(const AVStream* video_stream, const AVStream* audio_stream);
@@ -89,7 +100,7 @@ class OutputContext : private OutputListener {
 using OutputList = std::vector<std::unique_ptr<OutputContext>>;
 
 // Hands a demuxed packet to every output, by the name of the input that it is from. Negative when
-// an output refused it.
+// an output refused it, or none takes packets any more.
 int route(const AVPacket* packet, AVRational time_base, const char* name,
           const OutputList& outputs);
 

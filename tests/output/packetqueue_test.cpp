@@ -32,9 +32,9 @@ TEST(PacketQueue, SharesPayloadsAndReleasesWhatItRefuses) {
   {
     PacketQueue queue;
     EXPECT_EQ(queue.get(&out, false), 0);
-    EXPECT_EQ(queue.put_bounded(first.packet.get(), 1, false), 0);
+    EXPECT_EQ(queue.put_bounded(first.packet.get(), {1}, false), 0);
     EXPECT_EQ(first.references(), 2);  // the caller keeps its packet
-    EXPECT_EQ(queue.put_bounded(too_many.packet.get(), 1, false), -2);
+    EXPECT_EQ(queue.put_bounded(too_many.packet.get(), {1}, false), -2);
     EXPECT_EQ(log.messages(), std::vector<std::string>{"write full: maxNpkt=1, have=1"});
     EXPECT_EQ(too_many.references(), 0);
     ASSERT_EQ(queue.get(&out, true), 1);
@@ -43,9 +43,9 @@ TEST(PacketQueue, SharesPayloadsAndReleasesWhatItRefuses) {
     av_packet_unref(&out);
     EXPECT_EQ(first.references(), 1);
 
-    EXPECT_EQ(queue.put_bounded(second.packet.get(), 1, false), 0);
+    EXPECT_EQ(queue.put_bounded(second.packet.get(), {1}, false), 0);
     queue.abort();
-    EXPECT_EQ(queue.put_bounded(too_late.packet.get(), 9, true), -1);
+    EXPECT_EQ(queue.put_bounded(too_late.packet.get(), {9}, true), -1);
     EXPECT_EQ(too_late.references(), 0);
     EXPECT_EQ(queue.get(&out, true), -1);  // although one is left
     EXPECT_EQ(queue.put(PacketQueue::tailer()), 0);
@@ -62,7 +62,7 @@ TEST(PacketQueue, AbortWakesABlockedPut) {
   const LogCapture log([&](const std::string&) { full.set_value(); });
   ASSERT_EQ(queue.put(queued.packet.get()), 0);
   auto put = std::async(std::launch::async,
-                        [&] { return queue.put_bounded(waiting.packet.get(), 1, true); });
+                        [&] { return queue.put_bounded(waiting.packet.get(), {1}, true); });
   full.get_future().wait();
   queue.abort();  // gets the lock only once the putter waits
   EXPECT_EQ(put.get(), -1);
