@@ -109,6 +109,7 @@ Status ZV_AVWriter::open_output(WriterOutput& writer, const char* meta_info,
   if (status.ok && !is_main) status = writer.clone(main_output(), stream_time_bases);
   if (status.ok && writer.thread.opens_itself()) {
     output.set_metadata(meta_info);
+    writer.thread.note_streams();
     return status;
   }
   if (status.ok && !is_main) status = writer.open_io();
@@ -121,6 +122,7 @@ Status ZV_AVWriter::open_output(WriterOutput& writer, const char* meta_info,
   const int result = output.write_header();
   if (result < 0) return Status::failure(result, zeva::av_error_text(result));
   output.io.opened();
+  writer.thread.note_streams();
   return Status::success();
 }
 

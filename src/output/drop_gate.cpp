@@ -5,7 +5,7 @@
 namespace zeva {
 
 DropGate::Answer DropGate::admit(const Packet& packet, bool full, bool roomy) {
-  if (packet.key) key_asked = false;
+  if (packet.key) key_wanted = key_asked = false;
   return is_connected() ? admit_connected(packet, full, roomy) : admit_waiting(packet, full);
 }
 

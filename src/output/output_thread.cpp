@@ -31,7 +31,6 @@ void OutputThread::leave_out(int code, const std::string& why) {
 
 Status OutputThread::start() try {
   if (failed) return Status::success();
-  note_streams();
   if (!opens_itself()) monitor.enter(kZevaOutputLive);
   thread = std::thread(&OutputThread::run, this);
   return Status::success();

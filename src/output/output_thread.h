@@ -54,6 +54,8 @@ class OutputThread {
   // The owner could not open an output that the recording can do without. It never will be started.
   void leave_out(int code, const std::string& why);
 
+  // The output has its streams, and is open unless it opens itself: `put` may be called.
+  void note_streams();
   // Fails when the system has no thread to give.
   Status start();
   bool is_started() const { return thread.joinable(); }
@@ -84,7 +86,6 @@ class OutputThread {
   void begin_session();
   int open_again();
   bool wait_before_next(int64_t wait_us);
-  void note_streams();
   void finish();
   void fail(int code);
 

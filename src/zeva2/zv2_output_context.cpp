@@ -75,13 +75,17 @@ Status OutputContext::try_open(const AVStream* video_stream, const AVStream* aud
   if (status.ok) thread.output.set_metadata(meta.c_str());
   if (status.ok) status = make_transcoder(audio_stream);
   if (status.ok) status = add_streams(video_stream, audio_stream);
-  if (thread.opens_itself()) return status;
+  if (status.ok && thread.opens_itself()) {
+    thread.note_streams();
+    return status;
+  }
   if (status.ok) status = open_io();
   if (status.ok) files.add(file_path(url()));
   if (status.ok) status = files.check(snapshot_path);
   if (status.ok) status = start_index(snapshot_path);
   if (status.ok) files.add(snapshot_path);
   if (status.ok) status = write_header();
+  if (status.ok) thread.note_streams();
   return status;
 }
 
