@@ -13,6 +13,7 @@ EncBase::EncBase(const Kind& kind, NewStream stream, BaseWriter* writer, Tell te
       host(stream.host),
       kind(kind),
       stream(stream.stream),
+      stream_index(stream.stream != nullptr ? stream.stream->index : -1),
       writer(writer),
       tell(std::move(tell)),
       pkt(av_packet_alloc()) {}
@@ -64,7 +65,7 @@ EncBase::Drained EncBase::drain() {
 }
 
 bool EncBase::write(AVPacket& packet) {
-  packet.stream_index = stream->index;
+  packet.stream_index = stream_index;
   const int result = writer->write_packet(timing.units, &packet, true);
   if (result < 0 && !writer_refuses) {
     ZEVA_LOG(kLogError, "[write-packet] error while writing %s frame: ret=%d, %s", kind.stream,

@@ -86,7 +86,9 @@ class EncBase {
   Drained drain();
 
   const Kind kind;
+  // Until the output is open: a live stream has a new context for each of its connections.
   AVStream* const stream;
+  const int stream_index;
   BaseWriter* const writer;  // outlives the encoder
   const Tell tell;
   PacketPtr pkt;

@@ -5,6 +5,7 @@
 namespace zeva {
 
 DropGate::Answer DropGate::admit(const Packet& packet, bool full, bool roomy) {
+  if (packet.key && is_connected()) beginning = false;
   if (packet.key) key_wanted = key_asked = false;
   return is_connected() ? admit_connected(packet, full, roomy) : admit_waiting(packet, full);
 }
@@ -43,7 +44,8 @@ void DropGate::disconnect() {
 bool DropGate::connect() {
   const bool anew = state != State::kBeginning;
   if (state == State::kEmpty) key_wanted = true;
-  state = state == State::kEmpty ? State::kDropping : State::kFlowing;
+  beginning = state == State::kEmpty;
+  state = beginning ? State::kDropping : State::kFlowing;
   return anew;
 }
 

@@ -37,6 +37,8 @@ class DropGate {
 
   bool is_flowing() const { return state == State::kFlowing; }
   bool is_dropping() const { return state == State::kDropping; }
+  // Of these, those of a connection that no key picture has come for yet.
+  bool is_beginning() const { return beginning; }
   bool is_connected() const { return is_flowing() || is_dropping(); }
   // True once for every time that the stream waits for a key picture.
   bool wants_key();
@@ -53,6 +55,7 @@ class DropGate {
   Answer admit_waiting(const Packet& packet, bool full);
 
   State state;
+  bool beginning = false;
   bool key_wanted = false;
   bool key_asked = false;
 };

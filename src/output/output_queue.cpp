@@ -70,10 +70,7 @@ int OutputQueue::put_or_drop(const AVPacket& packet, int64_t time_us) {
     } else {
       drop(packet);
     }
-    if (gate.is_connected()) {
-      monitor.enter(gate.is_dropping() ? kZevaOutputDropping : kZevaOutputLive);
-    }
-    flowing = gate.is_flowing();
+    note_phase();
     key_wanted = gate.wants_key();
   }
   ask_if_wanted(key_wanted);
@@ -89,6 +86,13 @@ void OutputQueue::drop_all() {
   packets.clear([this](const AVPacket& packet) { drop(packet); });
 }
 
+// A connection is live once the picture has come that it begins with.
+void OutputQueue::note_phase() {
+  flowing = gate.is_flowing();
+  if (flowing) monitor.enter(kZevaOutputLive);
+  if (gate.is_dropping() && !gate.is_beginning()) monitor.enter(kZevaOutputDropping);
+}
+
 void OutputQueue::ask_if_wanted(bool wanted) const {
   if (wanted && ask_for_key) ask_for_key();
 }
@@ -99,7 +103,7 @@ bool OutputQueue::connect() {
   {
     const std::lock_guard<std::mutex> lock(gate_mutex);
     anew = gate.connect();
-    flowing = gate.is_flowing();
+    note_phase();
     key_wanted = gate.wants_key();
   }
   ask_if_wanted(key_wanted);

@@ -63,6 +63,7 @@ class OutputQueue {
   int put_or_drop(const AVPacket& packet, int64_t time_us);
   void drop(const AVPacket& packet);
   void drop_all();
+  void note_phase();
   void ask_if_wanted(bool wanted) const;
 
   const OutputPolicy policy;

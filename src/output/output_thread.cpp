@@ -134,7 +134,6 @@ void OutputThread::begin_session() {
     streams.push_back({stream.time_base, stream.pictures});
   }
   times.begin(std::move(streams), anew);
-  monitor.enter(kZevaOutputLive);
 }
 
 int OutputThread::open_again() {

@@ -368,6 +368,7 @@ bool AVMux::backlog(Backlog* backlog) {
   backlog->outputs = 0;
   for (const auto& output : outputs) {
     if (output->ends_recording()) return false;
+    if (output->is_optional()) continue;  // nobody is to wait for it
     backlog->outputs = std::max(backlog->outputs, output->queued());
   }
   return true;

@@ -56,6 +56,7 @@ class OutputContext : private OutputListener {
   // ends the recording.
   int32_t queued() const { return static_cast<int32_t>(thread.queue.backlog().packets); }
   bool failed() const { return thread.has_failed(); }
+  bool is_optional() const { return thread.policy.optional; }
   bool ends_recording() const { return failed() && !thread.policy.optional; }
   void fill(ZevaOutputState& state) const { thread.fill(state); }
 

@@ -28,7 +28,7 @@ std::string in_arguments(std::string text) {
 }  // namespace
 
 FrameRecording::FrameRecording(const RecordOptions& the_options, FrameSource& the_source)
-    : options(the_options), source(the_source) {}
+    : options(the_options), policies(the_options), source(the_source) {}
 
 Status FrameRecording::prepare() {
   settings = make_settings(options, source.format());
@@ -39,7 +39,8 @@ Status FrameRecording::prepare() {
 // work meanwhile.
 void FrameRecording::start(StatusInbox& the_inbox) {
   inbox = &the_inbox;
-  const ZevaOptions more = settings.options();
+  ZevaOptions more = settings.options();
+  policies.put_into(more);
   recording = ZEVA_start_with(&settings.movie, &more, receive, this, nullptr, true);
 }
 

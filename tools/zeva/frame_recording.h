@@ -2,6 +2,7 @@
 #pragma once
 
 #include "frame_source.h"
+#include "output_policies.h"
 #include "record_options.h"
 #include "record_settings.h"
 #include "recording.h"
@@ -23,12 +24,16 @@ class FrameRecording : public Recording {
   bool pause() override { return ZEVA_pause(recording); }
   bool resume() override { return ZEVA_resume(recording); }
   int64_t movie_time_us() const override { return ZEVA_movie_time(recording); }
+  bool output_state(int32_t output, ZevaOutputState& state) const override {
+    return ZEVA_output_state(recording, output, &state);
+  }
   void stop() override { ZEVA_stop(&recording); }
 
  private:
   static void receive(int code, const char* message, void* self) noexcept;
 
   const RecordOptions& options;
+  const OutputPolicies policies;
   FrameSource& source;
   RecordSettings settings;
   void* recording = nullptr;

@@ -65,6 +65,7 @@ CLI::App* add_mux_command(CLI::App& app, MuxOptions& options) {
   add_pcm_options(*command, options);
   add_output_options(*command, options, "Main output: a file or an rtmp:// or rtsp:// URL",
                      "Further output, up to four times");
+  add_stream_options(*command, options);
   add_message_options(*command, options);
   return command;
 }

@@ -26,7 +26,7 @@ void copy_text(char* to, size_t size, const std::string& from) {
 }  // namespace
 
 PacketRecording::PacketRecording(const MuxOptions& the_options, PacketSource& the_source)
-    : options(the_options), source(the_source) {}
+    : options(the_options), policies(the_options), source(the_source) {}
 
 Status PacketRecording::prepare() {
   Status status = check_containers(options, source.has_pictures(), source.has_sound());
@@ -43,6 +43,7 @@ void PacketRecording::start(StatusInbox& the_inbox) {
   inbox = &the_inbox;
   ZevaOptions more;
   ZevaOptions_init(&more);
+  policies.put_into(more);
   more.common_start = 1;
   more.rotation_deg = source.rotation_deg();
   recording = ZEVA2_start_with(&settings, &more, StatusInbox::receive, inbox);

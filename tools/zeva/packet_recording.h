@@ -5,6 +5,7 @@
 #pragma once
 
 #include "mux_options.h"
+#include "output_policies.h"
 #include "packet_source.h"
 #include "recording.h"
 #include "zeva/packet.h"
@@ -36,10 +37,14 @@ class PacketRecording : public Recording {
   }
   bool has_ended() override { return !ZEVA2_backlog(recording, nullptr, nullptr, nullptr); }
   bool one_failure_ends_all() const override { return true; }
+  bool output_state(int32_t output, ZevaOutputState& state) const override {
+    return ZEVA2_output_state(recording, output, &state);
+  }
   void stop() override { ZEVA2_stop(&recording); }
 
  private:
   const MuxOptions& options;
+  const OutputPolicies policies;
   PacketSource& source;
   MovieInfo2 settings{};
   void* recording = nullptr;

@@ -40,6 +40,7 @@ void add_outputs(CLI::App& command, RecordOptions& o) {
       ->type_name("SEC")
       ->check(int_in_range(1, 3600))
       ->group("Outputs");
+  add_stream_options(command, o);
 }
 
 void add_video_options(CLI::App& command, RecordOptions& o) {

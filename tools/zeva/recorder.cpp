@@ -1,6 +1,7 @@
 #include "recorder.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "zeva/record.h"
 
@@ -34,6 +35,7 @@ RecordingResult Recorder::run() {
   if (begun) drain();
   result.progress.movie_us = recording.movie_time_us();
   result.stopped_by_user = quit || Terminal::stop_requested();
+  look_at_outputs();
   recording.stop();
   result.opened = begun && recording.outputs_opened();
   status_line.clear();
@@ -156,12 +158,25 @@ void Recorder::show_progress() {
   result.progress.movie_us = recording.movie_time_us();
   result.progress.failures = inbox.failure_count();
   result.progress.paused = pause_from_us != 0;
+  if (status_line.is_due()) look_at_outputs();
   status_line.update(result.progress);
+}
+
+void Recorder::look_at_outputs() {
+  std::vector<ZevaOutputState> states;
+  for (size_t i = 0; i < output_count; ++i) {
+    ZevaOutputState state;
+    ZevaOutputState_init(&state);
+    if (!recording.output_state(static_cast<int32_t>(i), state)) return;
+    states.push_back(state);
+  }
+  result.progress.outputs = std::move(states);
 }
 
 void Recorder::show_new_reports() {
   bool ends_all = output_count == 1 || recording.one_failure_ends_all();
   if (!ends_all) show_new_failures();  // otherwise the end will tell
+  for (const Report& change : inbox.take_changes()) status_line.message(change.text);
   if (inbox.notice_count() == notices_shown) return;
   std::vector<Report> notices = inbox.notices();
   for (; notices_shown < notices.size(); ++notices_shown) {

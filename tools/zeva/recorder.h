@@ -58,6 +58,7 @@ class Recorder {
   void toggle_pause();
   bool must_stop();
   void show_progress();
+  void look_at_outputs();
   void show_new_reports();
   void show_new_failures();
 

@@ -9,6 +9,7 @@
 #include "status.h"
 #include "status_inbox.h"
 #include "status_line.h"
+#include "zeva/outputs.h"
 
 namespace zeva_tool {
 
@@ -57,6 +58,9 @@ class Recording {
 
   // Whether one failure ends all outputs, rather than its own only.
   virtual bool one_failure_ends_all() const { return false; }
+
+  // False when it is not known.
+  virtual bool output_state(int32_t /*output*/, ZevaOutputState& /*state*/) const { return false; }
 
   // Ends the recording; blocks until the outputs are finished.
   virtual void stop() = 0;

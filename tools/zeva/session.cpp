@@ -78,7 +78,14 @@ Status open(const Session& session, Terminal& terminal) {
   return status;
 }
 
-void report_success(const RecordingResult& result, size_t outputs, StatusLine& line) {
+// An output counts as finished unless it was given up.
+void report_success(const RecordingResult& result, const std::vector<std::string>& urls,
+                    StatusLine& line) {
+  size_t outputs = urls.size();
+  for (const ZevaOutputState& state : result.progress.outputs) {
+    bool lost = state.phase == kZevaOutputOpening || state.phase == kZevaOutputReconnecting;
+    if (lost || state.phase == kZevaOutputGivenUp) --outputs;
+  }
   const Progress& progress = result.progress;
   char length[32];
   snprintf(length, sizeof length, "%.1f s", static_cast<double>(progress.movie_us) / 1e6);
@@ -89,6 +96,7 @@ void report_success(const RecordingResult& result, size_t outputs, StatusLine& l
   }
   line.message(text + ", " + std::to_string(outputs) + " output" + (outputs == 1 ? "" : "s") +
                " finished");
+  for (const std::string& gap : stream_gaps(urls, result)) line.message("warning: " + gap);
   for (const std::string& doubt : recording_doubts(result)) line.message("warning: " + doubt);
 }
 
@@ -138,7 +146,7 @@ int run_session(const Session& session, Terminal& terminal, StatusLine& line) {
   for (const std::string& fault : faults) line.message(fault);
   settle_index(options, result, finished, index_was_there, line);
   if (!faults.empty()) return kExitFailure;
-  report_success(result, urls.size(), line);
+  report_success(result, urls, line);
   return kExitSuccess;
 }
 

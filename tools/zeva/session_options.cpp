@@ -20,7 +20,12 @@ const char* const kKeysAndExitHelp =
     "without a terminal to ask on it is refused. An unfinished recording that `zeva recover` can\n"
     "still bring back is never replaced.\n"
     "\n"
-    "Exit status: 0 when every output was finished, 1 when something failed, 2 for wrong usage.\n";
+    "A stream beside a file never hurts the file: it is waited for, drops pictures that its "
+    "server\n"
+    "does not take, and is tried again when it breaks, for as long as the recording runs.\n"
+    "\n"
+    "Exit status: 0 when every file and every required stream was finished, 1 when something\n"
+    "failed, 2 for wrong usage.\n";
 
 CLI::Validator int_in_range(int min, int max) { return CLI::Range(min, max).description(""); }
 
@@ -60,6 +65,28 @@ void add_output_options(CLI::App& command, SessionOptions& o, const char* main_h
   command.add_option("--meta", o.meta, "Metadata item key:value, repeatable")
       ->type_name("K:V")
       ->allow_extra_args(false)
+      ->group(kOutputs);
+}
+
+void add_stream_options(CLI::App& command, SessionOptions& o) {
+  command
+      .add_flag("--require-streams", o.require_streams,
+                "A stream that cannot be opened or breaks ends the recording (default: one beside "
+                "a file is waited for and tried again)")
+      ->group(kOutputs);
+  command
+      .add_option("--stream-keep", o.stream_keep_s,
+                  "What may wait for a slow server before pictures are dropped")
+      ->type_name("SEC")
+      ->capture_default_str()
+      ->check(number_in_range(0.1, 3600))
+      ->group(kOutputs);
+  command
+      .add_option("--keep-free", o.keep_free_mb,
+                  "Finish a file while this much of its disk is free; 0: when it is full")
+      ->type_name("MIB")
+      ->capture_default_str()
+      ->check(number_in_range(0, 1e9))
       ->group(kOutputs);
 }
 

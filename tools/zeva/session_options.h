@@ -24,6 +24,10 @@ struct SessionOptions {
   bool replace = false;  // existing files, without asking
   std::vector<std::string> meta;
 
+  bool require_streams = false;
+  double stream_keep_s = 3;
+  double keep_free_mb = 64;
+
   std::string log;
   std::optional<int> log_level;
   bool verbose = false;
@@ -32,6 +36,7 @@ struct SessionOptions {
 void add_pace_options(CLI::App& command, SessionOptions& options, const char* group);
 void add_output_options(CLI::App& command, SessionOptions& options, const char* main_help,
                         const char* also_help);
+void add_stream_options(CLI::App& command, SessionOptions& options);
 void add_message_options(CLI::App& command, SessionOptions& options);
 
 // Validators whose own words stay out of the help; their refusals name the range.

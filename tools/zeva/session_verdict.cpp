@@ -112,6 +112,22 @@ Sentences recording_faults(const std::vector<std::string>& urls, const Recording
   return faults;
 }
 
+Sentences stream_gaps(const std::vector<std::string>& urls, const RecordingResult& result) {
+  Sentences gaps;
+  const std::vector<ZevaOutputState>& states = result.progress.outputs;
+  for (size_t i = 0; i < urls.size() && i < states.size(); ++i) {
+    const ZevaOutputState& state = states[i];
+    if (is_local_file(urls[i]) || state.packets_dropped == 0) continue;
+    std::string text = urls[i] + " did not get " + std::to_string(state.packets_dropped) +
+                       " packets, " + std::to_string(state.pictures_dropped) + " of them pictures";
+    if (state.reconnects > 0) {
+      text += "; it came back " + std::to_string(state.reconnects) + " times";
+    }
+    gaps.push_back(text);
+  }
+  return gaps;
+}
+
 Sentences missing_parts(const RecordingResult& result) {
   return told_of(
       result, {{kZevaStatusPictureRefused, "the outputs lack pictures: the encoder refused them"},

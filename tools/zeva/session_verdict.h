@@ -26,4 +26,8 @@ bool lacks_index(const RecordingResult& result);
 // whole.
 std::vector<std::string> recording_doubts(const RecordingResult& result);
 
+// A sentence for every stream that did not get everything.
+std::vector<std::string> stream_gaps(const std::vector<std::string>& urls,
+                                     const RecordingResult& result);
+
 }  // namespace zeva_tool

@@ -5,12 +5,14 @@
 #include <utility>
 
 #include "terminal.h"
+#include "zeva/status.h"
 
 namespace zeva_tool {
 namespace {
 
 constexpr int kFirstNoticeCode = 100;  // codes from here on end nothing (zeva/status.h)
-constexpr size_t kMostReports = 32;    // every output's, and one of each kind
+constexpr int kLastStreamCode = kZevaStatusOutputGivenUp;
+constexpr size_t kMostReports = 32;  // every output's, and one of each kind
 
 }  // namespace
 
@@ -27,6 +29,7 @@ Report make_report(int code, const char* message) noexcept {
 StatusInbox::StatusInbox() {
   reported.reserve(kMostReports);
   noticed.reserve(kMostReports);
+  changed.reserve(kMostReports);
 }
 
 void StatusInbox::receive(int code, const char* message, void* user) noexcept {
@@ -40,9 +43,21 @@ void StatusInbox::put(Report report) {
     is_open = true;
     return;
   }
+  if (report.code >= kFirstNoticeCode && report.code <= kLastStreamCode) {
+    if (changed.size() < kMostReports) changed.push_back(std::move(report));
+    return;
+  }
   std::vector<Report>& list = report.code < kFirstNoticeCode ? reported : noticed;
   bool known = &list == &noticed && std::find(list.begin(), list.end(), report) != list.end();
   if (!known && list.size() < kMostReports) list.push_back(std::move(report));
+}
+
+std::vector<Report> StatusInbox::take_changes() {
+  std::vector<Report> taken;
+  taken.reserve(kMostReports);
+  std::lock_guard<std::mutex> lock(mutex);
+  taken.swap(changed);
+  return taken;
 }
 
 bool StatusInbox::opened() const {

@@ -33,7 +33,10 @@ class StatusInbox {
   std::vector<Report> failures() const;
   size_t failure_count() const;
 
-  // Those that ended nothing, each of them once however often it came.
+  // What became of live streams since this was asked last, in the order of the reports.
+  std::vector<Report> take_changes();
+
+  // The others that ended nothing, each of them once however often it came.
   std::vector<Report> notices() const;
   size_t notice_count() const;
 
@@ -45,6 +48,7 @@ class StatusInbox {
   bool is_open = false;
   std::vector<Report> reported;
   std::vector<Report> noticed;
+  std::vector<Report> changed;
 };
 
 }  // namespace zeva_tool

@@ -17,6 +17,21 @@ constexpr int64_t kTerminalIntervalUs = 200000;
 constexpr int64_t kPlainIntervalUs = 5000000;
 constexpr int64_t kRateWindowUs = 1000000;
 
+std::string stream_state(const ZevaOutputState& state) {
+  switch (state.phase) {
+    case kZevaOutputOpening:
+      return " waiting";
+    case kZevaOutputDropping:
+      return formatted(" dropping, %lld lost", static_cast<long long>(state.pictures_dropped));
+    case kZevaOutputReconnecting:
+      return " reconnecting";
+    case kZevaOutputGivenUp:
+      return " given up";
+    default:
+      return formatted(" %.1f Mbit/s", static_cast<double>(state.bits_per_second) / 1e6);
+  }
+}
+
 }  // namespace
 
 StatusLine::StatusLine(const Terminal& the_terminal, std::vector<std::string> urls)
@@ -25,6 +40,8 @@ StatusLine::StatusLine(const Terminal& the_terminal, std::vector<std::string> ur
 int64_t StatusLine::interval_us() const {
   return terminal.console_is_terminal() ? kTerminalIntervalUs : kPlainIntervalUs;
 }
+
+bool StatusLine::is_due() const { return ZEVA_current_sys_usec() - shown_us >= interval_us(); }
 
 void StatusLine::update(const Progress& progress) {
   int64_t now_us = ZEVA_current_sys_usec();
@@ -57,14 +74,16 @@ std::string StatusLine::text(const Progress& progress) const {
                        static_cast<long long>(progress.dropped));
   }
   if (progress.failures > 0) shown += formatted("  %zu failed", progress.failures);
-  return shown + output_states();
+  return shown + output_states(progress);
 }
 
-std::string StatusLine::output_states() const {
+std::string StatusLine::output_states(const Progress& progress) const {
   std::string states;
-  for (const std::string& url : outputs) {
+  for (size_t i = 0; i < outputs.size(); ++i) {
+    const std::string& url = outputs[i];
     if (!is_local_file(url)) {
-      states += "  " + url.substr(0, url.find("://")) + " sending";
+      states += "  " + url.substr(0, url.find("://"));
+      states += i < progress.outputs.size() ? stream_state(progress.outputs[i]) : " sending";
       continue;
     }
     std::error_code error;

@@ -8,6 +8,7 @@
 
 #include "console_line.h"
 #include "terminal.h"
+#include "zeva/outputs.h"
 
 namespace zeva_tool {
 
@@ -18,6 +19,7 @@ struct Progress {
   int64_t dropped = 0;
   size_t failures = 0;
   bool paused = false;
+  std::vector<ZevaOutputState> outputs;  // as far as they are known
 };
 
 class StatusLine {
@@ -28,6 +30,8 @@ class StatusLine {
   // Shows the progress if it is time for it.
   void update(const Progress& progress);
   int64_t interval_us() const;
+  // Whether an update now would show anything.
+  bool is_due() const;
 
   // As ConsoleLine has them.
   void message(const std::string& text) { line.message(text); }
@@ -36,7 +40,7 @@ class StatusLine {
  private:
   void measure_rate(const Progress& progress, int64_t now_us);
   std::string text(const Progress& progress) const;
-  std::string output_states() const;
+  std::string output_states(const Progress& progress) const;
 
   const Terminal& terminal;
   ConsoleLine line;
