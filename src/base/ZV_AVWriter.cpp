@@ -165,7 +165,6 @@ Status ZV_AVWriter::start() {
 
 int ZV_AVWriter::write_packet(AVRational time_base, AVPacket* packet, bool interleave) {
   if (packet == nullptr) return 0;
-  if (refusing) return -1;
   int result = -1;
   for (const auto& output : outputs) {
     result = std::max(result, output->write(time_base, *packet, interleave));

@@ -70,8 +70,9 @@ class ZV_AVWriter : public zeva::BaseWriter {
 
   // No write waits for a live stream any more, since the recording ends.
   void stop_waiting();
-  // Nothing is taken any more: an output that must be there is not.
-  void refuse_packets() { refusing = true; }
+  // An output that must be there is not: the recording ends with the frames that the encoders have.
+  void refuse_frames() { refusing = true; }
+  bool refuses_frames() const { return refusing; }
 
   // False when there is no such output. Any thread.
   bool output_state(int32_t output, ZevaOutputState& state);

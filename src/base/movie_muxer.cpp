@@ -235,7 +235,7 @@ Status MovieMuxer::open_writer(const MovieInfo& info) {
 
 bool MovieMuxer::write_video(AVFrame* frame, AVRational tb) {
   VideoEnc* enc = video_encoder();
-  if (enc == nullptr) return false;
+  if (enc == nullptr || writer->refuses_frames()) return false;
   frame->pkt_duration = av_rescale_q(frame->pkt_duration, tb, enc->time_base());
   frame->pts = av_rescale_q(frame->pts, tb, enc->time_base());
   if (frame->pts <= last_video_time) {
@@ -250,7 +250,7 @@ bool MovieMuxer::write_video(AVFrame* frame, AVRational tb) {
 
 bool MovieMuxer::write_audio(AVFrame* frame, AVRational tb) {
   AudioEnc* enc = audio_encoder();
-  if (enc == nullptr) return false;
+  if (enc == nullptr || writer->refuses_frames()) return false;
   frame->pts = av_rescale_q(frame->pts, tb, enc->time_base());
   last_audio_pts = av_rescale_q(frame->pts, enc->time_base(), kMicroseconds);
   // Sound whose time does not grow is encoded all the same, as the next frame overlaps with it; the

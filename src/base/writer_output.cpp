@@ -174,7 +174,7 @@ void WriterOutput::on_write_error(int code) {
            static_cast<int>(thread.queue.backlog().packets),
            static_cast<int>(thread.policy.limits.packets), code, text);
   const MovieOutput& output = thread.output;
-  if (thread.policy.required) owner.refuse_packets();
+  if (thread.policy.required) owner.refuse_frames();
   const std::string told = text + (", writing to '" + output.url() + "'") + output.fate();
   if (owner.error_callback != nullptr) owner.error_callback(code, told.c_str(), owner.error_user);
 }

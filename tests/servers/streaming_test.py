@@ -9,6 +9,7 @@ from servers import Recording, RtmpServer, RtspServer, Server, wait_until, when_
 from support import EMULATOR, RUN_TIMEOUT_S, Movie, ToolTest, ffmpeg, make_camera_movie, native_only, run
 
 COMMANDS = ["record", "mux"]
+REQUIRED = "--require-streams"
 KINDS = [RtmpServer, RtspServer]
 FPS = 25
 # Pictures that no encoder makes small: they fill what lies between us and a server.
@@ -54,12 +55,10 @@ class StreamingTest(ToolTest):
         status, text = stream.recording.end()
         self.assertEqual(status, 1, text)
         self.assertRegex(text, f"{stream.server.url} failed: .*{reason}.* \\(code -")
+        # All outputs end when a required one breaks, sound and picture where they are then.
         movie = Movie(stream.file)
-        if stream.command == "record":
-            self.assert_whole(movie, stream.frames, stream.sound)
-        else:  # of packets all outputs end when one breaks, sound and picture where they are then
-            self.assertGreater(movie.frames, 0)
-            self.assert_whole(movie, movie.frames, stream.sound, delta=1)
+        self.assertGreater(movie.frames, 0)
+        self.assert_whole(movie, movie.frames, stream.sound, delta=1)
 
     def assert_whole(self, movie, frames, sound, delta=0.3):
         self.assertEqual((movie.video["codec_name"], movie.frames), ("h264", frames))
@@ -113,7 +112,7 @@ class ServersTest(StreamingTest):
 
     def test_server_dies_in_mid_stream(self):
         make_camera_movie("in.mp4", *NOISE, "-t", "5")
-        streams = self.streams((command, kind, 5) for command in COMMANDS for kind in KINDS)
+        streams = self.streams((command, kind, 5, REQUIRED) for command in COMMANDS for kind in KINDS)
         when_data_came([stream.server for stream in streams], Server.kill)
         for stream in streams:
             self.assert_failed(stream)
@@ -123,8 +122,9 @@ class ServersTest(StreamingTest):
         # Given up when a time-out is over, or else by the stop.
         streams = self.streams([
             case for kind in KINDS for case in (
-                ("record", kind, 8, "--timeout", "1"), ("record", kind, 6, "--timeout", "3600"),
-                ("mux", kind, 12), ("mux", kind, 4))])
+                ("record", kind, 8, REQUIRED, "--timeout", "1"),
+                ("record", kind, 6, REQUIRED, "--timeout", "3600"),
+                ("mux", kind, 12, REQUIRED), ("mux", kind, 4, REQUIRED))])
         when_data_came([stream.server for stream in streams], Server.freeze)
         for stream in streams:
             self.assert_failed(stream, "Immediate exit")
@@ -169,7 +169,8 @@ class ServersTest(StreamingTest):
                 ("mux", ["a.mp4", wrong_rtsp], "404 Not Found (code -33)")]:
             with self.subTest(command=command, outputs=outputs):
                 options = ["-o", outputs[0], *(f"--also={url}" for url in outputs[1:])]
-                status, said = self.run_zeva(command, "--input", "in.mp4", "-y", *options).end()
+                status, said = self.run_zeva(command, "--input", "in.mp4", "-y", REQUIRED,
+                                             *options).end()
                 self.assertIn(text, said)
                 self.assertEqual(status, 2 if "must be" in text else 1)
 

@@ -24,6 +24,7 @@ class FrameRecording : public Recording {
   bool pause() override { return ZEVA_pause(recording); }
   bool resume() override { return ZEVA_resume(recording); }
   int64_t movie_time_us() const override { return ZEVA_movie_time(recording); }
+  bool one_failure_ends_all() const override { return options.require_streams; }
   bool output_state(int32_t output, ZevaOutputState& state) const override {
     return ZEVA_output_state(recording, output, &state);
   }
