@@ -1,5 +1,6 @@
 #include "enc_base.h"
 
+#include <algorithm>
 #include <utility>
 
 #include "av_error.h"
@@ -38,7 +39,10 @@ void EncBase::close() {
 int EncBase::encode_prepared(const AVFrame* prepared) {
   if (!enc) return kNotOpen;
   Drained drained;
-  drained.error = avcodec_send_frame(enc.get(), prepared);
+  {
+    const Lap lap(codec_us);
+    drained.error = avcodec_send_frame(enc.get(), prepared);
+  }
   if (drained.error >= 0) drained = drain();
   if (drained.error < 0) {
     report_refusal(drained.error, prepared == nullptr);
@@ -52,7 +56,7 @@ int EncBase::encode_prepared(const AVFrame* prepared) {
 EncBase::Drained EncBase::drain() {
   Drained drained;
   for (;; ++drained.count) {
-    const int result = avcodec_receive_packet(enc.get(), pkt.get());
+    const int result = receive();
     if (result == AVERROR(EAGAIN) || result == AVERROR_EOF) return drained;
     if (result < 0) {
       drained.error = result;
@@ -64,7 +68,21 @@ EncBase::Drained EncBase::drain() {
   }
 }
 
+// Timed apart from the writer, which may wait for room.
+int EncBase::receive() {
+  const Lap lap(codec_us);
+  return avcodec_receive_packet(enc.get(), pkt.get());
+}
+
+void EncBase::count(const AVPacket& packet) {
+  ++packet_count;
+  packets_length += packet.duration;
+  const int64_t end = av_rescale_q(packet.pts + packet.duration, timing.units, kMicroseconds);
+  packets_end_us = std::max(packets_end_us.load(), end);
+}
+
 bool EncBase::write(AVPacket& packet) {
+  count(packet);
   packet.stream_index = stream_index;
   const int result = writer->write_packet(timing.units, &packet, true);
   if (result < 0 && !writer_refuses) {

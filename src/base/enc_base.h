@@ -1,11 +1,14 @@
 // The common base of the two encoders.
 #pragma once
 
+#include <atomic>
 #include <functional>
 #include <string>
 
+#include "av_error.h"
 #include "av_handles.h"
 #include "base_writer.h"
+#include "call_times.h"
 #include "picture_format.h"
 #include "picture_times.h"
 #include "status.h"
@@ -46,6 +49,11 @@ class EncBase {
 
   // Units of the frames' and packets' times.
   AVRational time_base() const { return timing.units; }
+  // Of the packets so far. Any thread.
+  int64_t packets() const { return packet_count; }
+  int64_t duration_us() const { return av_rescale_q(packets_length, timing.units, kMicroseconds); }
+  // Movie time at which the latest one ends; AV_NOPTS_VALUE before the first. Any thread.
+  int64_t end_us() const { return packets_end_us; }
   // In the codec's format and size; its buffers are shared with the converters.
   AVFrame* dst_frame() { return frame.get(); }
 
@@ -76,6 +84,7 @@ class EncBase {
   FramePtr frame;            // the encoder's own frame, in its format and size
   FramePtr tmp_frame;        // the test signals' frame
   int64_t next_pts = 0;      // test signals only: frames or samples generated
+  int64_t codec_us = 0;      // time spent in the codec
 
  private:
   struct Drained {
@@ -84,6 +93,8 @@ class EncBase {
     int error = 0;      // the codec's
   };
   Drained drain();
+  int receive();
+  void count(const AVPacket& packet);
 
   const Kind kind;
   // Until the output is open: a live stream has a new context for each of its connections.
@@ -92,6 +103,9 @@ class EncBase {
   BaseWriter* const writer;  // outlives the encoder
   const Tell tell;
   PacketPtr pkt;
+  std::atomic<int64_t> packet_count{0};
+  std::atomic<int64_t> packets_length{0};  // in the timing's units
+  std::atomic<int64_t> packets_end_us{AV_NOPTS_VALUE};
   bool codec_refuses = false;   // what came last; told once, not for every frame
   bool writer_refuses = false;  // the same for packets
 };

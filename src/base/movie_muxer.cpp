@@ -245,7 +245,8 @@ bool MovieMuxer::write_video(AVFrame* frame, AVRational tb) {
   }
   last_video_time = frame->pts;
   last_video_pts = av_rescale_q(frame->pts, enc->time_base(), kMicroseconds);
-  return enc->encode(frame) >= 0;
+  AVFrame* const shown = enc->filtered(frame);
+  return shown != nullptr && enc->encode(shown, frame->pkt_duration) >= 0;
 }
 
 bool MovieMuxer::write_audio(AVFrame* frame, AVRational tb) {

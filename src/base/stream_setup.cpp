@@ -196,6 +196,9 @@ PictureTiming set_frame_rate(AVCodecContext* enc, const AVCodec& codec, MovieInf
 PictureTiming set_up_video(AVCodecContext* enc, const AVCodec& codec, MovieInfo& info,
                            const Options& options) {
   if (strcmp(codec.name, "h264_mf") == 0) av_opt_set_int(enc->priv_data, "hw_encoding", 1, 0);
+  // A picture that is asked to be a key picture begins a stream: nothing after it may refer to one
+  // before it. Encoders spell the option either way.
+  for (const char* name : {"forced-idr", "forced_idr"}) av_opt_set_int(enc->priv_data, name, 1, 0);
   const int64_t bitrate = effective_bitrate(codec, info);
   set_rate_control(enc, bitrate, info);
   enc->width = info.width;

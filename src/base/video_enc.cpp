@@ -57,19 +57,32 @@ Status VideoEnc::open(const MovieInfo& settings) {
   return Status::failure(AVERROR(ENOMEM), "Could not allocate video frame");
 }
 
-int VideoEnc::encode(AVFrame* picture) {
+AVFrame* VideoEnc::filtered(AVFrame* picture) {
+  FilterBase* hook = filter;
+  return hook != nullptr ? hook->filter(picture) : picture;
+}
+
+int VideoEnc::encode(AVFrame* picture, int64_t duration) {
+  codec_us = converting_us = 0;
   if (!enc) return kNotOpen;
   if (picture == nullptr) return encode_prepared(nullptr);
-  const int64_t duration = picture->pkt_duration;
-  if (FilterBase* hook = filter) picture = hook->filter(picture);
-  if (picture != nullptr) picture = convert(picture);
+  picture = convert(picture);
   if (picture == nullptr) return kLeftOut;
   if (!borrow(*picture)) {
     report_refusal(AVERROR(ENOMEM), false);
     return kRefusedByCodec;
   }
   if (timing.variable) borrowed->pts = times.enter(borrowed->pts, duration);
-  return encode_prepared(borrowed.get());
+  return encode_borrowed();
+}
+
+// A request that the codec did not take along counts for the next picture.
+int VideoEnc::encode_borrowed() {
+  const bool is_key = key_wanted.exchange(false);
+  if (is_key) borrowed->pict_type = AV_PICTURE_TYPE_I;
+  const int result = encode_prepared(borrowed.get());
+  if (is_key && result == kRefusedByCodec) key_wanted = true;
+  return result;
 }
 
 void VideoEnc::edit(AVPacket* packet) {
@@ -98,6 +111,7 @@ bool VideoEnc::borrow(const AVFrame& picture) {
 AVFrame* VideoEnc::convert(AVFrame* picture) {
   const PictureFormat given = described(*picture, movie);
   if (given == movie) return picture;
+  const Lap lap(converting_us);
   if (!can_convert(given, movie)) {
     ZEVA_LOG(kLogError, "refused a picture of %dx%d in format %d, matrix %d", picture->width,
              picture->height, picture->format, picture->colorspace);

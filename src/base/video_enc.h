@@ -10,7 +10,8 @@
 namespace zeva {
 
 // Encodes pictures, converting those that are not in the codec's format and size, and hands every
-// packet to the writer. Owns its filter and its converters. One thread at a time, but for `filter`.
+// packet to the writer. Owns its filter and its converters. One thread at a time, but for `filter`
+// and request_key_picture.
 class VideoEnc : public EncBase {
  public:
   VideoEnc(NewStream stream, BaseWriter* writer, Tell tell);
@@ -25,10 +26,20 @@ class VideoEnc : public EncBase {
   // The pictures that the host announced.
   const PictureFormat& host_pictures() const { return host; }
 
+  // The picture as the host's filter leaves it; null when it drops the picture.
+  AVFrame* filtered(AVFrame* picture);
+
   // A null frame flushes. The number of packets handed on (0 while the codec holds the picture
-  // back), or an EncodeResult. The picture is not kept. Its `pkt_duration`, in the same units as
-  // its pts, counts at a variable rate.
-  int encode(AVFrame* picture);
+  // back), or an EncodeResult. The picture is not kept. Its `duration`, in the same units as its
+  // pts, counts at a variable rate; 0 for an unknown one.
+  int encode(AVFrame* picture, int64_t duration = 0);
+
+  // The next picture that is encoded becomes one at which a decoder can begin. Any thread.
+  void request_key_picture() { key_wanted = true; }
+
+  // Time that the last picture took: its conversion here, and the codec.
+  int64_t convert_us() const { return converting_us; }
+  int64_t encode_us() const { return codec_us; }
 
   // The next picture of the moving colour pattern, stamped in `tb`.
   AVFrame* generate_test_frame(AVRational tb);
@@ -42,8 +53,11 @@ class VideoEnc : public EncBase {
   // The picture in the codec's format and size; null when it cannot be made so.
   AVFrame* convert(AVFrame* picture);
   bool borrow(const AVFrame& picture);
+  int encode_borrowed();
   bool draw_test_picture();
 
+  std::atomic<bool> key_wanted{false};
+  int64_t converting_us = 0;     // of the last picture
   PictureTimes times;            // at a variable rate
   FramePtr borrowed;             // the picture as the codec gets it; owns no buffers
   PictureFormat movie;           // of the codec's pictures

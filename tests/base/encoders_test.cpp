@@ -1,8 +1,10 @@
 // The results of the encoders, and their reports to the host.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstring>
 #include <functional>
+#include <iterator>
 
 #include "audio_enc.h"
 #include "media.h"
@@ -15,10 +17,16 @@ namespace {
 
 class CountingWriter : public zeva::BaseWriter {
  public:
-  int write_packet(AVRational /*time_base*/, AVPacket* /*packet*/, bool /*interleave*/) override {
+  int write_packet(AVRational /*time_base*/, AVPacket* packet, bool /*interleave*/) override {
     ++packets;
+    if ((packet->flags & AV_PKT_FLAG_KEY) != 0) {
+      keys.push_back(packet->pts);
+      last_key.assign(packet->data, packet->data + packet->size);
+    }
     return takes && packets != lost_packet ? 0 : -1;
   }
+  std::vector<int64_t> keys;
+  std::vector<uint8_t> last_key;
   int packets = 0;
   int lost_packet = 0;
   bool takes = true;
@@ -28,8 +36,9 @@ class CountingWriter : public zeva::BaseWriter {
 template <typename Encoder>
 class EncoderOf {
  public:
-  explicit EncoderOf(AVCodecID codec) {
+  explicit EncoderOf(AVCodecID codec, const zeva::Options& options = {}) {
     MovieInfo info = small_movie("a.mpg");
+    info.gop_size = 100;
     info.preset = kQualityNone;
     info.profile = kProfileNone;
     info.tune = kTuneNone;
@@ -37,7 +46,7 @@ class EncoderOf {
     avformat_alloc_output_context2(&made, nullptr, nullptr, info.url);
     oc.reset(made);
     encoder = std::make_unique<Encoder>(
-        zeva::add_stream(oc.get(), codec, info), &writer,
+        zeva::add_stream(oc.get(), codec, info, options), &writer,
         [this](int code, const std::string& text) { told.emplace_back(code, text); });
     EXPECT_TRUE(encoder->open(info).ok);
     const AVFrame* frame = encoder->dst_frame();
@@ -119,6 +128,50 @@ TEST(Encoders, AnswerForTheWriter) {
   two_at_the_end.writer.lost_packet = 1;
   EXPECT_EQ(two_at_the_end.encoder->encode(nullptr), zeva::kRefusedByWriter);
   EXPECT_EQ(two_at_the_end.writer.packets, 2);
+}
+
+bool has_idr(const std::vector<uint8_t>& packet) {
+  const uint8_t start[] = {0, 0, 1, 0x65};
+  return std::search(packet.begin(), packet.end(), std::begin(start), std::end(start)) !=
+         packet.end();
+}
+
+TEST(Encoders, MakeAKeyPictureOnRequest) {
+  const struct {
+    AVCodecID codec;
+    const char* encoder_options;
+  } cases[] = {
+      {AV_CODEC_ID_H264, "tune=zerolatency"},
+      {AV_CODEC_ID_H264, "bf=3:open-gop=1:rc-lookahead=20"},
+      {AV_CODEC_ID_MPEG4, ""},
+      {AV_CODEC_ID_MPEG2VIDEO, ""},  // with pictures of both directions
+      {AV_CODEC_ID_MPEG1VIDEO, ""},
+      {AV_CODEC_ID_FLV1, ""},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(std::string(avcodec_get_name(c.codec)) + " " + c.encoder_options);
+    zeva::Options options;
+    options.encoder_options = c.encoder_options;
+    EncoderOf<zeva::VideoEnc> e(c.codec, options);
+    for (int n = 0; n < 60; ++n) {
+      if (n == 17 || n == 40) {
+        e.encoder->request_key_picture();
+        e.encoder->request_key_picture();
+      }
+      if (n == 40) {
+        EXPECT_EQ(e.encode_short_of_memory(e.encoder->dst_frame()), zeva::kRefusedByCodec);
+      }
+      EXPECT_GE(e.encode(), 0);
+    }
+    e.encoder->encode(nullptr);
+    // Picture 40 is refused; an encoder that holds pictures back may mean an earlier one by it.
+    std::vector<int64_t>& keys = e.writer.keys;
+    keys.erase(std::remove(keys.begin(), keys.end(), 40), keys.end());
+    EXPECT_EQ(keys, (std::vector<int64_t>{0, 17, 41}));
+    if (c.codec == AV_CODEC_ID_H264) {
+      EXPECT_TRUE(has_idr(e.writer.last_key));
+    }
+  }
 }
 
 }  // namespace
