@@ -117,6 +117,7 @@ bool IOCvt::write_silence(int64_t until_us) {
   ZEVA_LOG(zeva::kLogDebug, "[fill silence] ----> pts=%lf(sec), dur=%lf(sec)",
            static_cast<double>(begin) * av_q2d(resampler->time_base),
            static_cast<double>(until - begin) * av_q2d(resampler->time_base));
+  muxer->figures().give_sound(av_rescale_q(until - begin, resampler->time_base, kMicroseconds));
   Emitted all;
   while (all.lost == 0 && resampler->add_silence(until)) {
     all += emit_sound(resampler->resample(nullptr, nullptr));
@@ -209,10 +210,15 @@ bool IOCvt::write_video_frame(AVFrame* frame, const AVRational* tb) {
 
 bool IOCvt::convert(bool is_video, AVFrame* frame, const AVRational* tb) {
   if (is_video) {
-    AVFrame* out = rescaler ? rescaler->rescale(frame, tb) : nullptr;
+    AVFrame* out = rescale(frame, tb);
     return out != nullptr && emit(true, out, &rescaler->time_base);
   }
   return resampler && emit_sound(resampler->resample(frame, tb)).succeeded();
+}
+
+AVFrame* IOCvt::rescale(AVFrame* frame, const AVRational* tb) {
+  const zeva::Lap lap(muxer->figures().cost.convert_us);
+  return rescaler ? rescaler->rescale(frame, tb) : nullptr;
 }
 
 // Hands `out` on, and every further full frame.

@@ -41,6 +41,7 @@ class IOCvt {
   bool ensure_audio();
   bool ensure_video();
   bool ensure_image_frame(int stride);
+  AVFrame* rescale(AVFrame* frame, const AVRational* tb);
   // Frames of sound that the muxer took, and that it did not.
   struct Emitted {
     int64_t taken = 0;

@@ -65,8 +65,9 @@ void ZV_AVWriter::set_timeout(int timeout_sec) {
   for (const auto& output : outputs) output->thread.output.io.set_timeout(timeout_sec);
 }
 
-std::string ZV_AVWriter::codec_fault(AVCodecID codec) {
+std::string ZV_AVWriter::codec_fault(AVCodecID codec, Audience audience) {
   for (const auto& output : outputs) {
+    if (!output->is_for(audience)) continue;
     const AVOutputFormat* format = output->format(main_output());
     if (format == nullptr || zeva::can_hold(*format, codec)) continue;
     return "'" + output->thread.output.url() + "' cannot hold " + avcodec_get_name(codec);
@@ -106,7 +107,7 @@ Status ZV_AVWriter::open_output(WriterOutput& writer, const char* meta_info,
   const bool is_main = &output == &main_output();
   const std::string path = zeva::file_path(output.url());
   Status status = files.check(path);
-  if (status.ok && !is_main) status = writer.clone(main_output(), stream_time_bases);
+  if (status.ok && !is_main) status = clone_main(writer);
   if (status.ok && writer.thread.opens_itself()) {
     output.set_metadata(meta_info);
     writer.thread.note_streams();
@@ -124,6 +125,14 @@ Status ZV_AVWriter::open_output(WriterOutput& writer, const char* meta_info,
   output.io.opened();
   writer.thread.note_streams();
   return Status::success();
+}
+
+Status ZV_AVWriter::clone_main(WriterOutput& writer) {
+  const AVFormatContext& main = *main_output().context();
+  const bool same_kind = writer.thread.policy.live == outputs.front()->thread.policy.live;
+  std::vector<const AVStream*> streams(main.streams, main.streams + main.nb_streams);
+  if (other_pictures != nullptr && !same_kind) streams.front() = other_pictures;
+  return writer.clone(main_output(), streams, stream_time_bases);
 }
 
 // The movie matters more than its index: without one the recording goes on.
@@ -163,10 +172,12 @@ Status ZV_AVWriter::start() {
 
 // ---- packets
 
-int ZV_AVWriter::write_packet(AVRational time_base, AVPacket* packet, bool interleave) {
+int ZV_AVWriter::write_packet(AVRational time_base, AVPacket* packet, bool interleave,
+                              Audience audience) {
   if (packet == nullptr) return 0;
   int result = -1;
   for (const auto& output : outputs) {
+    if (!output->is_for(audience)) continue;
     result = std::max(result, output->write(time_base, *packet, interleave));
   }
   return result;
@@ -197,6 +208,13 @@ int64_t ZV_AVWriter::slowest_stream_us() {
     most = std::max(most, thread.queue.backlog().us);
   }
   return most;
+}
+
+bool ZV_AVWriter::is_stream_dropping() {
+  const std::lock_guard<std::mutex> lock(outputs_mutex);
+  return std::any_of(outputs.begin(), outputs.end(), [](const auto& output) {
+    return output->thread.policy.live && output->thread.monitor.phase() == kZevaOutputDropping;
+  });
 }
 
 // ---- the end

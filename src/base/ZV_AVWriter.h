@@ -25,6 +25,9 @@ namespace ZV {
 
 class WriterOutput;
 
+// Outputs that a packet is for.
+enum class Audience { kAll, kFiles, kStreams };
+
 // Hands every packet to all outputs: the main one, whose streams the muxer makes, and further ones
 // with the same streams. Owns the outputs. The first output that needs one gets the crash-safe
 // index. An output that fails takes none of the others with it.
@@ -50,7 +53,10 @@ class ZV_AVWriter : public zeva::BaseWriter {
 
   // Empty, or a sentence that names the first output that cannot hold the codec. After
   // create_other_writers.
-  std::string codec_fault(AVCodecID codec);
+  std::string codec_fault(AVCodecID codec, Audience audience = Audience::kAll);
+  // Files and live streams get different pictures. `others` describes those that the main output
+  // does not take, until `open` has returned. Before `open`.
+  void separate_pictures(const AVStream& others) { other_pictures = &others; }
   // Pictures keep their own times, about `interval` apart. Before `open`.
   void set_variable_rate(AVRational interval) { mean_interval = interval; }
 
@@ -66,7 +72,11 @@ class ZV_AVWriter : public zeva::BaseWriter {
   // Queues a packet, whose times are in `time_base`, for every output. A packet whose time does not
   // grow in an output's own units is left out there. Blocks while a queue is full. 0, or negative
   // when no output takes packets any more.
-  int write_packet(AVRational time_base, AVPacket* packet, bool interleave) override;
+  int write_packet(AVRational time_base, AVPacket* packet, bool interleave) override {
+    return write_packet(time_base, packet, interleave, Audience::kAll);
+  }
+  // Negative when none of these outputs takes packets any more.
+  int write_packet(AVRational time_base, AVPacket* packet, bool interleave, Audience audience);
 
   // No write waits for a live stream any more, since the recording ends.
   void stop_waiting();
@@ -79,6 +89,8 @@ class ZV_AVWriter : public zeva::BaseWriter {
   int32_t output_count();
   // How much waits for the live stream that lags most, in microseconds; 0 without one. Any thread.
   int64_t slowest_stream_us();
+  // A live stream leaves out pictures. Any thread.
+  bool is_stream_dropping();
 
   // Ends all, gives up the network, joins each, closes each. Safe to call again.
   void stop();
@@ -95,6 +107,7 @@ class ZV_AVWriter : public zeva::BaseWriter {
  private:
   zeva::OutputPolicy policy_of(uint32_t number, const char* url) const;
   zeva::Status open_output(WriterOutput& writer, const char* meta_info, const char* index_path);
+  zeva::Status clone_main(WriterOutput& writer);
   zeva::Status start_index(WriterOutput& writer, const char* index_path);
 
   const uint32_t max_packets;
@@ -107,6 +120,7 @@ class ZV_AVWriter : public zeva::BaseWriter {
   zeva::OpenFiles files;
   std::vector<AVRational> stream_time_bases;  // of the encoders
   bool index_given = false;
+  const AVStream* other_pictures = nullptr;
   AVRational mean_interval{0, 1};  // of pictures at a variable rate
 };
 

@@ -1,55 +1,21 @@
 #include "movie_muxer.h"
 
 #include <exception>
-#include <iterator>
+#include <utility>
 
 #include "av_error.h"
-#include "codec_by_name.h"
+#include "encoder_opening.h"
 #include "logger.h"
 #include "movie_output.h"
 #include "output_opening.h"
 #include "output_url.h"
 #include "picture_colours.h"
 #include "settings_check.h"
+#include "stream_pictures.h"
 #include "stream_setup.h"
 
 namespace zeva {
 namespace {
-
-template <typename Test>
-bool any_url(const MovieInfo& info, Test test) {
-  if (test(info.url)) return true;
-  for (const char* const* url = info.other_urls; url != std::end(info.other_urls); ++url) {
-    if (*url == nullptr) return false;
-    if (test(*url)) return true;
-  }
-  return false;
-}
-
-// A movie without its pictures or its sound is not what the host asked for.
-Status no_encoder(AVCodecID codec) {
-  return Status::failure(kOpeningFailedCode,
-                         std::string("Could not find encoder for '") + avcodec_get_name(codec) +
-                             "'; disable the stream or choose another kind of file");
-}
-
-Status refused(const std::string& fault) {
-  return Status::failure(AVERROR(EINVAL), av_error_text(AVERROR(EINVAL)) + (": " + fault));
-}
-
-// A failure that an option may have caused names it.
-template <typename Encoder>
-Status open_encoder(Encoder* encoder, const MovieInfo& info, const std::string& option) {
-  if (encoder == nullptr) return Status::success();
-  Status opened = encoder->open(info);
-  if (opened.ok) return opened;
-  if (option.empty()) return Status::failure(kOpeningFailedCode, opened.message);
-  return refused(option + ": " + opened.message);
-}
-
-std::string video_option(const Options& options) {
-  return options.encoder_options.empty() ? "" : "encoder_options '" + options.encoder_options + "'";
-}
 
 std::string audio_option(const Options& options) {
   return options.channels == 0 ? "" : "channels " + std::to_string(options.channels);
@@ -57,12 +23,17 @@ std::string audio_option(const Options& options) {
 
 }  // namespace
 
+MovieMuxer::MovieMuxer(std::unique_ptr<ZV::ZV_AVWriter> writer)
+    : writer(std::move(writer)),
+      tell_host([this](int code, const std::string& text) { tell(code, text); }),
+      pictures(*this->writer, tell_host) {}
+
 MovieMuxer::~MovieMuxer() {
   stop();
   ZEVA_LOG(kLogInfo, "~movie muxer ...");
   audio_enc.reset();
   ZEVA_LOG(kLogInfo, "delete audio OK");
-  video_enc.reset();
+  pictures.reset();
   ZEVA_LOG(kLogInfo, "delete video OK");
   ZEVA_LOG(kLogInfo, "~movie muxer OK");
 }
@@ -72,7 +43,7 @@ MovieMuxer::~MovieMuxer() {
 int MovieMuxer::start(const MovieInfo& info, const Options& options, StatusCallback cb, void* user,
                       bool async) {
   phase = Phase::kOpening;
-  if (any_url(info, is_live_url)) avformat_network_init();
+  if (has_live_output(info)) avformat_network_init();
   disable_video = info.disable_video;
   disable_audio = info.disable_audio;
   record = std::make_unique<StartRecord>();
@@ -123,6 +94,7 @@ Status MovieMuxer::open(MovieInfo& info) {
   }
   if (fault.empty()) fault = settings_fault(info);
   if (fault.empty() && !info.disable_video) fault = colours_fault(info, options);
+  if (fault.empty() && !info.disable_video) fault = streams_fault(info, options);
   Status status = fault.empty() ? open_main(info) : refused(fault);
   if (status.ok) status = open_encoders(info);
   if (status.ok) status = open_url(info);
@@ -151,62 +123,29 @@ Status MovieMuxer::open_main(const MovieInfo& info) {
 Status MovieMuxer::open_encoders(MovieInfo& info) {
   const Options& options = record->options;
   CodecChoice codecs = choose_codecs(*writer->main_output().context()->oformat, info);
-  Status status = choose_named_codecs(info, codecs);
+  Status status = choose_named_codecs(info, options, *writer, codecs);
   // Pictures come first: their stream has index 0.
-  if (status.ok) status = make_encoder(codecs.video, info, video_enc);
-  info.hardware = info.hardware && video_enc;
-  if (status.ok) status = make_encoder(codecs.audio, info, audio_enc);
-  if (status.ok) status = open_encoder(video_enc.get(), info, video_option(options));
-  if (status.ok) status = open_encoder(audio_enc.get(), info, audio_option(options));
-  if (status.ok) {
-    if (video_enc && options.variable_rate) writer->set_variable_rate(video_enc->interval());
+  if (status.ok) status = pictures.open(codecs.video, info, options);
+  info.hardware = info.hardware && pictures.first() != nullptr;
+  if (status.ok) status = open_sound(codecs.audio, info);
+  if (!status.ok) {
+    info.hardware = false;
+    pictures.reset();
     return status;
   }
-  info.hardware = false;
-  audio_enc.reset();
-  video_enc.reset();
+  if (pictures.first() != nullptr && options.variable_rate) {
+    writer->set_variable_rate(pictures.first()->interval());
+  }
+  writer->request_key_picture = [this] { pictures.request_key_picture(); };
   return status;
 }
 
-// Takes the encoders that the host names for the streams that there are to be.
-Status MovieMuxer::choose_named_codecs(const MovieInfo& info, CodecChoice& codecs) {
-  const Options& options = record->options;
-  const struct {
-    const char* field;
-    const std::string& name;
-    AVMediaType type;
-    bool disabled;
-    AVCodecID& codec;
-  } streams[] = {
-      {"video_codec", options.video_codec, AVMEDIA_TYPE_VIDEO, info.disable_video, codecs.video},
-      {"audio_codec", options.audio_codec, AVMEDIA_TYPE_AUDIO, info.disable_audio, codecs.audio},
-  };
-  for (const auto& stream : streams) {
-    if (stream.disabled || stream.name.empty()) continue;
-    std::string fault;
-    const AVCodec* codec = find_named_encoder(stream.field, stream.name, stream.type, fault);
-    if (codec == nullptr) return refused(fault);
-    fault = writer->codec_fault(codec->id);
-    if (!fault.empty()) {
-      return refused(std::string(stream.field) + " '" + stream.name + "': " + fault);
-    }
-    stream.codec = codec->id;
-  }
-  return Status::success();
-}
-
-// Adds a stream and its encoder, unless there is to be none.
-template <typename Encoder>
-Status MovieMuxer::make_encoder(AVCodecID codec, MovieInfo& info,
-                                std::unique_ptr<Encoder>& encoder) {
+Status MovieMuxer::open_sound(AVCodecID codec, MovieInfo& info) {
   if (codec == AV_CODEC_ID_NONE) return Status::success();
-  NewStream added = add_stream(writer->main_output().context(), codec, info, record->options);
-  if (!added.fault.empty()) return refused(added.fault);
-  if (!added.encoder) return no_encoder(codec);
-  encoder =
-      std::make_unique<Encoder>(std::move(added), writer.get(),
-                                [this](int code, const std::string& text) { tell(code, text); });
-  return Status::success();
+  const Options& options = record->options;
+  NewStream added = add_stream(writer->main_output().context(), codec, info, options);
+  return open_encoder(std::move(added), codec, info, audio_option(options), *writer, tell_host,
+                      audio_enc);
 }
 
 Status MovieMuxer::open_url(const MovieInfo& info) {
@@ -245,8 +184,7 @@ bool MovieMuxer::write_video(AVFrame* frame, AVRational tb) {
   }
   last_video_time = frame->pts;
   last_video_pts = av_rescale_q(frame->pts, enc->time_base(), kMicroseconds);
-  AVFrame* const shown = enc->filtered(frame);
-  return shown != nullptr && enc->encode(shown, frame->pkt_duration) >= 0;
+  return pictures.encode(frame, recording_figures.cost) >= 0;
 }
 
 bool MovieMuxer::write_audio(AVFrame* frame, AVRational tb) {
@@ -259,6 +197,21 @@ bool MovieMuxer::write_audio(AVFrame* frame, AVRational tb) {
   const bool grows = frame->pts > newest_audio_time;
   if (grows) newest_audio_time = frame->pts;
   return enc->encode(frame) >= 0 && grows;
+}
+
+void MovieMuxer::fill(ZevaStatistics& statistics) const {
+  recording_figures.fill(statistics);
+  statistics.outputs = writer->output_count();
+  statistics.crash_cost_us = -1;
+  if (!running()) return;
+  pictures.fill(statistics);
+  if (!audio_enc) return;
+  statistics.sound_us_encoded = audio_enc->duration_us();
+  const int64_t sound = audio_enc->end_us();
+  const int64_t picture = pictures.first() != nullptr ? pictures.first()->end_us() : AV_NOPTS_VALUE;
+  if (sound != AV_NOPTS_VALUE && picture != AV_NOPTS_VALUE) {
+    statistics.sound_minus_picture_us = sound - picture;
+  }
 }
 
 bool MovieMuxer::is_sound_steady() {
@@ -299,13 +252,13 @@ bool MovieMuxer::stop() {
   phase = Phase::kStopping;
   writer->stop_waiting();
   if (was_running && audio_enc) audio_enc->encode(nullptr);
-  if (was_running && video_enc) video_enc->encode(nullptr);
+  if (was_running) pictures.flush();
 
   ZEVA_LOG(kLogInfo, "before write stop ...");
   writer->stop();
   ZEVA_LOG(kLogInfo, "write stop ok");
   close_encoders();
-  if (any_url(record->info, is_live_url)) {
+  if (has_live_output(record->info)) {
     ZEVA_LOG(kLogInfo, "--- has rtmp .");
     avformat_network_deinit();
   }
@@ -313,8 +266,8 @@ bool MovieMuxer::stop() {
 }
 
 void MovieMuxer::close_encoders() {
-  if (video_enc) {
-    video_enc->close();
+  if (pictures.first() != nullptr) {
+    pictures.close();
     ZEVA_LOG(kLogInfo, "--- close video OK.");
   }
   if (audio_enc) {

@@ -11,20 +11,20 @@
 #include "ZV_AVWriter.h"
 #include "audio_enc.h"
 #include "options.h"
-#include "output_opening.h"
+#include "picture_encoders.h"
+#include "recording_figures.h"
 #include "status.h"
-#include "video_enc.h"
 #include "zeva/movie_info.h"
 
 namespace zeva {
 
 // Opens the main output with its streams and encoders, feeds the encoders, and closes everything in
-// order. Owns the writer with the outputs, and the encoders. The opening may run on a thread of its
-// own. write_video is called by one thread at a time, write_audio by one, start first, stop last
-// and alone; the rest by any thread.
+// order. Owns the writer with the outputs, the encoders, and the recording's figures. The opening
+// may run on a thread of its own. write_video is called by one thread at a time, write_audio by
+// one, start first, stop last and alone; the rest by any thread.
 class MovieMuxer {
  public:
-  explicit MovieMuxer(std::unique_ptr<ZV::ZV_AVWriter> writer) : writer(std::move(writer)) {}
+  explicit MovieMuxer(std::unique_ptr<ZV::ZV_AVWriter> writer);
   virtual ~MovieMuxer();
   MovieMuxer(const MovieMuxer&) = delete;
   MovieMuxer& operator=(const MovieMuxer&) = delete;
@@ -53,13 +53,17 @@ class MovieMuxer {
   bool audio_disabled() const { return disable_audio; }
   // The settings given to start; the ones really used once the output is open.
   MovieInfo settings() const;
+  // Fills in all but the size; any thread, waits for nobody.
+  void fill(ZevaStatistics& statistics) const;
+  // Where those that convert and count what the host gives note it.
+  RecordingFigures& figures() { return recording_figures; }
   // Time in microseconds of the last frame given to the audio (else video) encoder; -1 for none.
   int64_t last_usec_pts() const;
 
   // Null while not running and for a stream that is absent.
-  AVFrame* video_dst_frame() { return video_encoder() ? video_enc->dst_frame() : nullptr; }
+  AVFrame* video_dst_frame() { return video_encoder() ? video_encoder()->dst_frame() : nullptr; }
   AVFrame* audio_dst_frame() { return audio_encoder() ? audio_enc->dst_frame() : nullptr; }
-  VideoEnc* video_encoder() { return running() ? video_enc.get() : nullptr; }
+  VideoEnc* video_encoder() { return running() ? pictures.first() : nullptr; }
   AudioEnc* audio_encoder() { return running() ? audio_enc.get() : nullptr; }
 
  protected:
@@ -82,9 +86,7 @@ class MovieMuxer {
   Status open(MovieInfo& info);
   Status open_main(const MovieInfo& info);
   Status open_encoders(MovieInfo& info);
-  Status choose_named_codecs(const MovieInfo& info, CodecChoice& codecs);
-  template <typename Encoder>
-  Status make_encoder(AVCodecID codec, MovieInfo& info, std::unique_ptr<Encoder>& encoder);
+  Status open_sound(AVCodecID codec, MovieInfo& info);
   Status open_url(const MovieInfo& info);
   Status open_writer(const MovieInfo& info);
 
@@ -92,6 +94,7 @@ class MovieMuxer {
   void close_encoders();
 
   std::atomic<Phase> phase{Phase::kIdle};
+  RecordingFigures recording_figures;
 
   // Fixed after start.
   std::unique_ptr<StartRecord> record;
@@ -99,8 +102,9 @@ class MovieMuxer {
   bool disable_audio = false;
 
   // Written by the opening, read by others while running or once the opening has ended.
+  const EncBase::Tell tell_host;
+  PictureEncoders pictures;
   std::unique_ptr<AudioEnc> audio_enc;
-  std::unique_ptr<VideoEnc> video_enc;
 
   mutable std::mutex settings_mutex;
   MovieInfo effective{};  // guarded by settings_mutex

@@ -13,6 +13,7 @@
 #include "logger.h"
 #include "output_url.h"
 #include "picture_colours.h"
+#include "variable_bit_rate.h"
 
 namespace zeva {
 namespace {
@@ -194,13 +195,14 @@ PictureTiming set_frame_rate(AVCodecContext* enc, const AVCodec& codec, MovieInf
 }
 
 PictureTiming set_up_video(AVCodecContext* enc, const AVCodec& codec, MovieInfo& info,
-                           const Options& options) {
+                           const Options& options, bool bounded) {
   if (strcmp(codec.name, "h264_mf") == 0) av_opt_set_int(enc->priv_data, "hw_encoding", 1, 0);
   // A picture that is asked to be a key picture begins a stream: nothing after it may refer to one
   // before it. Encoders spell the option either way.
   for (const char* name : {"forced-idr", "forced_idr"}) av_opt_set_int(enc->priv_data, name, 1, 0);
   const int64_t bitrate = effective_bitrate(codec, info);
   set_rate_control(enc, bitrate, info);
+  if (bounded && info.rc_mode != kConstantQuantiser) bound_bit_rate(*enc, bitrate);
   enc->width = info.width;
   enc->height = info.height;
   request_colours(*enc, info);
@@ -312,7 +314,7 @@ int nearest_fps(AVRational rate) {
 }
 
 NewStream add_stream(AVFormatContext* oc, AVCodecID codec_id, MovieInfo& info,
-                     const Options& options) {
+                     const Options& options, bool bounded) {
   const AVCodec* codec = choose_encoder(codec_id, info, options);
   if (codec == nullptr) return {};
   AVStream* stream = avformat_new_stream(oc, nullptr);
@@ -325,7 +327,7 @@ NewStream add_stream(AVFormatContext* oc, AVCodecID codec_id, MovieInfo& info,
   if (!added.encoder) return {};
   AVCodecContext* const enc = added.encoder.get();
   if (codec->type == AVMEDIA_TYPE_VIDEO) {
-    added.timing = set_up_video(enc, *codec, info, options);
+    added.timing = set_up_video(enc, *codec, info, options, bounded);
   } else {
     added.fault = set_up_audio(enc, *codec, info, options);
     added.timing.units = enc->time_base;

@@ -46,6 +46,8 @@ Status VideoEnc::open(const MovieInfo& settings) {
   info = settings;
   Status opened = open_codec();
   if (!opened.ok) return opened;
+  rate = VariableBitRate(*enc);
+  current_bit_rate = enc->bit_rate;
   frame = alloc_picture(enc->pix_fmt, enc->width, enc->height);
   if (frame && borrowed) {
     frame->colorspace = enc->colorspace;
@@ -83,6 +85,12 @@ int VideoEnc::encode_borrowed() {
   const int result = encode_prepared(borrowed.get());
   if (is_key && result == kRefusedByCodec) key_wanted = true;
   return result;
+}
+
+void VideoEnc::set_bit_rate(int64_t bit_rate) {
+  if (!enc) return;
+  rate.set(*enc, bit_rate);
+  current_bit_rate = enc->bit_rate;
 }
 
 void VideoEnc::edit(AVPacket* packet) {

@@ -5,6 +5,7 @@
 
 #include "enc_base.h"
 #include "picture_converter.h"
+#include "variable_bit_rate.h"
 #include "zeva/record.h"
 
 namespace zeva {
@@ -37,6 +38,11 @@ class VideoEnc : public EncBase {
   // The next picture that is encoded becomes one at which a decoder can begin. Any thread.
   void request_key_picture() { key_wanted = true; }
 
+  // From the next picture on, where the encoder can; no higher than the rate it was opened with.
+  void set_bit_rate(int64_t bit_rate);
+  // Bits per second, as set; 0 where something else decides. Any thread.
+  int64_t bit_rate() const { return current_bit_rate; }
+
   // Time that the last picture took: its conversion here, and the codec.
   int64_t convert_us() const { return converting_us; }
   int64_t encode_us() const { return codec_us; }
@@ -57,6 +63,8 @@ class VideoEnc : public EncBase {
   bool draw_test_picture();
 
   std::atomic<bool> key_wanted{false};
+  std::atomic<int64_t> current_bit_rate{0};
+  VariableBitRate rate;
   int64_t converting_us = 0;     // of the last picture
   PictureTimes times;            // at a variable rate
   FramePtr borrowed;             // the picture as the codec gets it; owns no buffers

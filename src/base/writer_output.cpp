@@ -72,7 +72,8 @@ AVOutputFormat* WriterOutput::format(const MovieOutput& main) const {
   return context != nullptr ? context->oformat : further_format(main, thread.output.url().c_str());
 }
 
-Status WriterOutput::clone(const MovieOutput& main, const std::vector<AVRational>& time_bases) {
+Status WriterOutput::clone(const MovieOutput& main, const std::vector<const AVStream*>& streams,
+                           const std::vector<AVRational>& time_bases) {
   const std::string& url = thread.output.url();
   if (url.empty()) return Status::failure(-1, "clone: invalid paramters");
   const auto failure = [](int code, int result, const std::string& text) {
@@ -91,9 +92,8 @@ Status WriterOutput::clone(const MovieOutput& main, const std::vector<AVRational
   }
   for (size_t i = 0; i < time_bases.size(); ++i) {
     AVStream* const stream = thread.output.add_stream();
-    result = stream == nullptr
-                 ? AVERROR(ENOMEM)
-                 : avcodec_parameters_copy(stream->codecpar, main.context()->streams[i]->codecpar);
+    result = stream == nullptr ? AVERROR(ENOMEM)
+                               : avcodec_parameters_copy(stream->codecpar, streams[i]->codecpar);
     if (result < 0) return failure(-5, result, "failed create output stream: " + url);
     stream->time_base = time_bases[i];
     stream->codecpar->codec_tag = 0;

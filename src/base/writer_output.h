@@ -20,8 +20,13 @@ class WriterOutput : private zeva::OutputListener {
   // The container, also before its context is made; null when none is known.
   AVOutputFormat* format(const zeva::MovieOutput& main) const;
 
-  // Makes the context of a further output, with the streams of the main one. Opens nothing.
-  zeva::Status clone(const zeva::MovieOutput& main, const std::vector<AVRational>& time_bases);
+  bool is_for(Audience audience) const {
+    return audience == Audience::kAll || thread.policy.live == (audience == Audience::kStreams);
+  }
+
+  // Makes the context of a further output beside the main one, with such `streams`. Opens nothing.
+  zeva::Status clone(const zeva::MovieOutput& main, const std::vector<const AVStream*>& streams,
+                     const std::vector<AVRational>& time_bases);
 
   // Pictures of no fixed rate, about `interval` apart, are to come. AVI numbers its pictures at a
   // constant rate: it gets one that is fine enough. Before the header.

@@ -39,6 +39,9 @@ void MovieCapture2::start(const MovieInfo* info, const zeva::Options& options,
   last_audio_pts = 0;
   last_video_pts = 0;
   host = {cb, user};
+  const auto format = static_cast<AVSampleFormat>(info->sample_fmt);
+  sound_bytes_per_second =
+      int64_t{info->src_sample_rate} * info->channels * av_get_bytes_per_sample(format);
   writer->error_callback = on_status;
   writer->error_user = this;
   MovieMuxer::start(*info, options, on_status, this, async);
@@ -83,7 +86,19 @@ IOCvt& MovieCapture2::converter() {
   return *iocvt;
 }
 
+// Counts a picture, whatever becomes of it.
+template <typename Write>
+bool MovieCapture2::count_picture(Write write) {
+  const int64_t begin_us = zeva::steady_us();
+  const bool taken = write();
+  figures().end_picture(taken, zeva::steady_us() - begin_us);
+  return taken;
+}
+
 bool MovieCapture2::write_pcm(const uint8_t* data, int bytes, int64_t pts_us) {
+  if (data != nullptr && bytes > 0 && sound_bytes_per_second > 0) {
+    figures().give_sound(av_rescale(bytes, kMicroseconds.den, sound_bytes_per_second));
+  }
   const std::optional<int64_t> time = accept(pts_us);
   if (!time) return false;
   ZEVA_LOG(kLogDebug, "nb=%d, pts=%lld", bytes, static_cast<long long>(pts_us));
@@ -93,6 +108,10 @@ bool MovieCapture2::write_pcm(const uint8_t* data, int bytes, int64_t pts_us) {
 }
 
 bool MovieCapture2::write_bgra(const uint8_t* data, int size, int64_t pts_us, int stride) {
+  return count_picture([&] { return write_picture(data, size, pts_us, stride); });
+}
+
+bool MovieCapture2::write_picture(const uint8_t* data, int size, int64_t pts_us, int stride) {
   const std::optional<int64_t> time = accept(pts_us);
   if (!time) return false;
   ZEVA_LOG(kLogDebug, "nb=%d, pts=%lld", size, static_cast<long long>(pts_us));
@@ -101,6 +120,9 @@ bool MovieCapture2::write_bgra(const uint8_t* data, int size, int64_t pts_us, in
 }
 
 bool MovieCapture2::write_audio_frame(AVFrame* frame, const AVRational* tb) {
+  if (frame->nb_samples > 0 && frame->sample_rate > 0) {
+    figures().give_sound(av_rescale(frame->nb_samples, kMicroseconds.den, frame->sample_rate));
+  }
   const std::optional<int64_t> time = accept(av_rescale_q(frame->pts, *tb, kMicroseconds));
   if (!time) return false;
   frame->pts = *time;
@@ -109,6 +131,10 @@ bool MovieCapture2::write_audio_frame(AVFrame* frame, const AVRational* tb) {
 }
 
 bool MovieCapture2::write_video_frame(AVFrame* frame, const AVRational* tb) {
+  return count_picture([&] { return write_picture(frame, tb); });
+}
+
+bool MovieCapture2::write_picture(AVFrame* frame, const AVRational* tb) {
   const std::optional<int64_t> time = accept(av_rescale_q(frame->pts, *tb, kMicroseconds));
   if (!time) return false;
   frame->pts = *time;
@@ -170,7 +196,6 @@ bool MovieCapture2::output_state(int32_t output, ZevaOutputState& state) const {
 
 bool MovieCapture2::statistics(ZevaStatistics& statistics) const {
   ZevaStatistics full{};
-  full.outputs = writer->output_count();
-  full.crash_cost_us = -1;
+  fill(full);
   return zeva::fill_record(full, statistics);
 }

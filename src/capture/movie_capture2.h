@@ -58,9 +58,15 @@ class MovieCapture2 : public zeva::MovieMuxer {
   static void on_status(int code, const char* message, void* capture);
   // Movie time of a frame of the host's; nothing when it is refused.
   std::optional<int64_t> accept(int64_t pts_us);
+  template <typename Write>
+  bool count_picture(Write write);
+  bool write_picture(const uint8_t* data, int size, int64_t pts_us, int stride);
+  bool write_picture(AVFrame* frame, const AVRational* tb);
   IOCvt& converter();
 
-  HostStatus host;  // fixed after start
+  // Fixed after start.
+  HostStatus host;
+  int64_t sound_bytes_per_second = 0;  // of the host's PCM
   std::atomic<bool> start_ok{false};
 
   mutable std::mutex time_mutex;

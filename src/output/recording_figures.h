@@ -17,7 +17,12 @@ class RecordingFigures {
   struct Cost {
     int64_t convert_us = 0;
     int64_t encode_us = 0;
-    bool encoded = false;  // it reached the encoder
+    bool encoded = false;  // it reached an encoder
+    void add(int64_t converted_us, int64_t encoded_us) {
+      convert_us += converted_us;
+      encode_us += encoded_us;
+      encoded = true;
+    }
   };
   Cost cost;
 
