@@ -11,6 +11,7 @@ if(WIN32)
     WIN32_LEAN_AND_MEAN UNICODE _WIN32_WINNT=0x0601)
   # Hosts need no compiler runtime beside the library.
   target_link_options(zeva_flags INTERFACE -static)
+  target_link_libraries(zeva_flags INTERFACE ws2_32)  # the names of servers
 endif()
 if(ZEVA_SANITIZE)
   target_compile_options(zeva_flags INTERFACE -fsanitize=${ZEVA_SANITIZE}

@@ -54,8 +54,6 @@ void ZV_AVWriter::create_other_writers(const char* const* urls) {
     ZEVA_LOG(kLogDebug, "other_url: %s", *urls);
     const auto number = static_cast<uint32_t>(outputs.size());
     auto output = std::make_unique<WriterOutput>(*this, "-", *urls, policy_of(number, *urls));
-    const std::lock_guard<std::mutex> lock(outputs_mutex);
-    if (exited) output->thread.output.io.exit();
     outputs.push_back(std::move(output));
   }
   ZEVA_LOG(kLogDebug, "@@------------------ create other writers -------OK");
@@ -186,7 +184,6 @@ int ZV_AVWriter::write_packet(AVRational time_base, AVPacket* packet, bool inter
 // ---- state
 
 bool ZV_AVWriter::output_state(int32_t output, ZevaOutputState& state) {
-  const std::lock_guard<std::mutex> lock(outputs_mutex);
   const auto number = static_cast<size_t>(output);
   if (output < 0 || number >= outputs.size()) return false;
   outputs[number]->thread.fill(state);
@@ -194,12 +191,10 @@ bool ZV_AVWriter::output_state(int32_t output, ZevaOutputState& state) {
 }
 
 int32_t ZV_AVWriter::output_count() {
-  const std::lock_guard<std::mutex> lock(outputs_mutex);
   return static_cast<int32_t>(outputs.size());
 }
 
 int64_t ZV_AVWriter::slowest_stream_us() {
-  const std::lock_guard<std::mutex> lock(outputs_mutex);
   int64_t most = 0;
   for (const auto& output : outputs) {
     const zeva::OutputThread& thread = output->thread;
@@ -211,7 +206,6 @@ int64_t ZV_AVWriter::slowest_stream_us() {
 }
 
 bool ZV_AVWriter::is_stream_dropping() {
-  const std::lock_guard<std::mutex> lock(outputs_mutex);
   return std::any_of(outputs.begin(), outputs.end(), [](const auto& output) {
     return output->thread.policy.live && output->thread.monitor.phase() == kZevaOutputDropping;
   });
@@ -226,8 +220,6 @@ void ZV_AVWriter::stop_waiting() {
 }
 
 void ZV_AVWriter::request_exit() {
-  const std::lock_guard<std::mutex> lock(outputs_mutex);
-  exited = true;
   for (const auto& output : outputs) output->thread.output.io.exit();
 }
 

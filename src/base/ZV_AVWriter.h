@@ -5,7 +5,6 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <vector>
 
@@ -114,9 +113,7 @@ class ZV_AVWriter : public zeva::BaseWriter {
   const uint32_t interleave_allowance;
   const zeva::Options options;
   std::atomic<bool> refusing{false};
-  bool exited = false;       // guarded by outputs_mutex
-  std::mutex outputs_mutex;  // held while the list grows, or another thread runs along it
-  std::vector<std::unique_ptr<WriterOutput>> outputs;
+  std::vector<std::unique_ptr<WriterOutput>> outputs;  // fixed before any other thread knows of it
   zeva::OpenFiles files;
   std::vector<AVRational> stream_time_bases;  // of the encoders
   bool index_given = false;

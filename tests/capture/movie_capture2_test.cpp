@@ -75,18 +75,6 @@ struct OpeningHeldForStop {
   LogCapture log;
 };
 
-// The chain of outputs grows while stop goes through it; the thread sanitizer would tell.
-TEST_F(CaptureTest, StopMayComeWhileOutputsAreAdded) {
-  const std::string others[] = {dir.path("b.mp4"), dir.path("c.mkv")};
-  info.other_urls[0] = others[0].c_str();
-  info.other_urls[1] = others[1].c_str();
-  OpeningHeldForStop opening("other_url: " + others[0]);
-  start(true);
-  opening.reached.get_future().wait();
-  capture->stop();
-  EXPECT_FALSE(capture->running());
-}
-
 TEST_F(CaptureTest, StopOutlastsAStartThatIsConfirmedMeanwhile) {
   OpeningHeldForStop opening("### statu cb [id=0]: start OK");
   std::promise<void> confirmed;
