@@ -145,9 +145,9 @@ ZEVA_API void* ZEVA2_start_with(const MovieInfo2* info, const ZevaOptions* optio
 
 // Writes what is still held back, finishes every output, frees everything and sets *handle to null.
 // `handle` and *handle may be null. Blocks until all outputs are finished: files take as long as
-// the disk needs; a network output that is still connecting, or stuck, is given up after a grace of
-// 1.5 s (a look-up of its host name takes as long as the system's resolver). An input that never
-// got a packet does not hold it up. Refused inside the status callback; *handle is kept then.
+// the disk needs; all live streams together have 2 s, whatever waits for them, also those that are
+// still connecting or whose server's name is looked up. An input that never got a packet does not
+// hold it up. Refused inside the status callback; *handle is kept then.
 ZEVA_API void ZEVA2_stop(void** handle);
 
 // Cuts the time between pause and resume out of both streams. Packets offered meanwhile are still

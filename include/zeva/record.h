@@ -99,10 +99,10 @@ ZEVA_API void* ZEVA_start_with(const MovieInfo* info, const ZevaOptions* options
                                bool async);
 
 // Flushes the encoders, finishes every output, frees everything and sets *handle to null. Blocks
-// until the movies are finished: files take as long as the disk needs; a network output that is
-// stuck is given up after a grace of 1.5 s. An opening under way is made to give up. What an
-// encoder still held and cannot give out is told by status. `handle` and *handle may be null.
-// Refused inside the status callback.
+// until the movies are finished: files take as long as the disk needs; all live streams together
+// have 2 s, whatever waits for them, and also while a server's name is looked up. An opening under
+// way is made to give up. What an encoder still held and cannot give out is told by status.
+// `handle` and *handle may be null. Refused inside the status callback.
 ZEVA_API void ZEVA_stop(void** handle);
 
 // Cuts the time between pause and resume out of the movie; frames offered meanwhile are dropped.
@@ -123,9 +123,10 @@ ZEVA_API int64_t ZEVA_current_sys_usec();
 // One picture of src_width x src_height in src_pix_fmt; `stride` is the distance of its lines in
 // bytes, not less than a row. For planar formats the planes follow each other, the strides of the
 // further planes in proportion. `size` is not used. The data is read before the call returns and
-// stays the host's. May block while an output's queue is full. True when the picture will be in the
-// movie; false when it will not: not open yet, paused, disabled, bad stride, a time that does not
-// grow, dropped by the filter, refused by the encoder, or no output takes packets any more.
+// stays the host's. May block while the queue of an output is full whose policy is to wait. True
+// when the picture will be in the movie; false when it will not: not open yet, paused, disabled,
+// bad stride, a time that does not grow, dropped by the filter, refused by the encoder, or no
+// output takes packets any more.
 ZEVA_API bool ZEVA_write_video_bgra(void* h, void* data, int size, int64_t pts_us, int stride);
 
 // `bytes` of PCM in sample_fmt, src_sample_rate, channels; `pts_us` is the time of its first
