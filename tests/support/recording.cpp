@@ -162,4 +162,11 @@ void Recording::on_status(int code, const char* message, void* user) {
   self.received.push_back({code, message});
 }
 
+ZevaStatistics statistics(const Recording& recording) {
+  ZevaStatistics told;
+  ZevaStatistics_init(&told);
+  EXPECT_TRUE(ZEVA_statistics(recording.handle, &told));
+  return told;
+}
+
 }  // namespace zeva_test

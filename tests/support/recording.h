@@ -81,4 +81,7 @@ class Recording {
   bool stopped = false;          // guarded by mutex
 };
 
+// Figures of a recording that has not ended.
+ZevaStatistics statistics(const Recording& recording);
+
 }  // namespace zeva_test
