@@ -29,7 +29,7 @@ void DiskSync::start(const std::vector<std::string>& paths, bool sync_now) {
     }
   }
   if (files.empty()) return;
-  if (sync_now) sync_files();
+  if (sync_now) sync_files(0);
   try {
     thread = std::thread(&DiskSync::run, this);
   } catch (const std::system_error& e) {
@@ -37,9 +37,10 @@ void DiskSync::start(const std::vector<std::string>& paths, bool sync_now) {
   }
 }
 
-void DiskSync::request() {
+void DiskSync::request(int64_t mark) {
   const std::lock_guard<std::mutex> lock(mutex);
   requested = true;
+  requested_mark = mark;
   changed.notify_one();
 }
 
@@ -52,7 +53,7 @@ bool DiskSync::end() {
     changed.notify_one();
     thread.join();
   }
-  sync_files();
+  sync_files(requested_mark);
   files.clear();
   return !failed;
 }
@@ -64,8 +65,9 @@ void DiskSync::run() {
     changed.wait(lock, [this] { return requested || ending; });
     requested = false;
     if (ending) return;
+    const int64_t mark = requested_mark;
     lock.unlock();
-    sync_files();
+    sync_files(mark);
     lock.lock();
     changed.wait_for(lock, kPeriod, [this] { return ending; });
   }
@@ -79,12 +81,13 @@ void DiskSync::sync_folders() {
   }
 }
 
-void DiskSync::sync_files() {
+void DiskSync::sync_files(int64_t mark) {
   for (const File& file : files) {
     if (failed) return;
     errno = 0;
     if (!sync(file.handle.get())) fail(file.path, errno);
   }
+  if (!failed && !files.empty()) synced_mark = mark;
 }
 
 void DiskSync::fail(const std::string& path, int error) {

@@ -1,7 +1,9 @@
 // Keeps what is written of some files on the disk while they grow.
 #pragma once
 
+#include <atomic>
 #include <condition_variable>
+#include <cstdint>
 #include <functional>
 #include <mutex>
 #include <string>
@@ -38,9 +40,12 @@ class DiskSync {
   // which is reported. With `sync_now` the files are on the disk when the call returns.
   void start(const std::vector<std::string>& paths, bool sync_now);
 
-  // What the operating system was given until now is to reach the disk within a second or so. Does
-  // not block.
-  void request();
+  // What the operating system was given until now, which is all up to `mark`, is to reach the disk
+  // within a second or so. Does not block.
+  void request(int64_t mark = 0);
+
+  // The mark up to which everything has reached the disk; -1 before anything has. Any thread.
+  int64_t synced() const { return synced_mark; }
 
   // Puts everything on the disk a last time and blocks until it is there. True when all that was
   // written of all files is; later calls give the same answer.
@@ -54,7 +59,7 @@ class DiskSync {
 
   void run();
   void sync_folders();
-  void sync_files();
+  void sync_files(int64_t mark);
   void fail(const std::string& path, int error);
   void report(const std::string& text);
 
@@ -66,11 +71,13 @@ class DiskSync {
   // Of one thread at a time: the caller's, and between `start` and `end` the own one.
   bool failed = false;
   bool reported = false;
+  std::atomic<int64_t> synced_mark{-1};
 
   std::mutex mutex;
   std::condition_variable changed;
-  bool requested = false;  // guarded by mutex
-  bool ending = false;     // guarded by mutex
+  bool requested = false;      // guarded by mutex
+  int64_t requested_mark = 0;  // guarded by mutex
+  bool ending = false;         // guarded by mutex
 };
 
 }  // namespace zeva

@@ -14,6 +14,10 @@ int IndexFile::open(const std::string& path) {
   return error;
 }
 
+PathState IndexFile::state() const {
+  return is_open() && is_committed() ? path_state(file.get(), file.path()) : PathState::kSame;
+}
+
 void IndexFile::set_head(std::string text) {
   unwritten = std::move(text);
   head_bytes = unwritten.size();

@@ -27,6 +27,8 @@ class IndexFile {
   [[nodiscard]] int open(const std::string& path);
   bool is_open() const { return file.is_open(); }
   const std::string& path() const { return file.path(); }
+  // Where the path leads to; kSame before `commit` and when no index is open.
+  PathState state() const;
 
   // Header and stream lines, each with its line feed.
   void set_head(std::string text);

@@ -1,5 +1,6 @@
 #include "snapshot.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <system_error>
 #include <utility>
@@ -11,6 +12,16 @@
 #include "zeva/status.h"
 
 namespace zeva {
+namespace {
+
+// In the time of the recording, which the movie may be behind.
+int64_t end_us_of(const AVFormatContext& oc, const AVPacket& packet) {
+  const AVRational time_base = oc.streams[packet.stream_index]->time_base;
+  return av_rescale_q(packet.pts + packet.duration, time_base, {1, AV_TIME_BASE}) -
+         oc.output_ts_offset;
+}
+
+}  // namespace
 
 Snapshot::Snapshot(Report report, DiskCalls calls)
     : report(std::move(report)),
@@ -87,15 +98,28 @@ void Snapshot::packet_coming(const AVFormatContext& oc, const AVPacket& packet, 
   coming.dts = packet.dts;
   coming.duration = packet.duration;
   coming.key = (packet.flags & AV_PKT_FLAG_KEY) != 0;
-  IndexRecord record;
+  if (record(oc, packet, coming)) hand_over(oc);
+}
+
+// False for the first packet, which has its record only when the second comes.
+bool Snapshot::record(const AVFormatContext& oc, const AVPacket& packet,
+                      const IndexedPacket& coming) {
+  const int64_t recorded_us = std::exchange(coming_end_us, end_us_of(oc, packet));
+  IndexRecord made;
   if (!index.has_room()) {
     encoder.push_unrecorded(coming);
-  } else if (encoder.push(coming, record)) {
-    index.append(record);
+  } else if (encoder.push(coming, made)) {
+    index.append(made);
+    pending_end_us = std::max(pending_end_us, recorded_us);
   } else {
-    return;
+    return false;
   }
-  hand_over(oc);
+  return true;
+}
+
+void Snapshot::packet_refused() {
+  encoder.take_back();
+  coming_end_us = 0;
 }
 
 // A power failure may take one write and leave the next: half a packet is hard to tell from a whole
@@ -115,8 +139,8 @@ void Snapshot::hand_over(const AVFormatContext& oc) {
 void Snapshot::flush(const AVFormatContext& oc) {
   // The movie's bytes go first: a record must not tell of bytes that died in FFmpeg's buffer.
   avio_flush(oc.pb);
-  (void)judge_write(index.write());
-  disk.request();
+  if (judge_write(index.write())) recorded_end_us = pending_end_us;
+  disk.request(recorded_end_us);
 }
 
 // Reports a change, not every write: a full disk stays full for a while.
@@ -136,6 +160,8 @@ bool Snapshot::end() {
   MuxerHooks::remove(*this);
   if (!index.is_open()) return false;
   const bool complete = index.is_committed() && judge_write(index.write());
+  if (complete) disk.request(pending_end_us);
+  recorded_end_us = -1;
   const int error = index.close();
   if (complete && error != 0) (void)judge_write(error);
   on_disk = disk.end() && complete && error == 0;

@@ -1,6 +1,7 @@
 // Writes the crash-safe index of a movie while the movie is muxed.
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <functional>
 #include <string>
@@ -62,6 +63,15 @@ class Snapshot {
   // Hands everything to the operating system now. Packets go on.
   void flush(const AVFormatContext& oc);
 
+  // Any thread: the movie time at which the newest packet ends whose record the operating system
+  // has, 0 before there is one; -1 once the index is closed.
+  int64_t recorded_us() const { return recorded_end_us; }
+  // The same of the disk, as far as it has confirmed; -1 before it has.
+  int64_t synced_us() const { return disk.synced(); }
+
+  // Where the index's path leads to.
+  PathState index_state() const { return index.state(); }
+
   // Writes and closes the index. True when all of it and of the movie is on the disk.
   bool end();
 
@@ -70,10 +80,11 @@ class Snapshot {
   void header_written(const AVFormatContext& oc);
   void packet_coming(const AVFormatContext& oc, const AVPacket& packet, int64_t position);
   // The muxer did not write that packet after all.
-  void packet_refused() { encoder.take_back(); }
+  void packet_refused();
 
  private:
   static void keep_packet_in_one_write(const AVFormatContext& oc, const AVPacket& packet);
+  bool record(const AVFormatContext& oc, const AVPacket& packet, const IndexedPacket& coming);
   void hand_over(const AVFormatContext& oc);
   bool judge_write(int error);
   void report_status(int32_t code, const std::string& text) const;
@@ -83,7 +94,10 @@ class Snapshot {
   RecordEncoder encoder;
   std::string movie_path;      // empty when the movie is no file
   int64_t next_hand_over = 0;  // on the performance counter
-  bool failing = false;        // the index took no text when it was given some last
+  int64_t coming_end_us = 0;   // of the packet that has no record yet
+  int64_t pending_end_us = 0;  // of those whose record is in the index's text
+  std::atomic<int64_t> recorded_end_us{0};
+  bool failing = false;  // the index took no text when it was given some last
   bool ended = false;
   bool on_disk = false;  // the answer of `end`
   DiskSync disk;         // last: its thread reports through the rest

@@ -194,6 +194,15 @@ int32_t ZV_AVWriter::output_count() {
   return static_cast<int32_t>(outputs.size());
 }
 
+int64_t ZV_AVWriter::recorded_us() {
+  const std::lock_guard<std::mutex> lock(outputs_mutex);
+  int64_t newest = -1;
+  for (const auto& output : outputs) {
+    newest = std::max(newest, output->thread.output.recorded_us());
+  }
+  return newest;
+}
+
 int64_t ZV_AVWriter::slowest_stream_us() {
   int64_t most = 0;
   for (const auto& output : outputs) {

@@ -86,6 +86,9 @@ class ZV_AVWriter : public zeva::BaseWriter {
   // False when there is no such output. Any thread.
   bool output_state(int32_t output, ZevaOutputState& state);
   int32_t output_count();
+  // Movie time at which the newest packet ends that a crash of the program would leave; -1 without
+  // an index. Any thread.
+  int64_t recorded_us();
   // How much waits for the live stream that lags most, in microseconds; 0 without one. Any thread.
   int64_t slowest_stream_us();
   // A live stream leaves out pictures. Any thread.

@@ -37,68 +37,68 @@ int FileIo::commit() {
   if (error != 0) return AVERROR(error);
   // An older movie's bytes must not come back under the index of this one after a power failure.
   if (file.replaces()) (void)sync_file(file.get());
-  const int64_t continued_at = position;
-  position = 0;
-  const int result = write_at_position(kept.data(), kept.size());
-  kept = {};
-  if (result < 0) return result;
-  return seek(this, continued_at, SEEK_SET) < 0 ? AVERROR(EIO) : 0;
+  return write_kept();
 }
 
-bool FileIo::ensure_room(int64_t end_bytes) {
+bool FileIo::ensure_room(int64_t end_bytes, int64_t spare_bytes) {
   if (!can_reserve || end_bytes <= reserved || !is_committed()) return true;
-  int64_t wanted = end_bytes + kReserveStepBytes;
-  int error = reserve_space(file.get(), reserved, wanted);
+  int64_t wanted = end_bytes + std::clamp<int64_t>(spare_bytes, 0, kReserveStepBytes);
+  int error = calls.reserve(file.get(), reserved, wanted);
   if (error == ENOSPC) {
     wanted = end_bytes;
-    error = reserve_space(file.get(), reserved, wanted);
+    error = calls.reserve(file.get(), reserved, wanted);
   }
   if (error == 0) reserved = wanted;
   if (error == ENOTSUP) can_reserve = false;
   return error != ENOSPC;
 }
 
+int64_t FileIo::own_bytes() const {
+  if (is_committed()) return std::max(reserved, written);
+  return file.replaces() ? std::max<int64_t>(file_size(file.path()), 0) : 0;
+}
+
+int FileIo::error() const { return failure == 0 && pb != nullptr ? pb->error : failure; }
+
+int FileIo::retry() {
+  if (failure == 0) return error();
+  failure = 0;
+  return write_kept();
+}
+
+bool FileIo::read(int64_t offset_bytes, uint8_t* data, size_t count) {
+  const bool done =
+      seek_file(file.get(), offset_bytes) && fread(data, 1, count, file.get()) == count;
+  clearerr(file.get());
+  return seek_file(file.get(), position) && done;
+}
+
 int FileIo::close() {
   if (!file.is_open()) return 0;
   if (pb != nullptr) avio_flush(pb.get());
-  int result = pb != nullptr && pb->error < 0 ? pb->error : 0;
+  int result = error();
   pb.reset();
-  // Gives back the space that was set aside and not used.
-  if (is_committed() && reserved > size && result == 0) {
-    result = AVERROR(truncate_file(file.get(), size));
-  }
-  const int error = file.close();
-  return result < 0 ? result : AVERROR(error);
+  const int given_back = give_back_space();
+  if (result >= 0) result = given_back;
+  const int closed = file.close();
+  return result < 0 ? result : AVERROR(closed);
 }
+
+// Only the file itself knows how much a failed write has left.
+int FileIo::give_back_space() {
+  if (!is_committed() || reserved <= written) return 0;
+  if (failure == 0) return AVERROR(truncate_file(file.get(), written));
+  if (fseek(file.get(), 0, SEEK_END) != 0) return 0;
+  const int64_t end = tell_file(file.get());
+  if (end >= written) (void)truncate_file(file.get(), end);
+  return 0;
+}
+
+// ---- for FFmpeg
 
 int FileIo::write_packet(void* self, uint8_t* data, int size) {
-  auto& io = *static_cast<FileIo*>(self);
-  const auto count = static_cast<size_t>(size);
-  const int result = io.is_committed() ? io.write_at_position(data, count) : io.keep(data, count);
+  const int result = static_cast<FileIo*>(self)->write_or_keep(data, static_cast<size_t>(size));
   return result < 0 ? result : size;
-}
-
-int FileIo::write_at_position(const uint8_t* data, size_t count) {
-  if (count == 0) return 0;
-  errno = 0;
-  const size_t written = fwrite(data, 1, count, file.get());
-  position += static_cast<int64_t>(written);
-  size = std::max(size, position);
-  if (written == count) return 0;
-  const int error = errno != 0 ? errno : EIO;
-  clearerr(file.get());
-  return AVERROR(error);
-}
-
-int FileIo::keep(const uint8_t* data, size_t count) try {
-  const size_t end = static_cast<size_t>(position) + count;
-  if (kept.size() < end) kept.resize(end);
-  std::copy_n(data, count, kept.begin() + position);
-  position += static_cast<int64_t>(count);
-  size = std::max(size, position);
-  return 0;
-} catch (const std::bad_alloc&) {
-  return AVERROR(ENOMEM);
 }
 
 int64_t FileIo::seek(void* self, int64_t offset, int whence) {
@@ -107,9 +107,62 @@ int64_t FileIo::seek(void* self, int64_t offset, int whence) {
   if (whence == SEEK_CUR) offset += io.position;
   if (whence == SEEK_END) offset += io.size;
   if (offset < 0) return AVERROR(EINVAL);
-  if (io.is_committed() && !seek_file(io.file.get(), offset)) return AVERROR(errno);
-  io.position = offset;
+  io.move_to(offset);
   return offset;
+}
+
+// ---- the file
+
+void FileIo::move_to(int64_t to) {
+  position = to;
+  if (!is_committed() || failure != 0) return;
+  errno = 0;
+  if (!seek_file(file.get(), to)) failure = AVERROR(errno != 0 ? errno : EIO);
+}
+
+int FileIo::write_or_keep(const uint8_t* data, size_t count) {
+  const bool writable = is_committed() && failure == 0;
+  const size_t taken = writable ? write_at_position(data, count) : 0;
+  return taken == count ? 0 : keep(data + taken, count - taken);
+}
+
+// Returns how much the file took, with `failure` set when that is not all.
+size_t FileIo::write_at_position(const uint8_t* data, size_t count) {
+  if (count == 0) return 0;
+  errno = 0;
+  const size_t taken = calls.write(data, 1, count, file.get());
+  position += static_cast<int64_t>(taken);
+  written = std::max(written, position);
+  size = std::max(size, position);
+  if (taken == count) return taken;
+  failure = AVERROR(errno != 0 ? errno : EIO);
+  clearerr(file.get());
+  return taken;
+}
+
+int FileIo::keep(const uint8_t* data, size_t count) try {
+  Piece& last = kept.emplace_back();
+  last.position = position;
+  last.bytes.assign(data, data + count);
+  position += static_cast<int64_t>(count);
+  size = std::max(size, position);
+  return 0;
+} catch (const std::bad_alloc&) {
+  return AVERROR(ENOMEM);
+}
+
+// Afterwards the next byte goes where FFmpeg believes it goes.
+int FileIo::write_kept() {
+  const int64_t goes_on_at = position;
+  std::vector<Piece> pieces;
+  pieces.swap(kept);
+  int result = 0;
+  for (const Piece& piece : pieces) {
+    move_to(piece.position);
+    result = std::min(result, write_or_keep(piece.bytes.data(), piece.bytes.size()));
+  }
+  move_to(goes_on_at);
+  return result < 0 ? result : failure;
 }
 
 }  // namespace zeva

@@ -20,6 +20,8 @@ namespace {
 // chunks, offsets, times and key pictures (ISO/IEC 14496-12, 8.6 and 8.7), and the rest.
 constexpr int64_t kTrailerBytesPerPacket = 48;
 constexpr int64_t kTrailerBytes = 128 * 1024;
+// Kept free where space cannot be set aside: what the system says may be a little old.
+constexpr int64_t kUnreservedBytes = 4 * 1024 * 1024;
 
 // A muxer that refused so many packets in a row will take none any more.
 constexpr int kMostRefusals = 1000;
@@ -30,8 +32,8 @@ bool needs_index(const AVOutputFormat& format) {
   return av_match_name(format.name, "mp4,mov,ipod,3gp,3g2,psp,f4v") != 0;
 }
 
-MovieOutput::MovieOutput(std::string url, Report report)
-    : output_url(std::move(url)), report(std::move(report)) {}
+MovieOutput::MovieOutput(std::string url, Report report, const DiskCalls& calls)
+    : output_url(std::move(url)), report(std::move(report)), calls(calls) {}
 
 bool MovieOutput::is_network() const { return is_network_url(output_url.c_str()); }
 
@@ -99,25 +101,27 @@ int MovieOutput::open_io() {
   // Or the process would print its log lines into the movie.
   occupy_standard_descriptors();
   if (is_network() && !find_host(output_url, io)) return AVERROR_EXIT;
-  if (muxer_does_io()) return 0;
   const std::string path = file_path(output_url);
   // Pipes and devices hold nothing that could be lost.
   const bool regular = !path.empty() && (!file_exists(path) || file_size(path) >= 0);
+  if (regular) disk.watch(path, calls.file.free_bytes);
+  if (muxer_does_io()) return 0;
   if (!regular) {
     return avio_open2(&oc->pb, output_url.c_str(), AVIO_FLAG_WRITE, &oc->interrupt_callback,
                       nullptr);
   }
-  file = std::make_unique<FileIo>();
+  file = std::make_unique<FileIo>(calls.file);
   const int result = file->open(path);
   if (result >= 0) oc->pb = file->context();
   return result;
 }
 
 MovieOutput::IndexStart MovieOutput::start_index(const std::string& path) {
-  auto started = std::make_unique<Snapshot>(report);
+  auto started = std::make_unique<Snapshot>(report, calls.index);
   if (!started->open(path.c_str())) return IndexStart::kNotOpened;
   const bool attached = started->attach(oc.get());
   snapshot = std::move(started);
+  started_index = snapshot.get();
   index_path = path;
   return attached ? IndexStart::kStarted : IndexStart::kNotAttached;
 }
@@ -142,6 +146,8 @@ int MovieOutput::commit() {
 
 int MovieOutput::begin_packet(const AVPacket& packet) {
   io.begin_operation();
+  // Before an older file is replaced.
+  if (room_left(end_with(packet.size, 1)) < 0) return AVERROR(ENOSPC);
   if (progress.packets == 0) {
     const int result = commit();
     if (result < 0) return result;
@@ -162,15 +168,6 @@ void MovieOutput::note_end(const AVPacket& packet) {
   const AVRational time_base = oc->streams[index]->time_base;
   progress.end_us = std::max(progress.end_us,
                              av_rescale_q(packet.pts + packet.duration, time_base, kMicroseconds));
-}
-
-// Everything that the muxer was given must fit, and the trailer behind it.
-bool MovieOutput::has_room_for(const AVPacket& packet) {
-  if (file == nullptr) return true;
-  const int64_t trailer = kTrailerBytes + (progress.packets + 1) * kTrailerBytesPerPacket;
-  const int64_t media = std::max(avio_tell(oc->pb), progress.payload_bytes) + packet.size;
-  full = full || !file->ensure_room(media + trailer);
-  return !full;
 }
 
 // FFmpeg would move everything from the first packet before 0 on, but not what it wrote before.
@@ -219,6 +216,7 @@ int MovieOutput::write(AVPacket* packet) {
 bool MovieOutput::write_interleaved(AVPacket* packet, int& result) {
   result = io.result_of_operation(av_interleaved_write_frame(oc.get(), packet));
   const bool refused = result == AVERROR(EINVAL) || result == AVERROR_INVALIDDATA;
+  if (result >= 0) result = io_error();
   progress.refused_in_a_row = refused ? progress.refused_in_a_row + 1 : 0;
   if (!refused || is_broken() || progress.refused_in_a_row > kMostRefusals) return true;
   leave_out(av_error_text(result));
@@ -237,19 +235,30 @@ int MovieOutput::write_held() {
   int result = 0;
   while (!write_interleaved(nullptr, result)) {
   }
-  if (result >= 0 && snapshot != nullptr && progress.packets > 0) snapshot->flush(*oc);
-  return result;
+  if (result < 0 || snapshot == nullptr || progress.packets == 0) return result;
+  snapshot->flush(*oc);
+  return io_error();
 }
 
 int MovieOutput::write_in_order(AVPacket* packet) {
   const int result = begin_packet(*packet);
-  return result < 0 ? result : io.result_of_operation(av_write_frame(oc.get(), packet));
+  if (result < 0) return result;
+  const int written = io.result_of_operation(av_write_frame(oc.get(), packet));
+  return written < 0 ? written : io_error();
+}
+
+// FileIo keeps its errors from FFmpeg.
+int MovieOutput::io_error() const {
+  if (file != nullptr) return file->error();
+  return oc != nullptr && oc->pb != nullptr ? oc->pb->error : 0;
 }
 
 int MovieOutput::write_trailer() {
   if (!progress.header_written || progress.trailer_tried) return 0;
   progress.trailer_tried = true;
   if (file != nullptr && !file->is_committed()) return 0;
+  const int retried = file != nullptr ? file->retry() : 0;
+  if (retried < 0) return retried;
   const bool has_table = file != nullptr && needs_index(*oc->oformat);
   if (has_table) (void)write_held();  // so that the table comes next
   const int64_t table = has_table ? avio_tell(oc->pb) : 0;
@@ -257,8 +266,8 @@ int MovieOutput::write_trailer() {
   const int result = io.result_of_operation(av_write_trailer(oc.get()));
   if (result < 0 || oc->pb == nullptr) return result;
   avio_flush(oc->pb);
-  if (has_table && oc->pb->error >= 0) correct_duration(table);
-  return oc->pb->error;  // a full disk is no success, although the muxer may say so
+  if (has_table && !is_broken()) correct_duration(table);
+  return io_error();  // a full disk is no success, although the muxer may say so
 }
 
 // FFmpeg 4.x counts an encoder's first samples, which players skip, as part of the movie, and not
@@ -266,12 +275,8 @@ int MovieOutput::write_trailer() {
 // first one of the table, unless the host's options put that elsewhere.
 void MovieOutput::correct_duration(int64_t table) {
   constexpr int kDurationAt = 32;
-  const FilePtr written(open_file(file_path(output_url).c_str(), "rb"));
   uint8_t box[kDurationAt] = {};
-  if (written == nullptr || !seek_file(written.get(), table) ||
-      fread(box, 1, sizeof box, written.get()) != sizeof box) {
-    return;
-  }
+  if (!file->read(table, box, sizeof box)) return;
   const bool found = memcmp(box + 4, "moov", 4) == 0 && memcmp(box + 12, "mvhd\0", 5) == 0;
   const auto timescale =
       static_cast<uint32_t>(box[28] << 24 | box[29] << 16 | box[30] << 8 | box[31]);
@@ -283,10 +288,92 @@ void MovieOutput::correct_duration(int64_t table) {
   avio_flush(oc->pb);
 }
 
+// ---- the disk
+
+// Everything that the muxer was given, more packets, and the trailer behind them.
+int64_t MovieOutput::end_with(int64_t packet_bytes, int packets) const {
+  const int64_t trailer = kTrailerBytes + (progress.packets + packets) * kTrailerBytesPerPacket;
+  const int64_t told = file != nullptr ? avio_tell(oc->pb) : 0;
+  return std::max(told, progress.payload_bytes) + packet_bytes + trailer;
+}
+
+int64_t MovieOutput::own_bytes() const {
+  return file != nullptr ? file->own_bytes() : progress.payload_bytes;
+}
+
+// Negative when the file must not become so long.
+int64_t MovieOutput::room_left(int64_t end_bytes) {
+  const int64_t left = disk.left(end_bytes, own_bytes());
+  if (left < 0) shortage = kept_free_bytes > 0 ? Shortage::kGuard : Shortage::kFull;
+  return is_full() ? -1 : left;
+}
+
+bool MovieOutput::has_room_for(const AVPacket& packet) {
+  if (file == nullptr) return true;
+  const int64_t end = end_with(packet.size, 1);
+  if (!file->ensure_room(end, room_left(end))) shortage = Shortage::kFull;
+  if (!file->reserves()) disk.keep_free(std::max(kept_free_bytes, kUnreservedBytes));
+  return !is_full();
+}
+
+int MovieOutput::watch_disk() {
+  if (oc == nullptr || !disk.is_due()) return 0;
+  watch_paths();
+  // A file that has not begun is judged by its first packet.
+  const int64_t end = end_with(0, 0);
+  const int64_t left = progress.packets == 0 ? disk.left(end, own_bytes()) : room_left(end);
+  return progress.packets > 0 && left < 0 ? AVERROR(ENOSPC) : 0;
+}
+
+void MovieOutput::watch_paths() {
+  if (file != nullptr && file->is_committed() && !movie_gone) {
+    const PathState state = file->path_state();
+    movie_gone = state != PathState::kSame;
+    tell_gone("'" + url() + "'", state, "the movie is finished under its new name");
+  }
+  if (snapshot != nullptr && !index_gone) {
+    const PathState state = snapshot->index_state();
+    index_gone = state != PathState::kSame;
+    tell_gone("the index '" + index_path + "' of '" + url() + "'", state,
+              "a repair needs it by its new name");
+  }
+}
+
+void MovieOutput::tell_gone(const std::string& what, PathState state, const char* renamed) const {
+  if (state == PathState::kSame) return;
+  const std::string text =
+      what + (state == PathState::kDeleted
+                  ? " was deleted while it is recorded: it is lost as soon as it is closed"
+                  : std::string(" was renamed while it is recorded: ") + renamed);
+  ZEVA_LOG(kLogError, "%s", text.c_str());
+  if (report) report(kZevaStatusFileGone, text);
+}
+
+void MovieOutput::tell_finished_early() const {
+  char text[200];
+  snprintf(text, sizeof text,
+           "' is finished early: %lld bytes of its disk are free, and %lld are to stay free; it "
+           "holds %.3f s in %lld packets",
+           static_cast<long long>(disk.free_bytes()), static_cast<long long>(kept_free_bytes),
+           static_cast<double>(progress.end_us) / 1e6, static_cast<long long>(progress.packets));
+  ZEVA_LOG(kLogWarning, "'%s%s", url().c_str(), text);
+  if (report) report(kZevaStatusFileFinishedEarly, "'" + url() + text);
+}
+
+int64_t MovieOutput::recorded_us() const {
+  const Snapshot* const index = started_index;
+  return index != nullptr ? index->recorded_us() : -1;
+}
+
+int64_t MovieOutput::synced_us() const {
+  const Snapshot* const index = started_index;
+  return index != nullptr ? index->synced_us() : -1;
+}
+
 // ---- the end
 
 std::string MovieOutput::fate() const {
-  if (full) return "; it is finished with what fitted";
+  if (is_full()) return "; it is finished with what fitted";
   if (snapshot != nullptr) return "; its index '" + index_path + "' can bring it back";
   return {};
 }
@@ -295,12 +382,16 @@ int MovieOutput::close() {
   if (oc == nullptr) return 0;
   // Only its trailer ends the session of a muxer that does its own I/O.
   if (muxer_does_io()) (void)write_trailer();
-  const int result = close_io();
+  const int result = close_files();
   oc.reset();
-  if (snapshot != nullptr) {
-    snapshot.reset();
-    ZEVA_LOG(kLogInfo, "delete moov OK");
-  }
+  if (snapshot != nullptr) ZEVA_LOG(kLogInfo, "delete moov OK");
+  return result;
+}
+
+int MovieOutput::close_files() {
+  const int result = close_io();
+  if (snapshot != nullptr) (void)snapshot->end();
+  if (is_full()) disk.ask_again();  // what was set aside and not used is free again
   return result;
 }
 

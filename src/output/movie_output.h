@@ -1,6 +1,7 @@
 // One output of a recording or a repair: a file or a live stream, from its context to its close.
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -8,6 +9,7 @@
 #include <vector>
 
 #include "av_handles.h"
+#include "disk_room.h"
 #include "file_io.h"
 #include "io_interrupt.h"
 #include "snapshot.h"
@@ -34,7 +36,15 @@ class MovieOutput {
   // disk thread; never after `close`.
   using Report = Snapshot::Report;
 
-  explicit MovieOutput(std::string url, Report report = {});
+  // The calls that reach the disk; tests let them fail.
+  struct DiskCalls {
+    FileIo::Calls file;
+    Snapshot::DiskCalls index;
+  };
+
+  explicit MovieOutput(std::string url, Report report = {})
+      : MovieOutput(std::move(url), std::move(report), DiskCalls()) {}
+  MovieOutput(std::string url, Report report, const DiskCalls& calls);
   ~MovieOutput() { (void)close(); }
   MovieOutput(const MovieOutput&) = delete;
   MovieOutput& operator=(const MovieOutput&) = delete;
@@ -49,6 +59,8 @@ class MovieOutput {
   void set_metadata(const char* text);
   // Null without memory. The stream belongs to the output.
   AVStream* add_stream();
+  // A file is to end while that much of its disk stays free. Before the packets.
+  void keep_free(int64_t bytes) { disk.keep_free(kept_free_bytes = bytes); }
   // Opens the file or connects. Prints the layout to FFmpeg's log.
   [[nodiscard]] int open_io();
   enum class IndexStart { kNotOpened, kNotAttached, kStarted };
@@ -74,31 +86,57 @@ class MovieOutput {
   // Writes a packet with interleaving and takes over its reference, also on failure. It is held
   // back until the other streams have one as well, but for no more than kLongestHoldMs of movie
   // time; the caller sees to it that it is not for longer by the clock. AVERROR(ENOSPC) before the
-  // disk is so full that the trailer would not fit: the movie can be finished then. A packet that
-  // the muxer refuses, for its time or its bytes, is left out and reported, and is no failure.
+  // disk is so full that the trailer would not fit, or too little would stay free: the movie can be
+  // finished then. A packet that the muxer refuses, for its time or its bytes, is left out and
+  // reported, and is no failure.
   [[nodiscard]] int write(AVPacket* packet);
   // Writes what is held back, and lets the system have all of it.
   [[nodiscard]] int write_held();
   // Writes a packet without interleaving; the packet's data stays the caller's.
   [[nodiscard]] int write_in_order(AVPacket* packet);
-  // Finishes the movie. An output that got no packet has nothing to be finished.
+  // Finishes the movie, also after a write error: when the disk takes what it refused then, nothing
+  // is lost. An output that got no packet has nothing to be finished.
   [[nodiscard]] int write_trailer();
+
+  // ---- the disk of a file
+
+  // Once a second or so, also while no packets come: asks for the free space, and reports a movie
+  // or index whose path leads to another file or none by now. AVERROR(ENOSPC) when too little is
+  // free for the file to go on.
+  [[nodiscard]] int watch_disk();
+  bool is_watched() const { return disk.is_watching(); }
+  // By the latest answer of the system; -1 for none.
+  int64_t disk_free_bytes() const { return disk.free_bytes(); }
+  // True when the file takes no more packets, since too little of its disk would stay free.
+  bool is_at_guard() const { return shortage == Shortage::kGuard; }
+  // Reports that such a file was finished, and what it holds.
+  void tell_finished_early() const;
+
+  // Any thread: the movie times that a crash of the program and a power failure would leave. -1
+  // without an index, `synced_us` also before the disk has confirmed anything, `recorded_us` also
+  // once the index is closed.
+  int64_t recorded_us() const;
+  int64_t synced_us() const;
 
   // ---- the end
 
-  // Closes everything that is open; safe to call again. The code of the first thing that could not
-  // be written.
+  // Closes file or connection and the index, so that others can have them while the recording goes
+  // on. The code of the first thing that could not be written.
+  int close_files();
+  // Closes everything; safe to call again. The same code.
   int close();
 
   const std::string& url() const { return output_url; }
   AVFormatContext* context() const { return oc.get(); }
   bool is_network() const;
-  // True when a write error left room for the trailer.
-  bool can_be_finished() const { return full; }
+  // True when the disk had no room for another packet and the trailer behind it.
+  bool is_full() const { return shortage != Shortage::kNone; }
+  // True when the trailer is worth a try after a write error.
+  bool can_be_finished() const { return file != nullptr || is_full(); }
   // The fate of the movie after a write error, as the end of a sentence that reports the error.
   std::string fate() const;
   // True when the system took no more bytes; it never will again.
-  bool is_broken() const { return oc != nullptr && oc->pb != nullptr && oc->pb->error < 0; }
+  bool is_broken() const { return io_error() < 0; }
 
   IoInterrupt io;
 
@@ -116,11 +154,19 @@ class MovieOutput {
     int64_t end_us = 0;  // movie time at which the last packet ends
   };
 
+  enum class Shortage { kNone, kGuard, kFull };
+
   bool muxer_does_io() const { return (oc->oformat->flags & AVFMT_NOFILE) != 0; }
   void prepare_context();
   void note_pattern();
   [[nodiscard]] int begin_packet(const AVPacket& packet);
+  int io_error() const;
+  int64_t end_with(int64_t packet_bytes, int packets) const;
+  int64_t own_bytes() const;
+  int64_t room_left(int64_t end_bytes);
   bool has_room_for(const AVPacket& packet);
+  void watch_paths();
+  void tell_gone(const std::string& what, PathState state, const char* renamed) const;
   void begin_at_zero();
   bool fit_above_zero(AVPacket& packet);
   void leave_out(const std::string& why);
@@ -131,14 +177,20 @@ class MovieOutput {
 
   const std::string output_url;
   const Report report;
+  const DiskCalls calls;
   FormatContextPtr oc;
   FormatContextPtr pattern;  // of a network output's next connection; never opened
   int64_t server_timeout_us = 0;
   std::unique_ptr<FileIo> file;  // of a regular file
   std::unique_ptr<Snapshot> snapshot;
+  std::atomic<const Snapshot*> started_index{nullptr};  // `snapshot`, for any thread
   std::string index_path;
   Progress progress;
-  bool full = false;
+  DiskRoom disk;
+  int64_t kept_free_bytes = 0;
+  Shortage shortage = Shortage::kNone;
+  bool movie_gone = false;  // as far as was told
+  bool index_gone = false;
   int64_t left_out = 0;  // of the packets
 };
 

@@ -10,14 +10,20 @@
 #include "logger.h"
 
 namespace zeva {
+namespace {
+
+constexpr int kDiskPeriodMs = 1000;
+
+}  // namespace
 
 OutputThread::OutputThread(std::string url, const OutputPolicy& policy, OutputListener& listener,
-                           MovieOutput::Report report)
+                           MovieOutput::Report report, const MovieOutput::DiskCalls& calls)
     : policy(policy),
       monitor(url, report, policy.live && policy.optional),
       queue(policy, monitor, policy.live && policy.optional),
-      output(std::move(url), std::move(report)),
+      output(std::move(url), std::move(report), calls),
       listener(listener) {
+  output.keep_free(policy.keep_free_bytes);
   // The grace of a stop is also for a stream that is still connecting: what is queued is for it.
   if (opens_itself()) output.io.opened();
 }
@@ -51,7 +57,7 @@ void OutputThread::note_streams() {
 }
 
 int OutputThread::put(const AVPacket& packet, bool interleave) {
-  if (failed) return -1;
+  if (!takes_packets()) return -1;
   const int result = queue.put(packet, interleave);
   (void)monitor.tell_due();
   return result;
@@ -79,16 +85,18 @@ void OutputThread::fill(ZevaOutputState& state) const {
   state.queued_packets = backlog.packets;
   state.queued_us = backlog.us;
   state.queued_bytes = backlog.bytes;
-  state.synced_us = -1;
+  state.synced_us = output.synced_us();
 }
 
 // ---- the writer thread
 
 void OutputThread::run() {
   const int result = write_until_end();
-  if (result < 0) fail(result);
+  if (result < 0) output.is_at_guard() ? end_early() : fail(result);
   if (result >= 0 || policy.trailer_after_error || output.can_be_finished()) finish();
+  monitor.set_disk_free(output.disk_free_bytes());
   if (!failed) monitor.enter(kZevaOutputFinished);
+  if (!failed && finished_early) output.tell_finished_early();
   (void)monitor.tell_due();
   listener.on_finished();
 }
@@ -161,9 +169,10 @@ int OutputThread::write_queued() {
   bool holding = false;
   while (true) {
     AVPacket packet;
-    int wait_ms = monitor.tell_due();
-    if (holding && (wait_ms < 0 || wait_ms > kLongestHoldMs)) wait_ms = kLongestHoldMs;
-    const int got = queue.get_within(&packet, wait_ms);
+    const int watched = output.watch_disk();
+    monitor.set_disk_free(output.disk_free_bytes());
+    if (watched < 0) return watched;
+    const int got = queue.get_within(&packet, wait_ms(holding));
     if (got < 0) return queue.has_overflowed() ? AVERROR(ENOBUFS) : 0;
     if (got == 0) {
       if (!holding) continue;
@@ -180,6 +189,15 @@ int OutputThread::write_queued() {
     if (result < 0) return result;
     holding = true;
   }
+}
+
+// For the next packet, -1 for ever: something else may be to do before it comes.
+int OutputThread::wait_ms(bool holding) {
+  int shortest = monitor.tell_due();
+  const auto at_most = [&](int ms) { shortest = shortest < 0 ? ms : std::min(shortest, ms); };
+  if (holding) at_most(kLongestHoldMs);
+  if (output.is_watched()) at_most(kDiskPeriodMs);
+  return shortest;
 }
 
 int OutputThread::write(AVPacket& packet) {
@@ -203,16 +221,24 @@ int OutputThread::write(AVPacket& packet) {
 
 void OutputThread::finish() {
   listener.on_trailer(written);
-  const int result = output.write_trailer();
+  int result = output.write_trailer();
+  // Others may have the file while the recording goes on without it.
+  if (!takes_packets() && !policy.live) result = std::min(result, output.close_files());
   if (result >= 0) return;
   monitor.note_error(result);
+  // The host knows already, unless it was told that the trailer would fit.
+  if (failed.exchange(true) && !output.is_full()) return;
   if (policy.optional) {
-    if (!failed.exchange(true)) monitor.enter(kZevaOutputGivenUp, av_error_text(result));
+    monitor.enter(kZevaOutputGivenUp, av_error_text(result));
     return;
   }
-  failed = true;
   monitor.enter_untold(kZevaOutputGivenUp);
   listener.on_trailer_error(result);
+}
+
+void OutputThread::end_early() {
+  finished_early = true;
+  queue.abort();
 }
 
 void OutputThread::fail(int code) {

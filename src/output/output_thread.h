@@ -44,7 +44,7 @@ class OutputThread {
  public:
   // The listener must outlive the object.
   OutputThread(std::string url, const OutputPolicy& policy, OutputListener& listener,
-               MovieOutput::Report report = {});
+               MovieOutput::Report report = {}, const MovieOutput::DiskCalls& calls = {});
   ~OutputThread() { join(); }
   OutputThread(const OutputThread&) = delete;
   OutputThread& operator=(const OutputThread&) = delete;
@@ -70,6 +70,9 @@ class OutputThread {
   void join();
 
   bool has_failed() const { return failed; }
+  // Its file was finished before the end, for lack of space. That is no failure.
+  bool has_finished_early() const { return finished_early; }
+  bool takes_packets() const { return !failed && !finished_early; }
   void fill(ZevaOutputState& state) const;
 
   const OutputPolicy policy;
@@ -81,6 +84,7 @@ class OutputThread {
   void run();
   int write_until_end();
   int write_queued();
+  int wait_ms(bool holding);
   int write(AVPacket& packet);
   int connect(int lost);
   void begin_session();
@@ -88,11 +92,13 @@ class OutputThread {
   bool wait_before_next(int64_t wait_us);
   void finish();
   void fail(int code);
+  void end_early();
 
   OutputListener& listener;
   SessionTimes times;   // writer thread only
   int64_t written = 0;  // writer thread only
   std::atomic<bool> failed{false};
+  std::atomic<bool> finished_early{false};
   std::atomic<bool> ended{false};
   std::mutex wake_mutex;
   std::condition_variable wake;  // of a wait before a next connection, at the end

@@ -10,6 +10,8 @@
 #else
 #include <fcntl.h>
 #include <sys/file.h>
+#include <sys/stat.h>
+#include <sys/statvfs.h>
 #include <unistd.h>
 
 #include <codecvt>
@@ -65,6 +67,20 @@ int reserve_space(FILE* file, int64_t /*begin_bytes: asked for as a whole*/, int
   return GetLastError() == ERROR_DISK_FULL ? ENOSPC : ENOTSUP;
 }
 
+int64_t free_bytes(const std::string& path) {
+  const size_t slash = path.find_last_of("/\\:");
+  const std::string folder = slash == std::string::npos ? "." : path.substr(0, slash + 1);
+  const std::u16string wide = to_wide(folder.c_str(), true);
+  ULARGE_INTEGER left{};
+  const auto* const name = reinterpret_cast<const wchar_t*>(wide.c_str());
+  if (GetDiskFreeSpaceExW(name, &left, nullptr, nullptr) == 0) return -1;
+  return static_cast<int64_t>(left.QuadPart);
+}
+
+PathState path_state(FILE* /*file: open, so its name stays*/, const std::string& /*path*/) {
+  return PathState::kSame;
+}
+
 bool lock_file(FILE* /*file: sharing modes tell who writes*/) { return true; }
 
 bool is_locked(const std::string& path) {
@@ -97,6 +113,15 @@ std::u16string to_wide(const char* s, bool /*utf8: every text is UTF-8 here*/) {
   return converter.from_bytes(s);
 }
 
+namespace {
+
+std::string folder_of(const std::string& path) {
+  const size_t slash = path.rfind('/');
+  return slash == std::string::npos ? "." : path.substr(0, slash + 1);
+}
+
+}  // namespace
+
 FILE* open_file(const char* path, const char* mode) {
   return path != nullptr ? fopen(path, mode) : nullptr;
 }
@@ -110,9 +135,7 @@ int64_t tell_file(FILE* file) { return ftello(file); }
 bool sync_file(FILE* file) { return fdatasync(fileno(file)) == 0; }
 
 bool sync_folder_of(const std::string& path) {
-  const size_t slash = path.rfind('/');
-  std::string folder = slash == std::string::npos ? "." : path.substr(0, slash + 1);
-  const int number = ::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  const int number = ::open(folder_of(path).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
   if (number < 0) return false;
   const bool kept = fsync(number) == 0;
   ::close(number);
@@ -132,6 +155,26 @@ int reserve_space(FILE* file, int64_t begin_bytes, int64_t end_bytes) {
   } while (result == EINTR);
   if (result == EDQUOT) return ENOSPC;
   return result == 0 || result == ENOSPC ? result : ENOTSUP;
+}
+
+int64_t free_bytes(const std::string& path) {
+  struct statvfs disk {};
+  if (statvfs(path.c_str(), &disk) != 0 && statvfs(folder_of(path).c_str(), &disk) != 0) return -1;
+  // Some file systems in user space do not know their size.
+  if (disk.f_blocks == 0) return -1;
+  return static_cast<int64_t>(disk.f_bavail) * static_cast<int64_t>(disk.f_frsize);
+}
+
+PathState path_state(FILE* file, const std::string& path) {
+  struct stat written {
+  }, named{};
+  if (fstat(fileno(file), &written) != 0) return PathState::kSame;
+  if (stat(path.c_str(), &named) == 0) {
+    if (written.st_dev == named.st_dev && written.st_ino == named.st_ino) return PathState::kSame;
+  } else if (errno != ENOENT && errno != ENOTDIR) {
+    return PathState::kSame;
+  }
+  return written.st_nlink == 0 ? PathState::kDeleted : PathState::kElsewhere;
 }
 
 bool lock_file(FILE* file) {

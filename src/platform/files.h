@@ -42,6 +42,20 @@ int truncate_file(FILE* file, int64_t size_bytes);
 // system or the file system cannot.
 int reserve_space(FILE* file, int64_t begin_bytes, int64_t end_bytes);
 
+// Bytes that are left for this user on the disk of the file at `path`, or of its folder when there
+// is no such file. -1 when the system cannot tell. May block as long as a network share does not
+// answer.
+int64_t free_bytes(const std::string& path);
+
+// Where an open file's path leads to by now. Where open files can be neither renamed nor removed it
+// is always the same file.
+enum class PathState {
+  kSame,       // to the file; also when the system cannot tell
+  kElsewhere,  // to another file or none: the file has been renamed
+  kDeleted,    // likewise, and the file has no name any more: it goes away once it is closed
+};
+PathState path_state(FILE* file, const std::string& path);
+
 // Marks the open file as one that a living program is writing, for as long as it is open; a child
 // process does not inherit the mark. False when the file system cannot, or another program has it.
 // Where files that are open for writing can be told from others anyway, this does nothing.

@@ -9,7 +9,7 @@ int NewFile::open(const std::string& path, Mode mode) {
   created = !file_exists(path);
   if (!created && file_size(path) < 0) return EINVAL;
   errno = 0;
-  file.reset(open_file(path.c_str(), created ? (text ? "wt" : "wb") : (text ? "r+t" : "r+b")));
+  file.reset(open_file(path.c_str(), created ? (text ? "wt" : "w+b") : (text ? "r+t" : "r+b")));
   if (file == nullptr) return errno != 0 ? errno : EIO;
   name = path;
   committed = false;

@@ -13,7 +13,7 @@ namespace zeva {
 class NewFile {
  public:
   enum class Mode {
-    kBinary,
+    kBinary,  // can be read as well
     kText,  // line feeds become the system's line ends
   };
 

@@ -170,7 +170,8 @@ void AVMux::record() {
   // files are finished.
   aborted = true;
   enter(Phase::kEnding);
-  if (close_outputs() || ended >= 0) return;
+  // A host that was told of a file finished early knows the reason.
+  if (close_outputs() || ended >= 0 || has_finished_early()) return;
   pop_status(
       Status::failure(ended, std::string("the recording ended early: ") + av_error_text(ended)));
 }
@@ -235,6 +236,11 @@ bool AVMux::close_outputs() {
     pop_status(output->failure());
   }
   return cut;
+}
+
+bool AVMux::has_finished_early() const {
+  return std::any_of(outputs.begin(), outputs.end(),
+                     [](const auto& output) { return output->finished_early(); });
 }
 
 // On any of the library's threads.
@@ -393,9 +399,19 @@ bool AVMux::output_state(int32_t output, ZevaOutputState& state) {
 bool AVMux::statistics(ZevaStatistics& statistics) {
   ZevaStatistics full{};
   full.outputs = static_cast<int32_t>(settings.output_count());
-  full.crash_cost_us = -1;
+  const int64_t recorded = recorded_us();
+  const int64_t newest = std::max(video_clock.time.load(), audio_clock.time.load());
+  full.crash_cost_us = recorded < 0 ? -1 : std::max<int64_t>(newest - recorded, 0);
   full.sound_minus_picture_us = audio_clock.time - video_clock.time;
   return fill_record(full, statistics);
+}
+
+// Of the output that has the index; -1 for none.
+int64_t AVMux::recorded_us() {
+  const std::lock_guard<std::mutex> lock(outputs_mutex);
+  int64_t newest = -1;
+  for (const auto& output : outputs) newest = std::max(newest, output->recorded_us());
+  return newest;
 }
 
 int64_t AVMux::movie_time() const {

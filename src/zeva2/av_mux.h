@@ -98,6 +98,8 @@ class AVMux {
   Status open_output(const std::string& url, const ZevaOutputPolicy& policy,
                      const std::string& index_path, OpenFiles& files);
   bool close_outputs();
+  bool has_finished_early() const;
+  int64_t recorded_us();
 
   enum class Phase { kOpening, kRecording, kEnding };
   void enter(Phase next);

@@ -173,7 +173,7 @@ Status OutputContext::write_header() {
 
 bool OutputContext::enqueue(const AVPacket* packet, AVRational time_base, int stream_index) {
   if (stream_index < 0) return true;
-  if (failed()) return !ends_recording();
+  if (!takes_packets()) return !ends_recording();
   const PacketPtr clone(av_packet_clone(packet));
   if (!clone) return false;
   av_packet_rescale_ts(clone.get(), time_base, thread.queue.stream(stream_index)->time_base);
@@ -228,9 +228,9 @@ int route(const AVPacket* packet, AVRational time_base, const char* name,
     return 0;
   }
   const bool video = name[0] == 'h';
-  const bool all_failed = std::all_of(outputs.begin(), outputs.end(),
-                                      [](const auto& output) { return output->failed(); });
-  if (all_failed) return video ? kVideoRefused : kAudioRefused;
+  const bool any_takes = std::any_of(outputs.begin(), outputs.end(),
+                                     [](const auto& output) { return output->takes_packets(); });
+  if (!any_takes) return video ? kVideoRefused : kAudioRefused;
   for (const auto& output : outputs) {
     const bool taken =
         video ? output->enqueue_video(packet, time_base) : output->enqueue_audio(packet, time_base);
@@ -247,7 +247,8 @@ void OutputContext::on_end_of_packets(int64_t /*written*/) {
 
 // Streams that could not be known, or nothing but their beginning, make no movie.
 void OutputContext::on_trailer(int64_t written) {
-  if (written == 0 && !thread.policy.optional) fail("get a packet for", AVERROR_INVALIDDATA);
+  const bool may_be_empty = thread.policy.optional || finished_early();
+  if (written == 0 && !may_be_empty) fail("get a packet for", AVERROR_INVALIDDATA);
 }
 
 void OutputContext::on_write_error(int code) {

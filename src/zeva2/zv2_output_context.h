@@ -57,6 +57,10 @@ class OutputContext : private OutputListener {
   int32_t queued() const { return static_cast<int32_t>(thread.queue.backlog().packets); }
   bool failed() const { return thread.has_failed(); }
   bool is_optional() const { return thread.policy.optional; }
+  // Neither failed nor finished early.
+  bool takes_packets() const { return thread.takes_packets(); }
+  bool finished_early() const { return thread.has_finished_early(); }
+  int64_t recorded_us() const { return thread.output.recorded_us(); }
   bool ends_recording() const { return failed() && !thread.policy.optional; }
   void fill(ZevaOutputState& state) const { thread.fill(state); }
 

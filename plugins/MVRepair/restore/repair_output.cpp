@@ -195,7 +195,7 @@ int RepairOutput::write_trailer() {
   int result = output.commit();
   if (result >= 0) result = output.write_trailer();
   // Finished with what fitted, but that is not all.
-  return result >= 0 && output.can_be_finished() ? AVERROR(ENOSPC) : result;
+  return result >= 0 && output.is_full() ? AVERROR(ENOSPC) : result;
 }
 
 int RepairOutput::close() {

@@ -28,7 +28,7 @@ class RepairOutput {
   [[nodiscard]] int write(const IndexedPacket& indexed, uint8_t* data);
   [[nodiscard]] int write_trailer();
   // Whether the output took no more bytes; it never will again.
-  bool broken() const { return output.is_broken() || output.can_be_finished(); }
+  bool broken() const { return output.is_broken() || output.is_full(); }
   [[nodiscard]] int close();
 
  private:
