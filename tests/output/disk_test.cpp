@@ -437,8 +437,7 @@ TEST_F(DiskTest, AFileThatGetsNoPacketsIsFinishedAndItsDiskWatched) {
   g_movie_disk.free_bytes = 1024 * kMiB;
   Written written(64 * kMiB);
   written.put(0, 10);
-  const auto is_seen = [&] { return written.state().disk_free_bytes > 0; };
-  ASSERT_TRUE(written.wait_until(is_seen));
+  ASSERT_TRUE(written.wait_until([&] { return written.state().packets_written == 10; }));
   {
     const std::lock_guard<std::mutex> lock(g_mutex);
     g_movie_disk.free_bytes = 10 * kMiB;
