@@ -195,7 +195,6 @@ int32_t ZV_AVWriter::output_count() {
 }
 
 int64_t ZV_AVWriter::recorded_us() {
-  const std::lock_guard<std::mutex> lock(outputs_mutex);
   int64_t newest = -1;
   for (const auto& output : outputs) {
     newest = std::max(newest, output->thread.output.recorded_us());

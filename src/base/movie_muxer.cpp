@@ -1,5 +1,6 @@
 #include "movie_muxer.h"
 
+#include <algorithm>
 #include <exception>
 #include <utility>
 
@@ -205,10 +206,13 @@ void MovieMuxer::fill(ZevaStatistics& statistics) const {
   statistics.crash_cost_us = -1;
   if (!running()) return;
   pictures.fill(statistics);
+  const int64_t picture = pictures.first() != nullptr ? pictures.first()->end_us() : AV_NOPTS_VALUE;
+  const int64_t sound = audio_enc ? audio_enc->end_us() : AV_NOPTS_VALUE;
+  const int64_t recorded = writer->recorded_us();
+  const int64_t newest = std::max({picture, sound, recorded});
+  if (recorded >= 0) statistics.crash_cost_us = newest - recorded;
   if (!audio_enc) return;
   statistics.sound_us_encoded = audio_enc->duration_us();
-  const int64_t sound = audio_enc->end_us();
-  const int64_t picture = pictures.first() != nullptr ? pictures.first()->end_us() : AV_NOPTS_VALUE;
   if (sound != AV_NOPTS_VALUE && picture != AV_NOPTS_VALUE) {
     statistics.sound_minus_picture_us = sound - picture;
   }

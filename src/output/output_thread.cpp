@@ -37,6 +37,7 @@ void OutputThread::leave_out(int code, const std::string& why) {
 
 Status OutputThread::start() try {
   if (failed) return Status::success();
+  (void)watch_disk();
   if (!opens_itself()) monitor.enter(kZevaOutputLive);
   thread = std::thread(&OutputThread::run, this);
   return Status::success();
@@ -169,8 +170,7 @@ int OutputThread::write_queued() {
   bool holding = false;
   while (true) {
     AVPacket packet;
-    const int watched = output.watch_disk();
-    monitor.set_disk_free(output.disk_free_bytes());
+    const int watched = watch_disk();
     if (watched < 0) return watched;
     const int got = queue.get_within(&packet, wait_ms(holding));
     if (got < 0) return queue.has_overflowed() ? AVERROR(ENOBUFS) : 0;
@@ -189,6 +189,12 @@ int OutputThread::write_queued() {
     if (result < 0) return result;
     holding = true;
   }
+}
+
+int OutputThread::watch_disk() {
+  const int result = output.watch_disk();
+  monitor.set_disk_free(output.disk_free_bytes());
+  return result;
 }
 
 // For the next packet, -1 for ever: something else may be to do before it comes.

@@ -84,6 +84,7 @@ class OutputThread {
   void run();
   int write_until_end();
   int write_queued();
+  int watch_disk();
   int wait_ms(bool holding);
   int write(AVPacket& packet);
   int connect(int lost);

@@ -14,7 +14,7 @@ class NewFile {
  public:
   enum class Mode {
     kBinary,  // can be read as well
-    kText,  // line feeds become the system's line ends
+    kText,    // line feeds become the system's line ends
   };
 
   NewFile() = default;
