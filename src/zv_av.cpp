@@ -102,20 +102,12 @@ int64_t ZEVA_current_sys_usec() { return MovieCapture2::sys_usec(); }
 
 bool ZEVA_write_video_bgra(void* h, void* data, int size, int64_t pts_us, int stride) {
   return with_capture(h, false, [&](MovieCapture2& c) {
-    if (c.video_disabled()) {
-      zeva::err_print(stderr, "--- disable video, ignore bgra frame\n");
-      return false;
-    }
     return c.write_bgra(static_cast<const uint8_t*>(data), size, pts_us, stride);
   });
 }
 
 bool ZEVA_write_audio_pcm(void* h, void* data, int bytes, int64_t pts_us) {
   return with_capture(h, false, [&](MovieCapture2& c) {
-    if (c.audio_disabled()) {
-      zeva::err_print(stderr, "--- disable audio, ignore pcm frame\n");
-      return false;
-    }
     return c.write_pcm(static_cast<const uint8_t*>(data), bytes, pts_us);
   });
 }

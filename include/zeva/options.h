@@ -78,12 +78,18 @@ typedef struct ZevaOptions {
   int32_t policy_count;
 
   // Classic recordings: the lowest bit rate, in bits per second, to which the encoder of the live
-  // streams may go while one of them does not keep up; it goes back up when the stream's queue
-  // drains. Refused when a file shares the encoder, whose quality would go down with it: give the
-  // streams their own with `stream_bitrate`. 0: the rate stays.
+  // streams may go. It goes down while what waits for one of them lasts longer than half a second,
+  // and back up once nothing has waited for some seconds. Refused when a file shares the encoder,
+  // whose quality would go down with it (give the streams their own with `stream_bitrate`), when it
+  // is above the encoder's own rate, and with an encoder that cannot change its rate: "libx264"
+  // and "h264_nvenc" can, with any rc_mode but 3. 0: the rate stays.
   int32_t stream_bitrate_floor;
-  // Classic recordings: the live streams get an encoder of their own, with this bit rate and, where
-  // not 0, this size. 0: they share the files' encoder.
+  // Classic recordings: the live streams get pictures of this average bit rate, which no second
+  // exceeds by much, and of this size: 0 and 0 for the movie's, one 0 for the movie's shape. Beside
+  // files they come from an H.264 encoder of their own, which takes the same filtered pictures at
+  // the same times and has MovieInfo's other settings; it is `video_codec` where that makes H.264,
+  // and `encoder_options` are for the files. Without files, MovieInfo's effective settings tell
+  // size and rate. 0: the streams share the files' encoder, and both sizes must be 0.
   int32_t stream_bitrate;
   int32_t stream_width;
   int32_t stream_height;

@@ -118,14 +118,15 @@ typedef struct ZevaStatistics {
   uint32_t struct_size;  // bytes; set by the host
   int32_t outputs;
 
-  int64_t pictures_given;    // by the host
+  int64_t pictures_given;    // calls by the host
   int64_t pictures_refused;  // of these, for whatever reason
-  int64_t pictures_encoded;  // classic; of packets: taken
-  int64_t sound_us_given;
+  int64_t pictures_encoded;  // classic: come out of the encoder (the files'); of packets: taken
+  int64_t sound_us_given;    // silence that the host asked for included
   int64_t sound_us_encoded;
 
-  // Classic recordings, of the latest 512 pictures: conversion, encoding, and the host's whole
-  // call. p99: 99 of 100 take no longer.
+  // Classic recordings, of the latest 512 pictures that were encoded: their conversion, encoding
+  // (of both encoders where streams have their own), and the host's whole call, in which filters
+  // and waiting for room count as well. p99: 99 of 100 take no longer.
   int64_t convert_mean_us;
   int64_t convert_p99_us;
   int64_t encode_mean_us;
@@ -133,10 +134,12 @@ typedef struct ZevaStatistics {
   int64_t call_mean_us;
   int64_t call_p99_us;
 
-  int64_t sound_minus_picture_us;  // of the movie times that have come so far
-  int64_t crash_cost_us;           // what a crash of the program would cost now; -1: no index
-  int32_t bit_rate;                // of the encoder now, bits per second; 0 for packets
-  int32_t stream_bit_rate;         // of the streams' own encoder; 0 without one
+  // Movie time up to which sound has come out of the encoders, less that of pictures; 0 until both
+  // have. What an encoder holds back counts as not there.
+  int64_t sound_minus_picture_us;
+  int64_t crash_cost_us;    // what a crash of the program would cost now; -1: no index
+  int32_t bit_rate;         // the encoder's setting now, bits per second; 0: none, or packets
+  int32_t stream_bit_rate;  // of the streams' own encoder; 0 without one
 } ZevaStatistics;
 
 static inline void ZevaStatistics_init(ZevaStatistics* statistics) {

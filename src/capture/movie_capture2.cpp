@@ -99,6 +99,10 @@ bool MovieCapture2::write_pcm(const uint8_t* data, int bytes, int64_t pts_us) {
   if (data != nullptr && bytes > 0 && sound_bytes_per_second > 0) {
     figures().give_sound(av_rescale(bytes, kMicroseconds.den, sound_bytes_per_second));
   }
+  if (audio_disabled()) {
+    zeva::err_print(stderr, "--- disable audio, ignore pcm frame\n");
+    return false;
+  }
   const std::optional<int64_t> time = accept(pts_us);
   if (!time) return false;
   ZEVA_LOG(kLogDebug, "nb=%d, pts=%lld", bytes, static_cast<long long>(pts_us));
@@ -112,6 +116,10 @@ bool MovieCapture2::write_bgra(const uint8_t* data, int size, int64_t pts_us, in
 }
 
 bool MovieCapture2::write_picture(const uint8_t* data, int size, int64_t pts_us, int stride) {
+  if (video_disabled()) {
+    zeva::err_print(stderr, "--- disable video, ignore bgra frame\n");
+    return false;
+  }
   const std::optional<int64_t> time = accept(pts_us);
   if (!time) return false;
   ZEVA_LOG(kLogDebug, "nb=%d, pts=%lld", size, static_cast<long long>(pts_us));
