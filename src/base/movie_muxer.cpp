@@ -201,10 +201,14 @@ bool MovieMuxer::write_audio(AVFrame* frame, AVRational tb) {
 }
 
 void MovieMuxer::fill(ZevaStatistics& statistics) const {
-  recording_figures.fill(statistics);
   statistics.outputs = writer->output_count();
   statistics.crash_cost_us = -1;
-  if (!running()) return;
+  // What was encoded comes before what was given, so that it is never more.
+  if (running()) fill_encoded(statistics);
+  recording_figures.fill(statistics);
+}
+
+void MovieMuxer::fill_encoded(ZevaStatistics& statistics) const {
   pictures.fill(statistics);
   const int64_t picture = pictures.first() != nullptr ? pictures.first()->end_us() : AV_NOPTS_VALUE;
   const int64_t sound = audio_enc ? audio_enc->end_us() : AV_NOPTS_VALUE;

@@ -92,6 +92,7 @@ class MovieMuxer {
 
   void tell(int code, const std::string& text) const;
   void close_encoders();
+  void fill_encoded(ZevaStatistics& statistics) const;
 
   std::atomic<Phase> phase{Phase::kIdle};
   RecordingFigures recording_figures;

@@ -90,6 +90,7 @@ IOCvt& MovieCapture2::converter() {
 template <typename Write>
 bool MovieCapture2::count_picture(Write write) {
   const int64_t begin_us = zeva::steady_us();
+  figures().begin_picture();
   const bool taken = write();
   figures().end_picture(taken, zeva::steady_us() - begin_us);
   return taken;

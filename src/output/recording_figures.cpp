@@ -5,7 +5,6 @@
 namespace zeva {
 
 void RecordingFigures::end_picture(bool taken, int64_t call_us) {
-  ++pictures_given;
   if (!taken) ++pictures_refused;
   const Cost spent = std::exchange(cost, {});
   if (!spent.encoded) return;

@@ -26,8 +26,9 @@ class RecordingFigures {
   };
   Cost cost;
 
-  // A host's call for a picture is over after `call_us`. Only pictures that reached the encoder
-  // count in the times: a refusal costs nothing, and would hide what the others cost.
+  // A host's call for a picture begins, and is over after `call_us`. Only pictures that reached the
+  // encoder count in the times: a refusal costs nothing, and would hide what the others cost.
+  void begin_picture() { ++pictures_given; }
   void end_picture(bool taken, int64_t call_us);
   // The host gave, or asked for, so much sound.
   void give_sound(int64_t us) { sound_us_given += us; }

@@ -1,6 +1,9 @@
 // Figures of a classic recording.
 #include <gtest/gtest.h>
 
+#include <atomic>
+#include <thread>
+
 #include "recording.h"
 #include "sockets.h"
 
@@ -59,6 +62,30 @@ TEST(Statistics, AreThereWhileAStartIsUnderWay) {
   EXPECT_FALSE(ZEVA_statistics(recording.handle, nullptr));
   ZevaStatistics sizeless{};
   EXPECT_FALSE(ZEVA_statistics(recording.handle, &sizeless));
+}
+
+// From an asynchronous start's return on, beside both threads that write; the thread sanitizer
+// would tell.
+TEST(Statistics, MayBeReadBesideEverything) {
+  const fs::path file = work_file("movie.mp4");
+  Recording recording(settings(file), true);
+  std::atomic<bool> done{false};
+  std::thread reader([&] {
+    for (ZevaStatistics before{}; !done; std::this_thread::yield()) {
+      const ZevaStatistics now = statistics(recording);
+      EXPECT_GE(now.pictures_given, before.pictures_given);
+      EXPECT_LE(now.pictures_refused, now.pictures_given);
+      EXPECT_LE(now.pictures_encoded, now.pictures_given);
+      before = now;
+    }
+  });
+  std::thread sound([&] {
+    for (int n = 0; n < 2 * kPictures; ++n) recording.sound(tone(n), time_us(n));
+  });
+  for (int n = 0; n < 2 * kPictures; ++n) recording.picture(gradients(n), time_us(n));
+  sound.join();
+  done = true;
+  reader.join();
 }
 
 }  // namespace

@@ -29,8 +29,10 @@ TEST(CallTimes, AreOfTheLatestCalls) {
 
 TEST(RecordingFigures, CountTimesOfEncodedPicturesOnly) {
   zeva::RecordingFigures figures;
+  figures.begin_picture();
   figures.cost = {3, 0, false};
   figures.end_picture(false, 1000000);
+  figures.begin_picture();
   figures.cost = {10, 20, true};
   figures.end_picture(true, 40);
   figures.give_sound(21333);
