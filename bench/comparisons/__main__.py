@@ -16,7 +16,7 @@ import time
 
 from . import bench as b
 
-COMPARISONS = ["record", "packets", "lost", "repair", "memory", "calls", "pieces", "shares"]
+COMPARISONS = ["record", "packets", "lost", "repair", "memory", "calls", "pieces", "shares", "hostile"]
 
 
 def first_line(*command):
