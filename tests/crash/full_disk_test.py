@@ -4,9 +4,9 @@
     full_disk_test.py --zeva build/linux/bin/zeva --movie camera.mp4
 
 The disk of the movie: the movie must be finished, hold nearly all that fits, and play without a fault;
-a copy elsewhere goes on. The disk of the index, a few pages: it is filled, emptied again, and the
-recorder killed. Every packet that has a record must come back exactly, and the hole must be named. Ends
-with 77 without the right to mount a disk.
+a copy elsewhere goes on. The same where some of the disk is to be kept free. The disk of the index, a few
+pages: it is filled, emptied again, and the recorder killed. Every packet that has a record must come back
+exactly, and the hole must be named. Ends with 77 without the right to mount a disk.
 """
 import argparse
 import json
@@ -22,6 +22,8 @@ from crash_test import (SKIPPED, Broken, judge, read_index, restart_with_own_mou
 
 MOVIE_DISK_BYTES = 2 << 20
 INDEX_DISK_BYTES = 64 << 10
+KEPT_FREE_BYTES = 512 << 10
+FINISHED_EARLY = 110
 FAILING_S = 2
 
 
@@ -37,7 +39,7 @@ def fill(path):
 def record(options, movie_file, index, filler):
     process = subprocess.Popen(
         [options.zeva, "record", "--loop", "--input", options.movie, "-o", movie_file, "--index",
-         index],
+         index, "--keep-free", "0"],
         stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
     try:
         wait_until(lambda: os.path.exists(index) and len(read_index(index)[1]) >= 50, process)
@@ -68,7 +70,7 @@ def check_movie(options, work, disk):
     for command in "record", "mux":
         full, copy = os.path.join(disk, "full.mp4"), os.path.join(work, command + ".mkv")
         ended = run(options.zeva, command, "--fast", "--input", options.movie, "-o", full, "--also",
-                    copy)
+                    copy, "--keep-free", "0")
         told = f"'{full}'" in ended.stderr and "it is finished with what fitted" in ended.stderr
         if ended.returncode != 1 or not told:
             raise Broken(f"{command} does not tell of the full disk: {ended.stderr}")
@@ -80,6 +82,24 @@ def check_movie(options, work, disk):
         print(f"{command}: {size} of {MOVIE_DISK_BYTES} bytes used, {seconds} s")
         for name in os.listdir(disk):
             os.remove(os.path.join(disk, name))
+
+
+def check_guard(options, work, disk):
+    """A file that ends early on purpose is whole, and no failure; even the packets' other outputs go on."""
+    for command in "record", "mux":
+        full, copy = os.path.join(disk, "guarded.mp4"), os.path.join(work, "beside_" + command + ".mkv")
+        ended = run(options.zeva, command, "--fast", "--input", options.movie, "-o", full, "--also", copy,
+                    "--keep-free", str(KEPT_FREE_BYTES / (1 << 20)))
+        if f"(code {FINISHED_EARLY})" not in ended.stderr or full not in ended.stderr:
+            raise Broken(f"{command} does not tell that the movie ends early: {ended.stderr}")
+        free, seconds, whole = shutil.disk_usage(disk).free, seconds_of(full), seconds_of(copy)
+        # The table of the movie comes on top of what is looked at.
+        if not 0.5 * KEPT_FREE_BYTES < free < 1.5 * KEPT_FREE_BYTES or not 1 < seconds < whole:
+            raise Broken(f"{command}: {free} bytes are free, {seconds} s of {whole} s")
+        if whole < 8:
+            raise Broken(f"{command}: the copy ended after {whole} s")
+        print(f"{command}: {free} of {KEPT_FREE_BYTES} bytes were kept free, {seconds} s")
+        os.remove(full)
 
 
 def check_index(options, work, disk):
@@ -121,7 +141,8 @@ def main():
     if not options.alone:
         restart_with_own_mounts()
     with tempfile.TemporaryDirectory(prefix="zeva-full-") as work:
-        for size, check in (MOVIE_DISK_BYTES, check_movie), (INDEX_DISK_BYTES, check_index):
+        for size, check in ((MOVIE_DISK_BYTES, check_movie), (MOVIE_DISK_BYTES, check_guard),
+                            (INDEX_DISK_BYTES, check_index)):
             on_small_disk(size, check, options, work)
 
 
