@@ -57,11 +57,11 @@ typedef struct ZevaOutputPolicy {
   // packets.
   int32_t required;
 
-  // A live stream (rtmp, rtmps, rtsp, srt) that breaks, or with `required` kZevaNo cannot be
-  // opened, is tried again: after `reconnect_first_us`, then after twice as long, and so on up to
-  // `reconnect_longest_us`, until no connection came about for `reconnect_total_us` (-1: for
-  // ever). `reconnect_first_us` 0: never. A stream that comes back begins with a key picture, at
-  // time 0; what came between is dropped and counted.
+  // A live stream that breaks, or with `required` kZevaNo cannot be opened, is tried again: twice
+  // after `reconnect_first_us`, twice after double that, and so on up to `reconnect_longest_us`,
+  // until no connection came about for `reconnect_total_us` (-1: for ever). `reconnect_first_us` 0:
+  // never. A stream that comes back begins with a key picture, at time 0; what came between is
+  // dropped and counted.
   int64_t reconnect_first_us;
   int64_t reconnect_longest_us;
   int64_t reconnect_total_us;

@@ -23,10 +23,10 @@ enum {
   // left of its disk. The other outputs go on.
   kZevaStatusFileFinishedEarly = 110,
 
-  // The path of a movie or index does not lead to the file that is written any more: it was deleted,
-  // renamed or replaced by another one while it was recorded. The recording goes on in the file that
-  // it has open: a renamed movie is finished under its new name, a deleted one is lost once it is
-  // closed. Once for each file.
+  // The path of a movie or index does not lead to the file that is written any more: it was
+  // deleted, renamed or replaced by another one while it was recorded. The recording goes on in the
+  // file that it has open: a renamed movie is finished under its new name, a deleted one is lost
+  // once it is closed. Once for each file.
   kZevaStatusFileGone = 111,
 
   // The crash-safe index could not be created. The movie is recorded, but a crash loses it.

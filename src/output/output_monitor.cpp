@@ -32,6 +32,7 @@ void OutputMonitor::enter(int32_t phase, const std::string& why) {
   if (now.phase == kZevaOutputGivenUp || now.phase == kZevaOutputFinished) return;
   const bool same = phase == now.phase;
   now = {phase, same ? now.since_us : steady_us(), why};
+  was_lost = was_lost || phase == kZevaOutputReconnecting;
   pending = is_worth_telling_locked();
 }
 
@@ -48,7 +49,8 @@ int32_t OutputMonitor::phase() const {
 }
 
 bool OutputMonitor::is_worth_telling_locked() const {
-  return report && now.phase != told && now.phase != kZevaOutputFinished;
+  const bool back = now.phase == kZevaOutputLive && was_lost;
+  return report && (now.phase != told || back) && now.phase != kZevaOutputFinished;
 }
 
 int64_t OutputMonitor::due_us_locked() const {
@@ -72,7 +74,7 @@ int32_t OutputMonitor::code_locked() const {
     case kZevaOutputGivenUp:
       return kZevaStatusOutputGivenUp;
     default:
-      return told == kZevaOutputReconnecting ? kZevaStatusStreamBack : kZevaStatusStreamLive;
+      return was_lost ? kZevaStatusStreamBack : kZevaStatusStreamLive;
   }
 }
 
@@ -105,6 +107,7 @@ int OutputMonitor::tell_due() {
         text = text_locked();
         told = now.phase;
         told_us = time;
+        was_lost = was_lost && told != kZevaOutputLive;
       }
     }
     if (wait_ms < 0) pending = false;

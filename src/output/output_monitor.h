@@ -61,6 +61,7 @@ class OutputMonitor {
   Change now;              // guarded by mutex
   int32_t told = 0;        // guarded by mutex; the phase that the host knows of
   int64_t told_us = 0;     // guarded by mutex
+  bool was_lost = false;   // guarded by mutex; the host was not told yet that it is back
   int64_t error_us = -1;   // guarded by mutex
   int32_t error_code = 0;  // guarded by mutex
   std::atomic<bool> pending{false};

@@ -59,7 +59,8 @@ int OutputQueue::put_or_drop(const AVPacket& packet, int64_t time_us) {
     const bool has_pictures = std::any_of(streams.begin(), streams.end(),
                                           [](const Stream& stream) { return stream.pictures; });
     const bool key = !has_pictures || (of.pictures && (packet.flags & AV_PKT_FLAG_KEY) != 0);
-    const PacketQueue::Backlog backlog = packets.backlog();
+    // The time that was dropped counts: else what is queued could last longer than is to be kept.
+    const PacketQueue::Backlog backlog = packets.backlog_until(time_us);
     const DropGate::Answer answer = gate.admit({of.pictures, key}, backlog.reaches(policy.limits),
                                                has_room_again(backlog, policy.limits));
     const bool takes = answer == DropGate::Answer::kTake || answer == DropGate::Answer::kTakeAlone;

@@ -12,6 +12,26 @@
 namespace zeva {
 namespace {
 
+// Between connections. Each is taken twice before it doubles: most servers that are started anew
+// are back within a second.
+class Waits {
+ public:
+  explicit Waits(const OutputPolicy& policy)
+      : wait_us(policy.reconnect_first_us), longest_us(policy.reconnect_longest_us) {}
+
+  int64_t next() {
+    const int64_t current = wait_us;
+    if (again) wait_us = std::min(2 * wait_us, longest_us);
+    again = !again;
+    return current;
+  }
+
+ private:
+  int64_t wait_us;
+  const int64_t longest_us;
+  bool again = false;
+};
+
 constexpr int kDiskPeriodMs = 1000;
 
 }  // namespace
@@ -120,16 +140,16 @@ int OutputThread::write_until_end() {
 int OutputThread::connect(int lost) {
   const int32_t phase = lost < 0 ? kZevaOutputReconnecting : kZevaOutputOpening;
   const int64_t begin = steady_us();
-  int64_t wait_us = policy.reconnect_first_us;
+  Waits waits(policy);
   int result = lost < 0 ? lost : open_again();
   while (result < 0) {
     ZEVA_LOG(kLogError, "'%s': (%d) %s", output.url().c_str(), result, av_error_text(result));
     monitor.note_error(result);
     monitor.enter(phase, av_error_text(result));
+    const int64_t wait_us = waits.next();
     const bool out_of_time =
         policy.reconnect_total_us >= 0 && steady_us() - begin + wait_us > policy.reconnect_total_us;
     if (!policy.reconnects() || out_of_time || !wait_before_next(wait_us)) return result;
-    wait_us = std::min(2 * wait_us, policy.reconnect_longest_us);
     result = open_again();
   }
   begin_session();

@@ -133,6 +133,13 @@ PacketQueue::Backlog PacketQueue::backlog() const {
   return backlog_locked();
 }
 
+PacketQueue::Backlog PacketQueue::backlog_until(int64_t time_us) const {
+  const std::lock_guard<std::mutex> lock(mutex);
+  Backlog backlog = backlog_locked();
+  if (!entries.empty()) backlog.us = std::max(backlog.us, time_us - entries.front().time_us);
+  return backlog;
+}
+
 PacketQueue::Backlog PacketQueue::backlog_locked() const {
   if (entries.empty()) return {};
   const int64_t us = entries.back().time_us - entries.front().time_us;

@@ -60,6 +60,8 @@ class PacketQueue {
 
   int nb_packets() const { return static_cast<int>(backlog().packets); }
   Backlog backlog() const;
+  // With the time up to a packet of `time_us`, which may not be queued.
+  Backlog backlog_until(int64_t time_us) const;
 
   // The one packet of the process that marks the end of a recording; every copy of it does too. It
   // owns nothing and must not be referenced or unreferenced.

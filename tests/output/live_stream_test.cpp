@@ -149,6 +149,12 @@ TEST(OutputMonitor, TellsChangesOnceAndNotInAFlood) {
     EXPECT_GT(monitor.tell_due(), 0);
   }
   EXPECT_EQ(told.codes.size(), 1U) << "within a second";
+  told.codes.clear();
+  OutputMonitor brief("rtmp://a/b", into(told), false);
+  brief.enter(kZevaOutputReconnecting, "reset");
+  brief.enter(kZevaOutputLive);
+  EXPECT_EQ(brief.tell_due(), -1);
+  EXPECT_EQ(told.codes, std::vector<int32_t>{kZevaStatusStreamBack}) << "a loss is never untold";
   monitor.enter(kZevaOutputGivenUp, "reset");
   EXPECT_EQ(monitor.tell_due(), -1);
   EXPECT_EQ(told.codes.back(), kZevaStatusOutputGivenUp) << "at once, since nothing follows";

@@ -55,6 +55,28 @@ TEST(PacketQueue, SharesPayloadsAndReleasesWhatItRefuses) {
   EXPECT_EQ(second.references(), 1);
 }
 
+TEST(PacketQueue, KnowsHowLongWhatWaitsLasts) {
+  PacketQueue queue;
+  CountedPacket a, b, c;
+  EXPECT_EQ(queue.backlog_until(5000000).us, 0) << "nothing waits";
+  ASSERT_EQ(queue.put(a.packet.get(), 1000000), 0);
+  ASSERT_EQ(queue.put(b.packet.get(), 1040000), 0);
+  EXPECT_EQ(queue.backlog().us, 40000);
+  EXPECT_EQ(queue.backlog().bytes, a.packet->size + b.packet->size);
+  EXPECT_EQ(queue.backlog_until(3000000).us, 2000000) << "the gap of what was dropped counts";
+  EXPECT_TRUE(queue.backlog().reaches({UINT32_MAX, 40000, INT64_MAX}));
+  EXPECT_EQ(queue.put(PacketQueue::tailer()), 0);
+  int dropped = 0;
+  queue.clear([&](const AVPacket&) { ++dropped; });
+  EXPECT_EQ(dropped, 2);
+  AVPacket out{};
+  ASSERT_EQ(queue.get(&out, false), 1);
+  EXPECT_TRUE(PacketQueue::is_tailer(out)) << "the end stays";
+  ASSERT_EQ(queue.put(c.packet.get()), 0);
+  queue.stop_waiting();
+  EXPECT_EQ(queue.put_bounded(b.packet.get(), {1}, true), 0) << "does not wait";
+}
+
 TEST(PacketQueue, AbortWakesABlockedPut) {
   PacketQueue queue;
   CountedPacket queued, waiting;
