@@ -22,7 +22,7 @@ prefix_of() {
   hash=$(
     {
       grep -E "^[a-z,]*\b$1\b" "$here/tarballs.txt"
-      sed -E '/^ *(#|$)/d' "$here/recipe-ffmpeg.sh" "$here/recipe-$1.sh"
+      sed -E '/^ *(#|$)/d' "$here/recipe-ffmpeg.sh" "$here/recipe-network.sh" "$here/recipe-$1.sh"
       awk '!/^(#|$)/ { print $1, $2 }' "$here/components.txt"
       cat "$here"/patches/*.patch
     } | sha256sum
@@ -172,6 +172,8 @@ main() {
     PKG_CONFIG_PATH PKG_CONFIG_LIBDIR PKG_CONFIG_SYSROOT_DIR
   # shellcheck source-path=SCRIPTDIR source=recipe-ffmpeg.sh
   . "$here/recipe-ffmpeg.sh"
+  # shellcheck source-path=SCRIPTDIR source=recipe-network.sh
+  . "$here/recipe-network.sh"
   # shellcheck source-path=SCRIPTDIR source=recipe-linux.sh
   . "$here/recipe-$system.sh"
   check_machine

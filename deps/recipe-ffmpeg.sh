@@ -2,11 +2,14 @@
 # What FFmpeg is built with on both systems. Sourced by build.sh; part of the recipe hash.
 #
 # Every recipe runs with the variables of build.sh: $work (scratch folder holding one source folder a tarball: FFmpeg,
-# x264, LAME, Opus), $stage (what becomes the prefix) and $jobs.
+# mbedTLS, SRT, x264, LAME, Opus), $stage (what becomes the prefix) and $jobs.
 
 # FFmpeg writes its whole configure line into the libraries, so no machine's path may stand in it: it is configured for
 # this made-up prefix and installed with DESTDIR.
 readonly kNeutralPrefix=/zeva-ffmpeg
+
+# Where the static libraries that go into FFmpeg's shared ones are gathered.
+sysroot() { echo "$work/sysroot"; }
 
 # An --enable option for each part that components.txt names.
 component_options() {
@@ -20,8 +23,8 @@ ffmpeg_common_options=(
   --enable-shared --disable-static --disable-debug
   --disable-programs --disable-doc --disable-avdevice --disable-avfilter --disable-postproc
   --disable-autodetect
-  --enable-network
-  --enable-gpl --enable-libx264 --enable-libmp3lame --enable-libopus
+  --enable-network --enable-mbedtls --enable-libsrt
+  --enable-gpl --enable-version3 --enable-libx264 --enable-libmp3lame --enable-libopus
   --enable-zlib --enable-ffnvcodec --enable-nvenc
   --disable-everything $(component_options)
 )

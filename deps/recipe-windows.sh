@@ -1,17 +1,24 @@
 # shellcheck shell=bash disable=SC2034,SC2154,SC2164,SC2206,SC2086  # variables go from file to file, -e is on
-# FFmpeg for 64-bit Windows, cross-built: DLLs that hold x264, LAME, Opus, zlib and the compiler's runtime, so that they
-# need nothing beside them but each other and Windows. Sourced by build.sh; part of the recipe hash.
+# FFmpeg for 64-bit Windows, cross-built: DLLs that hold mbedTLS, SRT, x264, LAME, Opus, zlib and the compiler's runtime, so
+# that they need nothing beside them but each other and Windows. Sourced by build.sh; part of the recipe hash.
 
 readonly kTriplet=x86_64-w64-mingw32
 # The plain mingw compilers have no std::thread; the whole product is built with the -posix ones.
 readonly kCompiler=$kTriplet-gcc-posix
+readonly kCxxCompiler=$kTriplet-g++-posix
 
-required_commands=(gcc make nasm pkg-config $kCompiler $kTriplet-windres $kTriplet-strip $kTriplet-objdump)
+required_commands=(gcc make cmake nasm pkg-config $kCompiler $kCxxCompiler $kTriplet-windres $kTriplet-strip $kTriplet-objdump)
 required_pkg_config=(ffnvcodec)
 required_files=(/usr/$kTriplet/lib/libz.a)
 packages_set=windows
 
+network_make_options=(CC=$kCompiler AR=$kTriplet-ar WINDOWS=1)
+network_cmake_options=(-DCMAKE_SYSTEM_NAME=Windows -DCMAKE_C_COMPILER=$kCompiler -DCMAKE_CXX_COMPILER=$kCxxCompiler)
+network_libraries='-lstdc++ -lm -lpthread -lws2_32'
+
 build_steps=(
+  "compile mbedTLS|build_mbedtls"
+  "compile SRT|build_srt"
   "compile x264|build_x264"
   "compile LAME|build_lame"
   "compile Opus|build_opus"
@@ -21,9 +28,6 @@ build_steps=(
   "install|install_windows"
   "check|check_dlls"
 )
-
-# Where the static libraries for FFmpeg's DLLs are gathered.
-sysroot() { echo "$work/sysroot"; }
 
 build_x264() {
   cd "$work/x264"
@@ -52,7 +56,7 @@ build_opus() {
 }
 
 # Headers and libraries of the machine that are the same for Windows. A folder with libz.a alone keeps the linker from
-# taking the import library of zlib's DLL, which lies beside it in the system folder; the same holds for winpthread.
+# taking the import library of zlib's DLL, which lies beside it in the system folder; the same holds for winpthread and libstdc++.
 gather_system_parts() {
   local include
   include=$(pkg-config --variable=includedir ffnvcodec)
@@ -60,7 +64,7 @@ gather_system_parts() {
   printf '%s\n' "includedir=$(sysroot)/include" "Name: ffnvcodec" "Description: encoder headers" \
     "Version: $(pkg-config --modversion ffnvcodec)" "Cflags: -I\${includedir}" > "$(sysroot)/lib/pkgconfig/ffnvcodec.pc"
   cp /usr/$kTriplet/include/{zlib,zconf}.h "$(sysroot)/include/"
-  cp /usr/$kTriplet/lib/{libz,libpthread,libwinpthread}.a "$(sysroot)/lib/"
+  cp /usr/$kTriplet/lib/{libz,libpthread,libwinpthread}.a "$($kCxxCompiler -print-file-name=libstdc++.a)" "$(sysroot)/lib/"
 }
 
 configure_ffmpeg() {
@@ -93,7 +97,7 @@ check_dlls() {
   for dll in avformat-58 avcodec-58 avutil-56 swresample-3 swscale-5; do
     imports=$($kTriplet-objdump -p "$stage/bin/$dll.dll" | sed -n 's/^\s*DLL Name: //p')
     echo "$dll needs:" $imports
-    if grep -i -E 'libgcc|pthread|libssp|libstdc|zlib|x264|lame|opus' <<< "$imports"; then return 1; fi
+    if grep -i -E 'libgcc|pthread|libssp|libstdc|zlib|x264|lame|opus|srt|mbed' <<< "$imports"; then return 1; fi
     test -f "$stage/lib/lib${dll%-*}.dll.a"
   done
 }
