@@ -61,8 +61,12 @@ enum Tune_Level : int32_t {
   kTuneNone,
 };
 
+// URLs of live streams: rtmp:// and rtmps:// (FLV), rtsp:// (over TCP; sound is Opus) and srt://
+// (MPEG-TS). What follows the question mark of an srt:// URL are FFmpeg's options of that protocol:
+// passphrase, streamid, latency (in microseconds). The certificate of an rtmps:// server is not
+// checked: the stream is encrypted, but not protected from a server that poses as another one.
 struct MovieInfo {
-  char url[512];              // main output: UTF-8 path, rtmp:// or rtsp:// URL, zero-terminated
+  char url[512];              // main output: UTF-8 path or a live stream's URL, zero-terminated
   char moov_url[512];         // crash-safe index beside an .mp4 output; empty for none
   char meta_info[256];        // "key:value;key:value", written into the container
   const char* other_urls[4];  // further outputs, at most 3; the list ends at the first null
@@ -101,7 +105,7 @@ struct MovieInfo {
   bool hardware;        // try hardware H.264 encoders first; afterwards: whether one was taken
   int32_t crf = 23;     // 1..51, used with rc_mode 1
   int32_t qp = 20;      // 1..51, used with rc_mode 3
-  int32_t timeout_sec;  // rtmp:// and rtsp:// outputs: network time-out in seconds; 0 for default
+  int32_t timeout_sec;  // live streams: network time-out in seconds; 0 for default
 };
 
 extern "C" {

@@ -82,7 +82,7 @@ enum : int32_t {
 // points to; the host may free or change everything once that call has returned. Texts are UTF-8
 // and zero-terminated; one that fills its array without a terminator is cut there by one byte.
 struct MovieInfo2 {
-  char url[512];          // main output: a path, rtmp:// (FLV) or rtsp:// (TCP; sound becomes Opus)
+  char url[512];          // main output: a path or a live stream's URL, as in MovieInfo
   char moov[512];         // crash-safe index of the first MP4 among the outputs; empty for none
   char meta[256];         // "key:value;key:value", written into every container
   const char* others[4];  // further outputs; null entries are skipped

@@ -20,13 +20,12 @@ constexpr int64_t kNoTime = -999999;
 // Places for pictures a second in AVI, at least. An empty one costs 24 bytes.
 constexpr int kAviSlots = 100;
 
-enum UrlKind { kMp4 = 0, kHls = 1, kRtmp = 2, kRtsp = 3, kOtherUrl = 100 };
+enum UrlKind { kMp4, kHls, kLive, kOtherUrl };
 
 UrlKind classify(const char* url) {
+  if (zeva::is_live_url(url)) return kLive;
   if (zeva::ends_with_nocase(url, ".mp4")) return kMp4;
   if (zeva::ends_with_nocase(url, ".m3u8")) return kHls;
-  if (av_stristart(url, "rtmp://", nullptr) != 0) return kRtmp;
-  if (av_stristart(url, "rtsp://", nullptr) != 0) return kRtsp;
   return kOtherUrl;
 }
 
@@ -34,11 +33,10 @@ UrlKind classify(const char* url) {
 // that has such a name, too.
 AVOutputFormat* further_format(const MovieOutput& main, const char* url) {
   const UrlKind kind = classify(url);
+  if (kind == kLive) return zeva::guess_output_format(url);
   const bool same_kind = kind == classify(main.url().c_str());
   AVOutputFormat* const of_main = main.context()->oformat;
   if (kind != kOtherUrl && same_kind) return of_main;
-  if (kind == kRtmp) return av_guess_format("flv", nullptr, nullptr);
-  if (kind == kRtsp) return av_guess_format("rtsp", nullptr, nullptr);
   AVOutputFormat* const guessed = av_guess_format(nullptr, url, nullptr);
   return guessed == nullptr && same_kind ? of_main : guessed;
 }

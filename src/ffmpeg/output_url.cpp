@@ -1,14 +1,31 @@
 #include "output_url.h"
 
+#include <algorithm>
+#include <array>
 #include <cstring>
 
 namespace zeva {
 
-bool is_rtmp_url(const char* url) { return av_strstart(url, "rtmp://", nullptr) != 0; }
+const LiveStream* live_stream(const char* url) {
+  static constexpr std::array<LiveStream, 4> kAll{{
+      {"rtmp", "flv", AV_CODEC_ID_H264, AV_CODEC_ID_AAC},
+      {"rtmps", "flv", AV_CODEC_ID_H264, AV_CODEC_ID_AAC},
+      {"rtsp", "rtsp", AV_CODEC_ID_H264, AV_CODEC_ID_OPUS},
+      {"srt", "mpegts", AV_CODEC_ID_H264, AV_CODEC_ID_AAC},
+  }};
+  const auto* const found = std::find_if(kAll.begin(), kAll.end(), [url](const LiveStream& stream) {
+    const char* rest = nullptr;
+    return av_stristart(url, stream.scheme, &rest) != 0 && av_strstart(rest, "://", nullptr) != 0;
+  });
+  return found != kAll.end() ? found : nullptr;
+}
 
-bool is_rtsp_url(const char* url) { return av_strstart(url, "rtsp://", nullptr) != 0; }
+bool is_live_url(const char* url) { return live_stream(url) != nullptr; }
 
-bool is_live_url(const char* url) { return is_rtmp_url(url) || is_rtsp_url(url); }
+bool is_rtsp_url(const char* url) {
+  const LiveStream* const live = live_stream(url);
+  return live != nullptr && strcmp(live->scheme, "rtsp") == 0;
+}
 
 bool is_network_url(const char* url) {
   return strstr(url, "://") != nullptr && av_strstart(url, "file://", nullptr) == 0;
@@ -29,14 +46,9 @@ bool ends_with_nocase(const char* text, const char* suffix) {
 }
 
 AVOutputFormat* guess_output_format(const char* url) {
-  AVOutputFormat* format = nullptr;
-  if (is_rtmp_url(url)) {
-    format = av_guess_format("flv", nullptr, nullptr);
-  } else if (is_rtsp_url(url)) {
-    format = av_guess_format("rtsp", nullptr, nullptr);
-  } else {
-    format = av_guess_format(nullptr, url, nullptr);
-  }
+  const LiveStream* const live = live_stream(url);
+  AVOutputFormat* const format = live != nullptr ? av_guess_format(live->muxer, nullptr, nullptr)
+                                                 : av_guess_format(nullptr, url, nullptr);
   return format != nullptr ? format : av_guess_format("mp4", url, nullptr);
 }
 

@@ -9,9 +9,17 @@
 
 namespace zeva {
 
-bool is_rtmp_url(const char* url);
+// A protocol of live streams: the container that it carries and the codecs that its servers take.
+struct LiveStream {
+  const char* scheme;
+  const char* muxer;
+  AVCodecID video;
+  AVCodecID audio;
+};
+
+const LiveStream* live_stream(const char* url);  // by the URL's scheme; null for all others
+bool is_live_url(const char* url);
 bool is_rtsp_url(const char* url);
-bool is_live_url(const char* url);  // one of these two
 
 // Whether a peer can make the output wait; files must never be interrupted.
 bool is_network_url(const char* url);
@@ -21,7 +29,7 @@ std::string file_path(const std::string& url);
 
 bool ends_with_nocase(const char* text, const char* suffix);
 
-// FLV for rtmp://, RTSP for rtsp://, else by the file name, MP4 for an unknown one. Null only when
+// The container of a live stream, else by the file name, MP4 for an unknown one. Null only when
 // FFmpeg was built without them.
 AVOutputFormat* guess_output_format(const char* url);
 

@@ -59,14 +59,24 @@ TEST(StreamSetup, RateControl) {
 }
 
 TEST(OutputOpening, LiveStreamsHaveContainersAndCodecsOfTheirOwn) {
-  for (const bool rtsp : {false, true}) {
-    const char* url = rtsp ? "rtsp://h/a" : "rtmp://h/a.mp4";
-    const AVOutputFormat* format = zeva::guess_output_format(url);
-    EXPECT_STREQ(format->name, rtsp ? "rtsp" : "flv");
-    const zeva::CodecChoice chosen = zeva::choose_codecs(*format, small_movie(url));
-    EXPECT_EQ(chosen.video, AV_CODEC_ID_H264);
-    EXPECT_EQ(chosen.audio, rtsp ? AV_CODEC_ID_OPUS : AV_CODEC_ID_AAC);
+  const struct {
+    const char *url, *container;
+    AVCodecID sound;
+  } streams[] = {{"rtmp://h/a.mp4", "flv", AV_CODEC_ID_AAC},
+                 {"RTMPS://h/a", "flv", AV_CODEC_ID_AAC},
+                 {"rtsp://h/a", "rtsp", AV_CODEC_ID_OPUS},
+                 {"srt://h:1?streamid=a.mp4", "mpegts", AV_CODEC_ID_AAC}};
+  for (const auto& s : streams) {
+    EXPECT_TRUE(zeva::is_live_url(s.url)) << s.url;
+    EXPECT_TRUE(zeva::is_network_url(s.url)) << s.url;
+    const AVOutputFormat* format = zeva::guess_output_format(s.url);
+    EXPECT_STREQ(format->name, s.container) << s.url;
+    const zeva::CodecChoice chosen = zeva::choose_codecs(*format, small_movie(s.url));
+    EXPECT_EQ(chosen.video, AV_CODEC_ID_H264) << s.url;
+    EXPECT_EQ(chosen.audio, s.sound) << s.url;
   }
+  for (const char* url : {"rtmp.mp4", "rtmpx://h/a", "srt:/h", "file:srt", "http://h/rtmp://"})
+    EXPECT_FALSE(zeva::is_live_url(url)) << url;
 }
 
 }  // namespace

@@ -60,7 +60,8 @@ TEST(FFmpegParts, AskedForByNameAreThere) {
     std::set<std::string> protocols;
     void* place = nullptr;
     while (const char* name = avio_enum_protocols(&place, output)) protocols.insert(name);
-    for (const char* name : {"file", "pipe", "rtmp", "rtp", "tcp", "udp", "http"})
+    for (const char* name :
+         {"file", "pipe", "rtmp", "rtmps", "tls", "httpproxy", "srt", "rtp", "tcp", "udp", "http"})
       EXPECT_EQ(protocols.count(name), 1U) << name << " for " << (output != 0 ? "output" : "input");
   }
 }

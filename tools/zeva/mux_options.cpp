@@ -63,7 +63,8 @@ CLI::App* add_mux_command(CLI::App& app, MuxOptions& options) {
   command->footer(std::string(kExamples) + kKeysAndExitHelp);
   add_source_options(*command, options);
   add_pcm_options(*command, options);
-  add_output_options(*command, options, "Main output: a file or an rtmp:// or rtsp:// URL",
+  add_output_options(*command, options,
+                     "Main output: a file or an rtmp://, rtmps://, rtsp:// or srt:// URL",
                      "Further output, up to four times");
   add_stream_options(*command, options);
   add_message_options(*command, options);

@@ -27,14 +27,13 @@ bool has_cover_only(const AVOutputFormat& format) {
 
 // The library's own choice, from which only a name makes it depart.
 AVCodecID usual_video(const std::string& url) {
-  if (has_scheme(url, "rtmp") || has_scheme(url, "rtsp")) return AV_CODEC_ID_H264;
+  if (live_stream(url)) return AV_CODEC_ID_H264;
   const AVOutputFormat* format = main_container(url);
   return !format || has_cover_only(*format) ? AV_CODEC_ID_NONE : format->video_codec;
 }
 
 AVCodecID usual_audio(const std::string& url) {
-  if (has_scheme(url, "rtmp")) return AV_CODEC_ID_AAC;
-  if (has_scheme(url, "rtsp")) return AV_CODEC_ID_OPUS;
+  if (const LiveStream* live = live_stream(url)) return live->audio;
   const AVOutputFormat* format = main_container(url);
   return format ? format->audio_codec : AV_CODEC_ID_NONE;
 }

@@ -16,6 +16,17 @@ bool has_scheme(const std::string& url, const char* scheme) {
   return av_strncasecmp(url.c_str(), scheme, size) == 0 && url.compare(size, 3, "://") == 0;
 }
 
+const LiveStream* live_stream(const std::string& url) {
+  static constexpr std::array<LiveStream, 4> all{{{"rtmp", "flv", AV_CODEC_ID_AAC},
+                                                  {"rtmps", "flv", AV_CODEC_ID_AAC},
+                                                  {"rtsp", "rtsp", AV_CODEC_ID_OPUS},
+                                                  {"srt", "mpegts", AV_CODEC_ID_AAC}}};
+  const auto* found = std::find_if(all.begin(), all.end(), [&url](const LiveStream& stream) {
+    return has_scheme(url, stream.scheme);
+  });
+  return found != all.end() ? found : nullptr;
+}
+
 bool is_local_file(const std::string& url) {
   return url.find("://") == std::string::npos && url.compare(0, 5, "pipe:") != 0;
 }
@@ -25,15 +36,17 @@ std::string local_path(const std::string& url) {
 }
 
 AVOutputFormat* main_container(const std::string& url) {
-  if (has_scheme(url, "rtmp")) return av_guess_format("flv", nullptr, nullptr);
-  if (has_scheme(url, "rtsp")) return av_guess_format("rtsp", nullptr, nullptr);
+  if (const LiveStream* live = live_stream(url)) {
+    return av_guess_format(live->muxer, nullptr, nullptr);
+  }
   AVOutputFormat* format = av_guess_format(nullptr, url.c_str(), nullptr);
   return format ? format : av_guess_format("mp4", nullptr, nullptr);
 }
 
 AVOutputFormat* further_container(const std::string& url) {
-  return has_scheme(url, "rtmp") ? av_guess_format("flv", nullptr, nullptr)
-                                 : av_guess_format(nullptr, url.c_str(), nullptr);
+  const LiveStream* live = live_stream(url);
+  return live ? av_guess_format(live->muxer, nullptr, nullptr)
+              : av_guess_format(nullptr, url.c_str(), nullptr);
 }
 
 bool takes_index(const std::string& url) {

@@ -8,7 +8,15 @@
 namespace zeva_tool {
 
 bool has_ending(const std::string& url, const char* ending);  // without regard to case
-bool has_scheme(const std::string& url, const char* scheme);  // "rtmp", "rtsp"
+bool has_scheme(const std::string& url, const char* scheme);  // "rtsp"
+
+// A protocol of live streams, as the library knows it: null for the URL of anything else.
+struct LiveStream {
+  const char* scheme;
+  const char* muxer;
+  AVCodecID audio;  // the pictures are H.264 in all
+};
+const LiveStream* live_stream(const std::string& url);
 
 // Whether the URL is a path of this machine ("file:" before it is allowed), and which.
 bool is_local_file(const std::string& url);

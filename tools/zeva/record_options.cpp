@@ -33,7 +33,7 @@ void add_source_options(CLI::App& command, RecordOptions& o) {
 
 void add_outputs(CLI::App& command, RecordOptions& o) {
   add_output_options(command, o,
-                     "Main output: a file or an rtmp:// or rtsp:// URL. "
+                     "Main output: a file or an rtmp://, rtmps://, rtsp:// or srt:// URL. "
                      "It decides the codecs, unless --vcodec and --acodec do",
                      "Further output, up to three times");
   command.add_option("--timeout", o.timeout_s, "Network time-out")
