@@ -25,8 +25,8 @@ packages_of() {
     servers) echo nginx libnginx-mod-rtmp ;;
     test)
       packages_of servers
-      echo libgtest-dev libgmock-dev googletest libbenchmark-dev clang-format clang-tidy ffmpeg python3 e2fsprogs mount \
-        forensics-samples-files python3-gi gir1.2-gst-rtsp-server-1.0 gstreamer1.0-plugins-{base,good,bad}
+      echo libgtest-dev libgmock-dev googletest libbenchmark-dev clang-format clang-tidy ffmpeg openssl python3 e2fsprogs \
+        mount forensics-samples-files python3-gi gir1.2-gst-rtsp-server-1.0 gstreamer1.0-plugins-{base,good,bad}
       ;;
     fuzz) echo clang libclang-rt-14-dev ;;
     bench)
