@@ -121,7 +121,7 @@ typedef struct ZevaStatistics {
   int64_t pictures_given;    // calls by the host
   int64_t pictures_refused;  // of these, for whatever reason
   int64_t pictures_encoded;  // classic: come out of the encoder (the files'); of packets: taken
-  int64_t sound_us_given;    // silence that the host asked for included
+  int64_t sound_us_given;    // silence that the host asked for included; 0 for AAC packets
   int64_t sound_us_encoded;
 
   // Classic recordings, of the latest 512 pictures that were encoded: their conversion, encoding

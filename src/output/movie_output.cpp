@@ -155,53 +155,14 @@ int MovieOutput::begin_packet(const AVPacket& packet) {
   if (!has_room_for(packet)) return AVERROR(ENOSPC);
   ++progress.packets;
   progress.payload_bytes += packet.size;
-  note_end(packet);
+  progress.times.note(*oc, packet);
   return 0;
 }
 
-// A damaged index has packets of any stream and time; the muxer refuses them.
-void MovieOutput::note_end(const AVPacket& packet) {
-  constexpr int64_t kLimit = int64_t{1} << 56;
-  const auto index = static_cast<unsigned>(packet.stream_index);
-  const auto possible = [](int64_t time) { return time > -kLimit && time < kLimit; };
-  if (index >= oc->nb_streams || !possible(packet.pts) || !possible(packet.duration)) return;
-  const AVRational time_base = oc->streams[index]->time_base;
-  progress.end_us = std::max(progress.end_us,
-                             av_rescale_q(packet.pts + packet.duration, time_base, kMicroseconds));
-}
-
-// FFmpeg would move everything from the first packet before 0 on, but not what it wrote before.
-void MovieOutput::begin_at_zero() {
-  progress.last_times.assign(oc->nb_streams, INT64_MIN);
-  progress.floor_is_zero = (oc->oformat->flags & (AVFMT_TS_NEGATIVE | AVFMT_NOTIMESTAMPS)) == 0;
-  if (!progress.floor_is_zero) return;
-  oc->avoid_negative_ts = 0;
-  for (unsigned i = 0; i < oc->nb_streams; ++i) {
-    const AVCodecParameters& par = *oc->streams[i]->codecpar;
-    if (par.sample_rate <= 0) continue;
-    const int64_t lead_us = av_rescale(par.initial_padding, AV_TIME_BASE, par.sample_rate);
-    oc->output_ts_offset = std::max(oc->output_ts_offset, lead_us);
-  }
-}
-
-// False when the packet is to be left out.
-bool MovieOutput::fit_above_zero(AVPacket& packet) {
-  if (!progress.floor_is_zero || packet.dts == AV_NOPTS_VALUE) return true;
-  const AVRational time_base = oc->streams[packet.stream_index]->time_base;
-  const int64_t zero = -av_rescale_q(oc->output_ts_offset, kMicroseconds, time_base);
-  int64_t& last = progress.last_times[static_cast<size_t>(packet.stream_index)];
-  const int64_t lowest = last == INT64_MIN ? zero : std::max(zero, last + 1);
-  if (packet.pts != AV_NOPTS_VALUE && packet.pts < lowest) {
-    leave_out("its time lies before the beginning or the packet before it");
-    return false;
-  }
-  packet.dts = last = std::max(packet.dts, lowest);
-  return true;
-}
-
 int MovieOutput::write(AVPacket* packet) {
-  if (progress.packets == 0) begin_at_zero();
-  if (!fit_above_zero(*packet)) {
+  if (progress.packets == 0) progress.times.begin(*oc);
+  if (!progress.times.fit(*oc, *packet)) {
+    leave_out("its time lies before the beginning or the packet before it");
     av_packet_unref(packet);
     return 0;
   }
@@ -283,7 +244,7 @@ void MovieOutput::correct_duration(int64_t table) {
   if (!found || timescale == 0) return;
   const int64_t end = avio_tell(oc->pb);
   avio_seek(oc->pb, table + kDurationAt, SEEK_SET);
-  avio_wb32(oc->pb, static_cast<uint32_t>(av_rescale(progress.end_us, timescale, 1000000)));
+  avio_wb32(oc->pb, static_cast<uint32_t>(av_rescale(progress.times.end_us(), timescale, 1000000)));
   avio_seek(oc->pb, end, SEEK_SET);
   avio_flush(oc->pb);
 }
@@ -326,27 +287,12 @@ int MovieOutput::watch_disk() {
 }
 
 void MovieOutput::watch_paths() {
-  if (file != nullptr && file->is_committed() && !movie_gone) {
-    const PathState state = file->path_state();
-    movie_gone = state != PathState::kSame;
-    tell_gone("'" + url() + "'", state, "the movie is finished under its new name");
+  if (file != nullptr && file->is_committed()) {
+    paths.look_at_movie(file->path_state(), url(), report);
   }
-  if (snapshot != nullptr && !index_gone) {
-    const PathState state = snapshot->index_state();
-    index_gone = state != PathState::kSame;
-    tell_gone("the index '" + index_path + "' of '" + url() + "'", state,
-              "a repair needs it by its new name");
+  if (snapshot != nullptr) {
+    paths.look_at_index(snapshot->index_state(), index_path, url(), report);
   }
-}
-
-void MovieOutput::tell_gone(const std::string& what, PathState state, const char* renamed) const {
-  if (state == PathState::kSame) return;
-  const std::string text =
-      what + (state == PathState::kDeleted
-                  ? " was deleted while it is recorded: it is lost as soon as it is closed"
-                  : std::string(" was renamed while it is recorded: ") + renamed);
-  ZEVA_LOG(kLogError, "%s", text.c_str());
-  if (report) report(kZevaStatusFileGone, text);
 }
 
 void MovieOutput::tell_finished_early() const {
@@ -355,7 +301,8 @@ void MovieOutput::tell_finished_early() const {
            "' is finished early: %lld bytes of its disk are free, and %lld are to stay free; it "
            "holds %.3f s in %lld packets",
            static_cast<long long>(disk.free_bytes()), static_cast<long long>(kept_free_bytes),
-           static_cast<double>(progress.end_us) / 1e6, static_cast<long long>(progress.packets));
+           static_cast<double>(progress.times.end_us()) / 1e6,
+           static_cast<long long>(progress.packets));
   ZEVA_LOG(kLogWarning, "'%s%s", url().c_str(), text);
   if (report) report(kZevaStatusFileFinishedEarly, "'" + url() + text);
 }

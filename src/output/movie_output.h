@@ -12,6 +12,8 @@
 #include "disk_room.h"
 #include "file_io.h"
 #include "io_interrupt.h"
+#include "movie_times.h"
+#include "path_watch.h"
 #include "snapshot.h"
 
 namespace zeva {
@@ -80,9 +82,6 @@ class MovieOutput {
 
   // Lets the output take the place of an older file.
   [[nodiscard]] int commit();
-  // Times before 0 where the container cannot say them: the sound of an encoder begins there (the
-  // stream's initial_padding), so all of the movie is moved by as much. Decoding times of reordered
-  // pictures are raised; a packet that is shown before is left out, with a log line.
   // Writes a packet with interleaving and takes over its reference, also on failure. It is held
   // back until the other streams have one as well, but for no more than kLongestHoldMs of movie
   // time; the caller sees to it that it is not for longer by the clock. AVERROR(ENOSPC) before the
@@ -146,12 +145,10 @@ class MovieOutput {
     bool opened = false;
     bool header_written = false;
     bool trailer_tried = false;
-    bool floor_is_zero = false;       // the container has no times before 0
-    std::vector<int64_t> last_times;  // decoding times of the streams
+    MovieTimes times;
     int64_t packets = 0;
     int refused_in_a_row = 0;
     int64_t payload_bytes = 0;
-    int64_t end_us = 0;  // movie time at which the last packet ends
   };
 
   enum class Shortage { kNone, kGuard, kFull };
@@ -166,13 +163,9 @@ class MovieOutput {
   int64_t room_left(int64_t end_bytes);
   bool has_room_for(const AVPacket& packet);
   void watch_paths();
-  void tell_gone(const std::string& what, PathState state, const char* renamed) const;
-  void begin_at_zero();
-  bool fit_above_zero(AVPacket& packet);
   void leave_out(const std::string& why);
   bool write_interleaved(AVPacket* packet, int& result);
   int close_io();
-  void note_end(const AVPacket& packet);
   void correct_duration(int64_t table);
 
   const std::string output_url;
@@ -189,8 +182,7 @@ class MovieOutput {
   DiskRoom disk;
   int64_t kept_free_bytes = 0;
   Shortage shortage = Shortage::kNone;
-  bool movie_gone = false;  // as far as was told
-  bool index_gone = false;
+  PathWatch paths;
   int64_t left_out = 0;  // of the packets
 };
 

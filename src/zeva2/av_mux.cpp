@@ -42,7 +42,12 @@ void start_network_once() {
 
 AVMux::AVMux(const MovieInfo2& info, const Options& options, ZEVA2_status_callback status_cb,
              void* user)
-    : settings(info), options(options), status_cb(status_cb), user(user) {
+    : settings(info),
+      options(options),
+      outputs(settings, options,
+              [this](int32_t code, const std::string& text) { report(code, text); }),
+      status_cb(status_cb),
+      user(user) {
   settings.log();
   if (options.common_start) audio_clock.begin = video_clock.begin = 0;
   input.tell = [this](int32_t code, const std::string& text) { report(code, text); };
@@ -100,15 +105,7 @@ void AVMux::end_worker() {
   if (!worker.joinable()) return;
   ZEVA_LOG(kLogInfo, "abort pkt queues ...");
   input.que_abort();
-  {
-    const std::lock_guard<std::mutex> lock(outputs_mutex);
-    stopping = true;
-    // What is queued goes to all outputs before the time of the network's runs, since an output
-    // that is given up ends the recording of the others too. That never waits for a peer; opening
-    // does.
-    if (phase != Phase::kRecording) give_up_outputs_soon_locked();
-    for (const auto& output : outputs) output->stop_waiting();
-  }
+  outputs.stop();
   ZEVA_LOG(kLogInfo, "release muxer later ing... (%p)", static_cast<void*>(this));
   worker.join();
 }
@@ -124,16 +121,6 @@ void AVMux::flush_inputs() {
   } else {
     write_audio_packet(nullptr, 0, 0);
   }
-}
-
-void AVMux::enter(Phase next) {
-  const std::lock_guard<std::mutex> lock(outputs_mutex);
-  phase = next;
-  if (phase == Phase::kEnding && stopping) give_up_outputs_soon_locked();
-}
-
-void AVMux::give_up_outputs_soon_locked() {
-  for (const auto& output : outputs) output->give_up_soon();
 }
 
 // ---- the worker thread
@@ -160,18 +147,19 @@ void AVMux::record() {
     pop_status(status);
     return;
   }
-  enter(Phase::kRecording);
+  outputs.begin_recording();
   const int ended = input.run_demux(
-      [](AVPacket* packet, AVRational time_base, const char* name, void* list) {
-        return route(packet, time_base, name, *static_cast<const OutputList*>(list));
+      [](AVPacket* packet, AVRational time_base, const char* name, void* all) {
+        return static_cast<const MuxOutputs*>(all)->route(packet, time_base, name);
       },
       &outputs);
   // Nobody takes packets any more, whatever made the loop end: hosts learn it now, not after the
   // files are finished.
   aborted = true;
-  enter(Phase::kEnding);
-  // A host that was told of a file finished early knows the reason.
-  if (close_outputs() || ended >= 0 || has_finished_early()) return;
+  outputs.begin_ending();
+  // Whoever was told of an output that ended before knows the reason.
+  const bool told = outputs.close([this](const Status& failure) { pop_status(failure); });
+  if (told || ended >= 0) return;
   pop_status(
       Status::failure(ended, std::string("the recording ended early: ") + av_error_text(ended)));
 }
@@ -185,62 +173,7 @@ Status AVMux::open_outputs() {
   if (aac_encoder && sound != nullptr) {
     sound->codecpar->initial_padding = aac_encoder->delay_samples();
   }
-  OpenFiles files;
-  bool index_given = settings.moov.empty();
-  size_t number = 0;
-  const auto open_next = [&](const std::string& url) {
-    if (url.empty()) return Status::success();
-    const AVOutputFormat* format = guess_output_format(url.c_str());
-    const bool indexed = !index_given && format != nullptr && needs_index(*format);
-    index_given = index_given || indexed;
-    return open_output(url, options.policy(number++), indexed ? settings.moov : "", files);
-  };
-  Status status = open_next(settings.url);
-  for (const std::string& url : settings.others) {
-    if (status.ok) status = open_next(url);
-  }
-  if (status.ok && outputs.empty()) return Status::failure(kNoOutput, "no valid output url");
-  // None is written before all are open: a start that fails leaves no beginning of a movie behind.
-  for (const auto& output : outputs) {
-    if (status.ok) status = output->start();
-  }
-  return status;
-}
-
-Status AVMux::open_output(const std::string& url, const ZevaOutputPolicy& policy,
-                          const std::string& index_path, OpenFiles& files) {
-  OutputContext* output = nullptr;
-  {
-    const std::lock_guard<std::mutex> lock(outputs_mutex);
-    outputs.push_back(std::make_unique<OutputContext>(
-        url, policy, [this](int32_t code, const std::string& text) { report(code, text); }));
-    output = outputs.back().get();
-    if (stopping) output->give_up_soon();
-  }
-  Status status =
-      output->open(input.video_stream(), input.audio_stream(), index_path, settings.meta, files);
-  if (status.ok) return status;
-  const std::lock_guard<std::mutex> lock(outputs_mutex);
-  outputs.pop_back();
-  return status;
-}
-
-// Whether one of them was cut.
-bool AVMux::close_outputs() {
-  bool cut = false;
-  for (const auto& output : outputs) output->finish();
-  for (const auto& output : outputs) {
-    output->close();
-    if (output->failure().ok) continue;
-    cut = true;
-    pop_status(output->failure());
-  }
-  return cut;
-}
-
-bool AVMux::has_finished_early() const {
-  return std::any_of(outputs.begin(), outputs.end(),
-                     [](const auto& output) { return output->finished_early(); });
+  return outputs.open(input.video_stream(), sound);
 }
 
 // On any of the library's threads.
@@ -268,11 +201,19 @@ int64_t AVMux::rebase(StreamClock* clock, int64_t usec) {
 }
 
 bool AVMux::write_video_packet(const void* data, int nbytes, int64_t usec) {
-  return write_picture(data, nbytes, {usec, 0, false});
+  return write_counted(data, nbytes, {usec, 0, false});
 }
 
 bool AVMux::write_video_packet2(const void* data, int nbytes, int64_t pts_us, int64_t dts_us) {
-  return write_picture(data, nbytes, {pts_us, saturating_sub(pts_us, dts_us), true});
+  return write_counted(data, nbytes, {pts_us, saturating_sub(pts_us, dts_us), true});
+}
+
+bool AVMux::write_counted(const void* data, int nbytes, const PictureTimes& times) {
+  if (!is_packet(data, nbytes)) return write_picture(data, nbytes, times);
+  figures.begin_picture();
+  const bool taken = write_picture(data, nbytes, times);
+  figures.end_picture(taken, 0);
+  return taken;
 }
 
 bool AVMux::write_picture(const void* data, int nbytes, const PictureTimes& times) {
@@ -342,6 +283,8 @@ bool AVMux::write_audio_pcm(const uint8_t* const* planes, int nb_samples, int64_
   if (flush && aac_encoder) {
     return !input.audio.is_left_out() && aac_encoder->encode(nullptr, 0, 0, sink);
   }
+  if (!flush && aac_encoder)
+    figures.give_sound(av_rescale(nb_samples, 1000000, settings.audio.sample_rate));
   if (!flush && input.audio.refuses()) return false;
   ++total_audio_npkt;
   if (is_paused()) return false;
@@ -369,49 +312,24 @@ bool AVMux::backlog(Backlog* backlog) {
   if (aborted) return false;
   backlog->video = input.video.size();
   backlog->audio = input.audio.size();
-  const std::lock_guard<std::mutex> lock(outputs_mutex);
-  if (phase == Phase::kOpening) return true;
-  backlog->outputs = 0;
-  for (const auto& output : outputs) {
-    if (output->ends_recording()) return false;
-    if (output->is_optional()) continue;  // nobody is to wait for it
-    backlog->outputs = std::max(backlog->outputs, output->queued());
-  }
-  return true;
+  return outputs.backlog(&backlog->outputs);
 }
 
 bool AVMux::output_state(int32_t output, ZevaOutputState& state) {
   ZevaOutputState full{};
-  const auto number = static_cast<size_t>(output);
-  {
-    const std::lock_guard<std::mutex> lock(outputs_mutex);
-    if (output < 0 || number >= settings.output_count()) return false;
-    if (number < outputs.size()) {
-      outputs[number]->fill(full);
-    } else {
-      full.phase = kZevaOutputOpening;
-      full.last_error_us = full.synced_us = full.disk_free_bytes = -1;
-    }
-  }
-  return fill_record(full, state);
+  return outputs.state(output, full) && fill_record(full, state);
 }
 
 bool AVMux::statistics(ZevaStatistics& statistics) {
   ZevaStatistics full{};
+  figures.fill(full);
   full.outputs = static_cast<int32_t>(settings.output_count());
-  const int64_t recorded = recorded_us();
+  full.pictures_encoded = full.pictures_given - full.pictures_refused;
+  const int64_t recorded = outputs.recorded_us();
   const int64_t newest = std::max(video_clock.time.load(), audio_clock.time.load());
   full.crash_cost_us = recorded < 0 ? -1 : std::max<int64_t>(newest - recorded, 0);
   full.sound_minus_picture_us = audio_clock.time - video_clock.time;
   return fill_record(full, statistics);
-}
-
-// Of the output that has the index; -1 for none.
-int64_t AVMux::recorded_us() {
-  const std::lock_guard<std::mutex> lock(outputs_mutex);
-  int64_t newest = -1;
-  for (const auto& output : outputs) newest = std::max(newest, output->recorded_us());
-  return newest;
 }
 
 int64_t AVMux::movie_time() const {

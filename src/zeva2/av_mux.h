@@ -4,7 +4,6 @@
 #include <atomic>
 #include <cstdint>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <thread>
 
@@ -12,13 +11,13 @@
 #include "access_unit_assembler.h"
 #include "annexb_filter.h"
 #include "host_call.h"
+#include "mux_outputs.h"
 #include "mux_settings.h"
-#include "open_files.h"
 #include "options.h"
+#include "recording_figures.h"
 #include "status.h"
 #include "zeva/packet.h"
 #include "zv2_input_context.h"
-#include "zv2_output_context.h"
 
 namespace zeva {
 
@@ -84,6 +83,7 @@ class AVMux {
     int64_t delay_us;  // how much earlier it is decoded
     bool exact;        // the host gave both
   };
+  bool write_counted(const void* data, int nbytes, const PictureTimes& times);
   bool write_picture(const void* data, int nbytes, const PictureTimes& times);
   bool take_access_unit(const uint8_t* data, size_t size_bytes, const PictureTimes& times);
 
@@ -95,15 +95,6 @@ class AVMux {
   void work();
   void record();
   Status open_outputs();
-  Status open_output(const std::string& url, const ZevaOutputPolicy& policy,
-                     const std::string& index_path, OpenFiles& files);
-  bool close_outputs();
-  bool has_finished_early() const;
-  int64_t recorded_us();
-
-  enum class Phase { kOpening, kRecording, kEnding };
-  void enter(Phase next);
-  void give_up_outputs_soon_locked();
   void flush_inputs();
   void end_worker();
   void clear();
@@ -117,16 +108,13 @@ class AVMux {
   InputContext input;
   AccessUnitAssembler assembler;  // the thread that writes video
 
-  std::mutex outputs_mutex;  // while the list grows, or another thread runs along it
-  OutputList outputs;
-  Phase phase = Phase::kOpening;  // guarded by outputs_mutex
-  bool stopping = false;          // guarded by outputs_mutex
-
+  RecordingFigures figures;
   // Fixed after start.
   std::unique_ptr<AACEncoder> aac_encoder;
   std::unique_ptr<h264::AnnexBFilter> annexb;
   const MuxSettings settings;
   const Options options;
+  MuxOutputs outputs;
   const ZEVA2_status_callback status_cb;
   void* const user;
 

@@ -11,8 +11,6 @@ namespace zeva {
 namespace {
 
 constexpr int kTimeoutSec = 5;
-constexpr int kVideoRefused = -101;
-constexpr int kAudioRefused = -102;
 
 constexpr int kMaxFlvPacketBytes = (1 << 24) - 1024;
 constexpr int64_t kLongestDuration = INT32_MAX;  // that MP4 takes
@@ -218,25 +216,6 @@ bool OutputContext::enqueue_audio(const AVPacket* packet, AVRational time_base) 
     return output.enqueue(opus, opus_time_base, output.audio_index);
   };
   return transcoder->transcode(packet, time_base, emit, this);
-}
-
-int route(const AVPacket* packet, AVRational time_base, const char* name,
-          const OutputList& outputs) {
-  if (name[0] != 'h' && name[0] != 'a') {
-    // Also the end of the inputs: trailers are written by the outputs' own threads.
-    ZEVA_LOG(kLogInfo, "recieve frame: '%s', ignore", name);
-    return 0;
-  }
-  const bool video = name[0] == 'h';
-  const bool any_takes = std::any_of(outputs.begin(), outputs.end(),
-                                     [](const auto& output) { return output->takes_packets(); });
-  if (!any_takes) return video ? kVideoRefused : kAudioRefused;
-  for (const auto& output : outputs) {
-    const bool taken =
-        video ? output->enqueue_video(packet, time_base) : output->enqueue_audio(packet, time_base);
-    if (!taken) return video ? kVideoRefused : kAudioRefused;
-  }
-  return 0;
 }
 
 // ---- the writer thread

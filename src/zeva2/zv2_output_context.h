@@ -104,9 +104,4 @@ class OutputContext : private OutputListener {
 
 using OutputList = std::vector<std::unique_ptr<OutputContext>>;
 
-// Hands a demuxed packet to every output, by the name of the input that it is from. Negative when
-// an output refused it, or none takes packets any more.
-int route(const AVPacket* packet, AVRational time_base, const char* name,
-          const OutputList& outputs);
-
 }  // namespace zeva

@@ -100,6 +100,22 @@ def check_guard(options, work, disk):
             raise Broken(f"{command}: the copy ended after {whole} s")
         print(f"{command}: {free} of {KEPT_FREE_BYTES} bytes were kept free, {seconds} s")
         os.remove(full)
+        check_spill(options, command, full, work, whole)
+
+
+def check_spill(options, command, full, work, whole):
+    """What does not fit goes into the second place, but for the moment between."""
+    ended = run(options.zeva, command, "--fast", "--input", options.movie, "-o", full, "--spill", work,
+                "--keep-free", str(KEPT_FREE_BYTES / (1 << 20)))
+    second = os.path.join(work, "guarded.mp4")
+    if ended.returncode != 0 or f"the recording goes on in {second}" not in ended.stderr:
+        raise Broken(f"{command} does not go on elsewhere: {ended.returncode}, {ended.stderr}")
+    first_s, second_s = seconds_of(full), seconds_of(second)
+    if not whole - 2.5 < first_s + second_s < whole + 0.5:
+        raise Broken(f"{command}: {first_s} s and {second_s} s of {whole} s")
+    print(f"{command}: {first_s} s, and {second_s} s in the second place, of {whole} s")
+    os.remove(full)
+    os.remove(second)
 
 
 def check_index(options, work, disk):

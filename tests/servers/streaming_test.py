@@ -1,6 +1,9 @@
 """Streams arrive whole at servers that are not ours, and a bad server costs its own output only."""
+import json
 import os
+import re
 import subprocess
+from pathlib import Path
 from types import SimpleNamespace
 
 from flash_judge import Seen, compare
@@ -109,6 +112,40 @@ class ServersTest(StreamingTest):
                 self.assertEqual(status, 0, text)
                 seen = Seen(server.finished().path)
                 self.assertEqual(compare(Seen(source), seen).complaint(), "")
+
+    def test_a_stream_beside_a_file_never_hurts_it(self):
+        make_camera_movie("in.mp4", "-g", "12", "-bf", "0", "-t", "7")
+        runs = []
+        for command, options in (("record", ["--stream-bitrate", "200", "--stream-size", "80x60"]),
+                                 ("mux", [])):
+            server = RtmpServer(command)
+            self.addCleanup(server.kill)
+            runs.append((command, server, self.run_zeva(
+                command, "--input", "in.mp4", "-o", command + ".mp4", "--also", server.url, "--json",
+                *options)))
+        for command, server, _ in runs:
+            movie = Path(command + ".mp4")
+            wait_until(lambda: movie.exists() and movie.stat().st_size > 0, f"a first {movie}")
+            server.start()
+        when_data_came([server for _, server, _ in runs], Server.kill)
+        for _, server, _ in runs:
+            server.start()
+        for command, server, recording in runs:
+            status, text = recording.end()
+            with self.subTest(command, text=text):
+                self.assertEqual(status, 0)
+                codes = re.findall(r"\(code (1\d\d)\)", text)
+                self.assertEqual(codes, ["100", "101", "103", "104"])
+                self.assert_whole(Movie(command + ".mp4"), 175, "aac")
+                states = [json.loads(line) for line in text.splitlines() if line.startswith("{")]
+                phases = [state["outputs"][1]["phase"] for state in states if state["outputs"]]
+                self.assertEqual(states[-1]["exit_status"], 0)
+                self.assertEqual(states[-1]["outputs"][1]["reconnects"], 1)
+                self.assertLessEqual({"opening", "live"}, set(phases))
+                self.assertEqual(states[-1]["outputs"][0]["packets_dropped"], 0)
+                stream = server.finished()
+                self.assertEqual(stream.video["width"], 80 if command == "record" else 160)
+                self.assertLess(stream.packets("v")[0][0], 0.2)
 
     def test_server_dies_in_mid_stream(self):
         make_camera_movie("in.mp4", *NOISE, "-t", "5")

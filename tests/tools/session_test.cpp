@@ -69,9 +69,11 @@ Outcome record(const std::vector<Report>& reports, int refused = 0) {
   FakeSource source;
   source.refused = refused;
   Terminal terminal;
-  StatusLine line(terminal, {});
+  StatusLine line(terminal, {}, false);
   testing::internal::CaptureStderr();
-  outcome.result = Recorder(recording, {true, {}}, 1, source, terminal, line).run();
+  Spill nowhere({}, {});
+  outcome.result =
+      Recorder(recording, {true, {}}, {"a.mp4"}, source, nowhere, terminal, line).run();
   outcome.shown = testing::internal::GetCapturedStderr();
   return outcome;
 }

@@ -16,8 +16,13 @@ AVRational taken_rate(const MovieInfo& wanted, AVRational rate, const MovieInfo&
 
 // The library names fields of its settings; the user knows arguments.
 std::string in_arguments(std::string text) {
-  const std::pair<const char*, const char*> names[] = {
-      {"encoder_options", "--x264"}, {"video_codec", "--vcodec"}, {"audio_codec", "--acodec"}};
+  const std::pair<const char*, const char*> names[] = {{"stream_bitrate_floor", "--stream-floor"},
+                                                       {"stream_bitrate", "--stream-bitrate"},
+                                                       {"stream_width", "--stream-size"},
+                                                       {"stream_height", "--stream-size"},
+                                                       {"encoder_options", "--x264"},
+                                                       {"video_codec", "--vcodec"},
+                                                       {"audio_codec", "--acodec"}};
   for (const auto& [field, argument] : names) {
     size_t at = text.find(field);
     if (at != std::string::npos) text.replace(at, strlen(field), argument);

@@ -28,6 +28,9 @@ class FrameRecording : public Recording {
   bool output_state(int32_t output, ZevaOutputState& state) const override {
     return ZEVA_output_state(recording, output, &state);
   }
+  bool statistics(ZevaStatistics& figures) const override {
+    return ZEVA_statistics(recording, &figures);
+  }
   void stop() override { ZEVA_stop(&recording); }
 
  private:

@@ -1,5 +1,7 @@
 #include "mux_command.h"
 
+#include <memory>
+
 #include "exit_status.h"
 #include "mux_rules.h"
 #include "packet_recording.h"
@@ -9,7 +11,7 @@
 namespace zeva_tool {
 
 int run_mux(const MuxOptions& options, Terminal& terminal) {
-  StatusLine line(terminal, output_urls(options));
+  StatusLine line(terminal, output_urls(options), options.json);
   Status status = check_mux_options(options);
   if (!status.ok()) {
     line.message(status.sentence());
@@ -17,7 +19,12 @@ int run_mux(const MuxOptions& options, Terminal& terminal) {
   }
   PacketSource source(options, terminal);
   PacketRecording recording(options, source);
-  return run_session({options, source, recording, options.pcm}, terminal, line);
+  MuxOptions elsewhere;
+  Spill spill(options.spill, [&](const std::string& path) {
+    elsewhere = into_file(options, path);
+    return std::make_unique<PacketRecording>(elsewhere, source);
+  });
+  return run_session({options, source, recording, spill, options.pcm}, terminal, line);
 }
 
 }  // namespace zeva_tool

@@ -40,6 +40,9 @@ class PacketRecording : public Recording {
   bool output_state(int32_t output, ZevaOutputState& state) const override {
     return ZEVA2_output_state(recording, output, &state);
   }
+  bool statistics(ZevaStatistics& figures) const override {
+    return ZEVA2_statistics(recording, &figures);
+  }
   void stop() override { ZEVA2_stop(&recording); }
 
  private:

@@ -40,7 +40,7 @@ std::unique_ptr<FrameSource> make_source(const RecordOptions& options, Terminal&
 }  // namespace
 
 int run_record(const RecordOptions& options, Terminal& terminal) {
-  StatusLine line(terminal, output_urls(options));
+  StatusLine line(terminal, output_urls(options), options.json);
   Status status = check_record_options(options);
   if (!status.ok()) {
     line.message(status.sentence());
@@ -48,7 +48,12 @@ int run_record(const RecordOptions& options, Terminal& terminal) {
   }
   std::unique_ptr<FrameSource> source = make_source(options, terminal);
   FrameRecording recording(options, *source);
-  return run_session({options, *source, recording, !options.raw.empty()}, terminal, line);
+  RecordOptions elsewhere;
+  Spill spill(options.spill, [&](const std::string& path) {
+    elsewhere = into_file(options, path);
+    return std::make_unique<FrameRecording>(elsewhere, *source);
+  });
+  return run_session({options, *source, recording, spill, !options.raw.empty()}, terminal, line);
 }
 
 }  // namespace zeva_tool

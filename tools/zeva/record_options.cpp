@@ -117,6 +117,25 @@ void add_encoder_options(CLI::App& command, RecordOptions& o) {
   command.add_flag("--hardware", o.hardware, "Try hardware encoders first")->group(group);
 }
 
+void add_stream_encoder_options(CLI::App& command, RecordOptions& o) {
+  const char* group = "Pictures of live streams beside files";
+  command
+      .add_option("--stream-bitrate", o.stream_bitrate_kbps,
+                  "An encoder of their own, with this rate (default: they share the files')")
+      ->type_name("KBPS")
+      ->check(int_in_range(1, 1000000))
+      ->group(group);
+  command.add_option("--stream-size", o.stream_size, "And this size (default: the files')")
+      ->type_name("WxH")
+      ->group(group);
+  command
+      .add_option("--stream-floor", o.stream_floor_kbps,
+                  "Lower their rate as far as this while a server does not keep up")
+      ->type_name("KBPS")
+      ->check(int_in_range(1, 1000000))
+      ->group(group);
+}
+
 void add_sound_options(CLI::App& command, RecordOptions& o) {
   command.add_flag("--no-audio", o.no_audio, "Record pictures only")->group("Sound");
   command
@@ -161,6 +180,7 @@ CLI::App* add_record_command(CLI::App& app, RecordOptions& options) {
   add_outputs(*command, options);
   add_video_options(*command, options);
   add_encoder_options(*command, options);
+  add_stream_encoder_options(*command, options);
   add_sound_options(*command, options);
   add_message_options(*command, options);
   return command;

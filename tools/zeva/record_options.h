@@ -33,6 +33,10 @@ struct RecordOptions : SessionOptions {
   std::string x264;
   bool hardware = false;
 
+  std::optional<int> stream_bitrate_kbps;
+  std::string stream_size;
+  std::optional<int> stream_floor_kbps;
+
   bool no_audio = false;
   std::string audio_codec;
   std::optional<int> audio_bitrate_kbps;

@@ -100,15 +100,20 @@ Status check_profile(const RecordOptions& o) {
   return {};
 }
 
-Status check_size(const RecordOptions& o) {
-  if (o.size.empty()) return {};
-  auto size = parse_size(o.size);
-  if (!size) return Status("--size " + o.size + ": not of the form WxH, such as 1280x720");
+Status check_one_size(const std::string& argument, const std::string& given) {
+  if (given.empty()) return {};
+  auto size = parse_size(given);
+  if (!size) return Status(argument + " " + given + ": not of the form WxH, such as 1280x720");
   if (size->width % 2 || size->height % 2) {
-    return Status("--size " + o.size + ": width and height must be even, since colour is encoded " +
-                  "for two by two pixels");
+    return Status(argument + " " + given + ": width and height must be even, since colour is " +
+                  "encoded for two by two pixels");
   }
   return {};
+}
+
+Status check_size(const RecordOptions& o) {
+  Status status = check_one_size("--size", o.size);
+  return status.ok() ? check_one_size("--stream-size", o.stream_size) : status;
 }
 
 Status check_streams(const RecordOptions& o) {

@@ -108,6 +108,13 @@ void set_encoder(const RecordOptions& options, const SourceFormat& source,
   add_encoder_options(settings, options.x264);
 }
 
+void set_stream_pictures(const RecordOptions& options, RecordSettings& settings) {
+  constexpr int kKilo = 1000;
+  settings.stream_bitrate = options.stream_bitrate_kbps.value_or(0) * kKilo;
+  settings.stream_floor = options.stream_floor_kbps.value_or(0) * kKilo;
+  settings.stream_size = parse_size(options.stream_size).value_or(PictureSize{});
+}
+
 void set_sound(const RecordOptions& options, const SourceFormat& source, RecordSettings& settings) {
   const StreamCodec codec = main_codecs(options).audio;
   MovieInfo& info = settings.movie;
@@ -135,6 +142,10 @@ ZevaOptions RecordSettings::options() const {
   more.video_codec = text_or_null(video_codec);
   more.audio_codec = text_or_null(audio_codec);
   more.encoder_options = text_or_null(encoder_options);
+  more.stream_bitrate = stream_bitrate;
+  more.stream_bitrate_floor = stream_floor;
+  more.stream_width = stream_size.width;
+  more.stream_height = stream_size.height;
   return more;
 }
 
@@ -151,6 +162,7 @@ RecordSettings make_settings(const RecordOptions& options, const SourceFormat& s
     settings.source_matrix = source.colours.matrix;
     settings.source_range = source.colours.range;
     set_encoder(options, source, settings);
+    set_stream_pictures(options, settings);
   }
   if (source.has_sound) set_sound(options, source, settings);
   return settings;

@@ -21,6 +21,9 @@ struct RecordSettings {
   std::string video_codec;
   std::string audio_codec;
   std::string encoder_options;
+  int stream_bitrate = 0;  // bits per second, of an encoder for the streams
+  int stream_floor = 0;    // likewise
+  PictureSize stream_size;
 
   // Goes to the library beside `movie`; refers to these settings.
   ZevaOptions options() const;

@@ -8,6 +8,7 @@
 namespace zeva_tool {
 namespace {
 
+constexpr int64_t kLookUs = 200000;
 constexpr int64_t kRoomPollUs = 1000;
 constexpr int64_t kFastPiecesAtOnce = 16;  // keys are looked at that often
 constexpr int64_t kDrainPollUs = 5000;
@@ -18,12 +19,14 @@ constexpr int64_t kOpeningStandstillUs = 1000000;
 
 }  // namespace
 
-Recorder::Recorder(Recording& the_recording, const RecordingPace& the_pace, size_t outputs,
-                   Source& the_source, Terminal& the_terminal, StatusLine& the_status_line)
+Recorder::Recorder(Recording& the_recording, const RecordingPace& the_pace,
+                   std::vector<std::string> all_urls, Source& the_source, Spill& the_spill,
+                   Terminal& the_terminal, StatusLine& the_status_line)
     : recording(the_recording),
       pace(the_pace),
-      output_count(outputs),
+      urls(std::move(all_urls)),
       source(the_source),
+      spill(the_spill),
       terminal(the_terminal),
       status_line(the_status_line) {}
 
@@ -37,6 +40,7 @@ RecordingResult Recorder::run() {
   result.stopped_by_user = quit || Terminal::stop_requested();
   look_at_outputs();
   recording.stop();
+  spill.stop();
   result.opened = begun && recording.outputs_opened();
   status_line.clear();
   show_new_reports();
@@ -92,7 +96,8 @@ bool Recorder::wait_until_due(int64_t time_us) {
     if (must_stop()) return false;
     int64_t left_us = pace.fast ? 0 : begun_us + paused_us + time_us - ZEVA_current_sys_usec();
     bool due = pause_from_us == 0 && left_us <= 0;
-    Recording::Room room = due ? recording.room() : Recording::Room::kNotYet;
+    Recording& slowest = spill.place() != nullptr ? *spill.place() : recording;
+    Recording::Room room = due ? slowest.room() : Recording::Room::kNotYet;
     if (room == Recording::Room::kYes) return true;
     if (room == Recording::Room::kNever) {
       result.refusal = "the library stands still";
@@ -106,9 +111,12 @@ bool Recorder::wait_until_due(int64_t time_us) {
 
 // False when the recording takes no more.
 bool Recorder::write(const Piece& piece) {
-  bool taken = source.write(recording.handle(), paused_us + piece.time_us);
+  stamp_us = paused_us + piece.time_us;
+  bool taken = source.write(recording.handle(), stamp_us);
+  bool elsewhere = taken ? spill.is_running() : goes_on_elsewhere();
+  if (elsewhere) taken = spill.write(source, stamp_us) || taken;
   ++result.pieces;
-  if (!taken && recording.has_ended()) {
+  if (!taken && !elsewhere && recording.has_ended()) {
     result.refusal = "the library takes no more packets; its messages tell why (--log)";
   }
   if (piece.kind == Piece::Kind::kPicture) {
@@ -120,6 +128,7 @@ bool Recorder::write(const Piece& piece) {
 // Waits until every packet has reached its outputs, as long as it goes on.
 void Recorder::drain() {
   recording.flush();
+  if (spill.place() != nullptr) spill.place()->flush();
   int64_t before = -1;
   int64_t still_since_us = 0;
   for (int64_t left = recording.waiting(); left > 0; left = recording.waiting()) {
@@ -141,7 +150,9 @@ void Recorder::handle(Terminal::Event event) {
 void Recorder::toggle_pause() {
   if (pause_from_us == 0) {
     if (recording.pause()) pause_from_us = ZEVA_current_sys_usec();
+    if (spill.place() != nullptr) spill.place()->pause();
   } else if (recording.resume()) {
+    if (spill.place() != nullptr) spill.place()->resume();
     paused_us += ZEVA_current_sys_usec() - pause_from_us;
     pause_from_us = 0;
   }
@@ -150,31 +161,47 @@ void Recorder::toggle_pause() {
 
 bool Recorder::must_stop() {
   show_new_reports();
-  size_t enough = recording.one_failure_ends_all() ? 1 : output_count;
-  return quit || Terminal::stop_requested() || inbox.failure_count() >= enough;
+  size_t enough = recording.one_failure_ends_all() ? 1 : urls.size();
+  bool failed = inbox.failure_count() >= enough && !goes_on_elsewhere();
+  return quit || Terminal::stop_requested() || failed;
 }
 
 void Recorder::show_progress() {
   result.progress.movie_us = recording.movie_time_us();
   result.progress.failures = inbox.failure_count();
   result.progress.paused = pause_from_us != 0;
-  if (status_line.is_due()) look_at_outputs();
+  int64_t now_us = ZEVA_current_sys_usec();
+  if (now_us >= next_look_us) {
+    next_look_us = now_us + kLookUs;
+    (void)goes_on_elsewhere();
+  }
   status_line.update(result.progress);
+}
+
+// True when what is still to come has a place although outputs have ended.
+bool Recorder::goes_on_elsewhere() {
+  look_at_outputs();
+  if (!spill.is_running() && spill.is_wanted(urls, result.progress.outputs)) {
+    spill.begin(stamp_us, terminal, status_line);
+  }
+  return spill.is_running();
 }
 
 void Recorder::look_at_outputs() {
   std::vector<ZevaOutputState> states;
-  for (size_t i = 0; i < output_count; ++i) {
+  for (size_t i = 0; i < urls.size(); ++i) {
     ZevaOutputState state;
     ZevaOutputState_init(&state);
     if (!recording.output_state(static_cast<int32_t>(i), state)) return;
     states.push_back(state);
   }
   result.progress.outputs = std::move(states);
+  ZevaStatistics_init(&result.progress.statistics);
+  (void)recording.statistics(result.progress.statistics);
 }
 
 void Recorder::show_new_reports() {
-  bool ends_all = output_count == 1 || recording.one_failure_ends_all();
+  bool ends_all = urls.size() == 1 || recording.one_failure_ends_all();
   if (!ends_all) show_new_failures();  // otherwise the end will tell
   for (const Report& change : inbox.take_changes()) status_line.message(change.text);
   if (inbox.notice_count() == notices_shown) return;

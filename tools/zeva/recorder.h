@@ -15,6 +15,7 @@
 #include "picture_grid.h"
 #include "recording.h"
 #include "source.h"
+#include "spill.h"
 #include "status_inbox.h"
 #include "status_line.h"
 #include "terminal.h"
@@ -39,8 +40,8 @@ struct RecordingResult {
 class Recorder {
  public:
   // The references must outlive the recorder.
-  Recorder(Recording& recording, const RecordingPace& pace, size_t output_count, Source& source,
-           Terminal& terminal, StatusLine& status_line);
+  Recorder(Recording& recording, const RecordingPace& pace, std::vector<std::string> urls,
+           Source& source, Spill& spill, Terminal& terminal, StatusLine& status_line);
   ~Recorder();
   Recorder(const Recorder&) = delete;
   Recorder& operator=(const Recorder&) = delete;
@@ -59,13 +60,15 @@ class Recorder {
   bool must_stop();
   void show_progress();
   void look_at_outputs();
+  bool goes_on_elsewhere();
   void show_new_reports();
   void show_new_failures();
 
   Recording& recording;
   const RecordingPace pace;
-  const size_t output_count;
+  const std::vector<std::string> urls;
   Source& source;
+  Spill& spill;
   Terminal& terminal;
   StatusLine& status_line;
 
@@ -79,6 +82,8 @@ class Recorder {
   int64_t begun_us = 0;
   int64_t paused_us = 0;  // all pauses together
   int64_t pause_from_us = 0;
+  int64_t next_look_us = 0;
+  int64_t stamp_us = 0;  // of the latest piece
   bool pictures_over = false;
   bool sound_over = false;
 };

@@ -62,6 +62,8 @@ class Recording {
   // False when it is not known.
   virtual bool output_state(int32_t /*output*/, ZevaOutputState& /*state*/) const { return false; }
 
+  virtual bool statistics(ZevaStatistics& /*statistics*/) const { return false; }
+
   // Ends the recording; blocks until the outputs are finished.
   virtual void stop() = 0;
 };

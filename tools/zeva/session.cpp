@@ -5,6 +5,7 @@
 #include <system_error>
 #include <vector>
 
+#include "answers.h"
 #include "exit_status.h"
 #include "file_check.h"
 #include "output_guard.h"
@@ -119,35 +120,49 @@ RecordingResult record(const Session& session, Terminal& terminal, StatusLine& l
   RecordingPace pace;
   pace.fast = options.fast;
   if (options.duration_s) pace.duration_us = static_cast<int64_t>(*options.duration_s * 1e6);
-  Recorder recorder(session.recording, pace, output_urls(options).size(), session.source, terminal,
-                    line);
+  Recorder recorder(session.recording, pace, output_urls(options), session.source, session.spill,
+                    terminal, line);
   return recorder.run();
+}
+
+// Tells how the recording went. Returns the exit status.
+int conclude(const Session& session, const RecordingResult& result, bool index_was_there,
+             StatusLine& line) {
+  const std::vector<std::string> urls = output_urls(session.options);
+  for (const std::string& text : session.source.warnings()) line.message("warning: " + text);
+  std::vector<std::string> faults =
+      recording_faults(urls, result, session.recording.one_failure_ends_all());
+  const bool finished = faults.empty();
+  for (const std::string& url : early_ends(urls, result)) {
+    if (url != session.spill.ended() || session.spill.path().empty()) {
+      faults.push_back(url + " was finished before the recording's end: its disk has no more room");
+    }
+  }
+  if (!session.spill.fault().empty()) faults.push_back(session.spill.fault());
+  for (const std::string& fault : missing_parts(result)) faults.push_back(fault);
+  for (const std::string& fault : faults) line.message(fault);
+  settle_index(session.options, result, finished, index_was_there, line);
+  if (!faults.empty()) return kExitFailure;
+  report_success(result, urls, line);
+  return kExitSuccess;
 }
 
 }  // namespace
 
 int run_session(const Session& session, Terminal& terminal, StatusLine& line) {
-  const SessionOptions& options = session.options;
   terminal.catch_signals();
   Status status = open(session, terminal);
   if (!status.ok()) {
     line.message(status.sentence());
+    line.finish({}, kExitFailure);
     return kExitFailure;
   }
   if (!session.stdin_is_data) terminal.take_keys();
-  bool index_was_there = file_exists(index_path(options));
-  RecordingResult result = record(session, terminal, line);
-  for (const std::string& text : session.source.warnings()) line.message("warning: " + text);
-  std::vector<std::string> urls = output_urls(options);
-  std::vector<std::string> faults =
-      recording_faults(urls, result, session.recording.one_failure_ends_all());
-  const bool finished = faults.empty();
-  for (const std::string& fault : missing_parts(result)) faults.push_back(fault);
-  for (const std::string& fault : faults) line.message(fault);
-  settle_index(options, result, finished, index_was_there, line);
-  if (!faults.empty()) return kExitFailure;
-  report_success(result, urls, line);
-  return kExitSuccess;
+  const bool index_was_there = file_exists(index_path(session.options));
+  const RecordingResult result = record(session, terminal, line);
+  const int exit_status = conclude(session, result, index_was_there, line);
+  line.finish(result.progress, exit_status);
+  return finish_answers(terminal, exit_status);
 }
 
 }  // namespace zeva_tool

@@ -5,6 +5,7 @@
 #include "recording.h"
 #include "session_options.h"
 #include "source.h"
+#include "spill.h"
 #include "status_line.h"
 #include "terminal.h"
 
@@ -14,6 +15,7 @@ struct Session {
   const SessionOptions& options;
   Source& source;
   Recording& recording;
+  Spill& spill;
   bool stdin_is_data = false;  // then it is not a keyboard
 };
 

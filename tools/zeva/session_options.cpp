@@ -88,6 +88,11 @@ void add_stream_options(CLI::App& command, SessionOptions& o) {
       ->capture_default_str()
       ->check(number_in_range(0, 1e9))
       ->group(kOutputs);
+  command
+      .add_option("--spill", o.spill,
+                  "Go on in a file of this folder when a file ends early or its disk fails")
+      ->type_name("FOLDER")
+      ->group(kOutputs);
 }
 
 void add_message_options(CLI::App& command, SessionOptions& o) {
@@ -97,6 +102,11 @@ void add_message_options(CLI::App& command, SessionOptions& o) {
   command.add_option("--log-level", o.log_level, "0 least to 6 everything (default: 4 with --log)")
       ->type_name("N")
       ->check(int_in_range(0, 6))
+      ->group(kMessages);
+  command
+      .add_flag("--json", o.json,
+                "The state of the recording and its outputs, a JSON object a second on standard "
+                "output")
       ->group(kMessages);
   command.add_flag("--verbose", o.verbose, "Let the libraries' messages through to the console")
       ->group(kMessages);

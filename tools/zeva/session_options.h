@@ -24,9 +24,11 @@ struct SessionOptions {
   bool replace = false;  // existing files, without asking
   std::vector<std::string> meta;
 
+  bool json = false;
   bool require_streams = false;
   double stream_keep_s = 3;
   double keep_free_mb = 64;
+  std::string spill;
 
   std::string log;
   std::optional<int> log_level;
@@ -44,6 +46,16 @@ CLI::Validator int_in_range(int min, int max);
 CLI::Validator number_in_range(double min, double max);
 
 extern const char* const kKeysAndExitHelp;
+
+// The same recording into one file only, with its usual index.
+template <typename Options>
+Options into_file(Options options, const std::string& path) {
+  options.output = path;
+  options.also.clear();
+  options.index.clear();
+  options.spill.clear();
+  return options;
+}
 
 // All outputs, the main one first.
 std::vector<std::string> output_urls(const SessionOptions& options);

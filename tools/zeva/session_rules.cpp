@@ -2,9 +2,13 @@
 
 #include <algorithm>
 #include <array>
+#include <filesystem>
+#include <system_error>
 
 #include "file_check.h"
 #include "output_url.h"
+
+namespace fs = std::filesystem;
 
 namespace zeva_tool {
 namespace {
@@ -26,6 +30,12 @@ Status check_urls(const SessionOptions& o, const SessionLimits& limits) {
     }
   }
   return {};
+}
+
+Status check_spill(const SessionOptions& o) {
+  std::error_code error;
+  if (o.spill.empty() || fs::is_directory(fs::u8path(o.spill), error)) return {};
+  return Status("--spill " + o.spill + ": there is no such folder");
 }
 
 Status check_meta(const SessionOptions& o, const SessionLimits& limits) {
@@ -123,6 +133,7 @@ bool is_listed(const std::string& muxer, AVCodecID codec) {
 Status check_session_options(const SessionOptions& options, const SessionLimits& limits,
                              const NamedFiles& inputs) {
   Status status = check_urls(options, limits);
+  if (status.ok()) status = check_spill(options);
   if (status.ok()) status = check_meta(options, limits);
   if (status.ok()) status = check_index(options, limits);
   if (status.ok()) status = check_files_differ(options, inputs);

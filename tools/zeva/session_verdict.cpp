@@ -1,6 +1,7 @@
 #include "session_verdict.h"
 
 #include <algorithm>
+#include <iterator>
 #include <set>
 #include <utility>
 
@@ -37,8 +38,17 @@ bool can_be_checked(const std::string& url) {
   return is_local_file(url) && !is_special_file(local_path(url));
 }
 
+bool ended_early(const std::string& url, const RecordingResult& result) {
+  return std::any_of(result.notices.begin(), result.notices.end(), [&](const Report& notice) {
+    return notice.code == kZevaStatusFileFinishedEarly &&
+           notice.text.find("'" + url + "'") != std::string::npos;
+  });
+}
+
 Status check_output(const std::string& url, const RecordingResult& result, bool of_packets) {
-  if (!of_packets && result.failures.empty()) return check_movie_file(local_path(url));
+  const bool whole_by_itself = ended_early(url, result);
+  if (whole_by_itself || (!of_packets && result.failures.empty()))
+    return check_movie_file(local_path(url));
   int64_t tolerance_us = of_packets ? kPacketsHoldBackUs : kEncodersHoldBackUs;
   return check_movie_length(local_path(url), result.progress.movie_us, tolerance_us);
 }
@@ -110,6 +120,13 @@ Sentences recording_faults(const std::vector<std::string>& urls, const Recording
   Sentences faults = find_faults(urls, result, of_packets);
   if (of_packets && faults.empty() && !result.refusal.empty()) faults.push_back(result.refusal);
   return faults;
+}
+
+Sentences early_ends(const Sentences& urls, const RecordingResult& result) {
+  Sentences ended;
+  std::copy_if(urls.begin(), urls.end(), std::back_inserter(ended),
+               [&](const std::string& url) { return ended_early(url, result); });
+  return ended;
 }
 
 Sentences stream_gaps(const std::vector<std::string>& urls, const RecordingResult& result) {

@@ -26,6 +26,10 @@ bool lacks_index(const RecordingResult& result);
 // whole.
 std::vector<std::string> recording_doubts(const RecordingResult& result);
 
+// The files that were finished before the recording's end, since their disks have no more room.
+std::vector<std::string> early_ends(const std::vector<std::string>& urls,
+                                    const RecordingResult& result);
+
 // A sentence for every stream that did not get everything.
 std::vector<std::string> stream_gaps(const std::vector<std::string>& urls,
                                      const RecordingResult& result);

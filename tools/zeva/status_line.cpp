@@ -4,7 +4,9 @@
 #include <system_error>
 #include <utility>
 
+#include "answers.h"
 #include "output_url.h"
+#include "progress_json.h"
 #include "text_format.h"
 #include "zeva/record.h"
 
@@ -15,6 +17,7 @@ namespace {
 
 constexpr int64_t kTerminalIntervalUs = 200000;
 constexpr int64_t kPlainIntervalUs = 5000000;
+constexpr int64_t kJsonIntervalUs = 1000000;
 constexpr int64_t kRateWindowUs = 1000000;
 
 std::string stream_state(const ZevaOutputState& state) {
@@ -34,14 +37,13 @@ std::string stream_state(const ZevaOutputState& state) {
 
 }  // namespace
 
-StatusLine::StatusLine(const Terminal& the_terminal, std::vector<std::string> urls)
-    : terminal(the_terminal), line(the_terminal), outputs(std::move(urls)) {}
+StatusLine::StatusLine(const Terminal& the_terminal, std::vector<std::string> urls, bool as_json)
+    : terminal(the_terminal), line(the_terminal), outputs(std::move(urls)), json(as_json) {}
 
 int64_t StatusLine::interval_us() const {
+  if (json) return kJsonIntervalUs;
   return terminal.console_is_terminal() ? kTerminalIntervalUs : kPlainIntervalUs;
 }
-
-bool StatusLine::is_due() const { return ZEVA_current_sys_usec() - shown_us >= interval_us(); }
 
 void StatusLine::update(const Progress& progress) {
   int64_t now_us = ZEVA_current_sys_usec();
@@ -51,7 +53,18 @@ void StatusLine::update(const Progress& progress) {
   if (!changed && now_us - shown_us < interval_us()) return;
   shown_us = now_us;
   was_paused = progress.paused;
-  line.draw(text(progress));
+  if (json) {
+    answer(terminal, json_line(progress_json(progress, outputs)));
+  } else {
+    line.draw(text(progress));
+  }
+}
+
+void StatusLine::finish(const Progress& progress, int exit_status) {
+  if (!json) return;
+  auto last = progress_json(progress, outputs);
+  last["exit_status"] = exit_status;
+  answer(terminal, json_line(last));
 }
 
 void StatusLine::measure_rate(const Progress& progress, int64_t now_us) {

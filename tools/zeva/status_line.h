@@ -1,5 +1,5 @@
 // What the user sees while recording: one line, redrawn in place on a terminal, or a line now and
-// then in a file or a pipe.
+// then in a file or a pipe. For a program: a JSON object a second on standard output.
 #pragma once
 
 #include <cstdint>
@@ -20,18 +20,20 @@ struct Progress {
   size_t failures = 0;
   bool paused = false;
   std::vector<ZevaOutputState> outputs;  // as far as they are known
+  ZevaStatistics statistics{};           // likewise
 };
 
 class StatusLine {
  public:
   // `terminal` must outlive the line; its console is taken anew for every output.
-  StatusLine(const Terminal& terminal, std::vector<std::string> outputs);
+  StatusLine(const Terminal& terminal, std::vector<std::string> outputs, bool json);
+
+  // For a program: the last object, with the exit status.
+  void finish(const Progress& progress, int exit_status);
 
   // Shows the progress if it is time for it.
   void update(const Progress& progress);
   int64_t interval_us() const;
-  // Whether an update now would show anything.
-  bool is_due() const;
 
   // As ConsoleLine has them.
   void message(const std::string& text) { line.message(text); }
@@ -45,6 +47,7 @@ class StatusLine {
   const Terminal& terminal;
   ConsoleLine line;
   std::vector<std::string> outputs;
+  const bool json;
   int64_t shown_us = 0;
   bool was_paused = false;
   int64_t rate_from_us = 0;
