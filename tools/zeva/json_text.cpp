@@ -67,11 +67,6 @@ int refuse(const Terminal& terminal, bool json, const Status& why, int exit_stat
   return finish_answers(terminal, exit_status);
 }
 
-double json_seconds(int64_t us) {
-  const int64_t ms = us / 1000;  // what is told
-  return static_cast<double>(ms) / 1000;
-}
-
 Json facts_json(const IndexFacts& facts) {
   Json json;
   json["index"] = facts.path;

@@ -17,7 +17,11 @@ std::string printed(const nlohmann::ordered_json& object);
 // it. Returns `exit_status`.
 int refuse(const Terminal& terminal, bool json, const Status& why, int exit_status);
 
-double json_seconds(int64_t us);  // of milliseconds' precision
+// Of milliseconds' precision.
+inline double json_seconds(int64_t us) {
+  const int64_t ms = us / 1000;
+  return static_cast<double>(ms) / 1000;
+}
 
 nlohmann::ordered_json facts_json(const IndexFacts& facts);
 
