@@ -40,10 +40,10 @@ void start_network_once() {
 
 }  // namespace
 
-AVMux::AVMux(const MovieInfo2& info, const Options& options, ZEVA2_status_callback status_cb,
+AVMux::AVMux(const MovieInfo2& info, const Options& host_options, ZEVA2_status_callback status_cb,
              void* user)
     : settings(info),
-      options(options),
+      options(host_options),
       outputs(settings, options,
               [this](int32_t code, const std::string& text) { report(code, text); }),
       status_cb(status_cb),

@@ -27,7 +27,7 @@ namespace zeva {
 // time, start first, stop last and alone.
 class AVMux {
  public:
-  AVMux(const MovieInfo2& info, const Options& options, ZEVA2_status_callback status_cb,
+  AVMux(const MovieInfo2& info, const Options& host_options, ZEVA2_status_callback status_cb,
         void* user);
   ~AVMux();
   AVMux(const AVMux&) = delete;

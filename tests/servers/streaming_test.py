@@ -132,8 +132,8 @@ class ServersTest(StreamingTest):
             server.start()
         for command, server, recording in runs:
             status, text = recording.end()
-            with self.subTest(command, text=text):
-                self.assertEqual(status, 0)
+            with self.subTest(command):
+                self.assertEqual(status, 0, text)
                 codes = re.findall(r"\(code (1\d\d)\)", text)
                 self.assertEqual(codes, ["100", "101", "103", "104"])
                 self.assert_whole(Movie(command + ".mp4"), 175, "aac")
@@ -141,7 +141,7 @@ class ServersTest(StreamingTest):
                 phases = [state["outputs"][1]["phase"] for state in states if state["outputs"]]
                 self.assertEqual(states[-1]["exit_status"], 0)
                 self.assertEqual(states[-1]["outputs"][1]["reconnects"], 1)
-                self.assertLessEqual({"opening", "live"}, set(phases))
+                self.assertIn("live", phases)
                 self.assertEqual(states[-1]["outputs"][0]["packets_dropped"], 0)
                 stream = server.finished()
                 self.assertEqual(stream.video["width"], 80 if command == "record" else 160)
