@@ -163,7 +163,7 @@ bool Recorder::must_stop() {
   show_new_reports();
   size_t enough = recording.one_failure_ends_all() ? 1 : urls.size();
   bool failed = inbox.failure_count() >= enough && !goes_on_elsewhere();
-  return quit || Terminal::stop_requested() || failed;
+  return quit || Terminal::stop_requested() || failed || everything_has_ended();
 }
 
 void Recorder::show_progress() {
@@ -185,6 +185,15 @@ bool Recorder::goes_on_elsewhere() {
     spill.begin(stamp_us, terminal, status_line);
   }
   return spill.is_running();
+}
+
+// Files that ended early, say: nothing takes what is still to come.
+bool Recorder::everything_has_ended() const {
+  const std::vector<ZevaOutputState>& states = result.progress.outputs;
+  return !states.empty() && !spill.is_running() &&
+         std::all_of(states.begin(), states.end(), [](const ZevaOutputState& state) {
+           return state.phase == kZevaOutputFinished || state.phase == kZevaOutputGivenUp;
+         });
 }
 
 void Recorder::look_at_outputs() {
