@@ -54,7 +54,6 @@ void MovieOutput::prepare_context() {
   if (is_network()) oc->interrupt_callback = io.callback();
   if (is_rtsp_url(output_url.c_str())) av_opt_set(oc->priv_data, "rtsp_transport", "tcp", 0);
   if (server_timeout_us > 0) av_opt_set_int(oc->priv_data, "stimeout", server_timeout_us, 0);
-  oc->max_interleave_delta = kLongestHoldMs * 1000;
 }
 
 void MovieOutput::set_server_timeout(int64_t timeout_us) {
@@ -166,6 +165,7 @@ int MovieOutput::write(AVPacket* packet) {
     av_packet_unref(packet);
     return 0;
   }
+  oc->max_interleave_delta = progress.times.is_starting() ? 0 : kLongestHoldMs * 1000;  // 0: none
   int result = begin_packet(*packet);
   if (result >= 0) (void)write_interleaved(packet, result);
   if (result < 0) av_packet_unref(packet);
@@ -192,6 +192,7 @@ void MovieOutput::leave_out(const std::string& why) {
 }
 
 int MovieOutput::write_held() {
+  if (progress.times.is_starting()) return 0;
   io.begin_operation();
   int result = 0;
   while (!write_interleaved(nullptr, result)) {

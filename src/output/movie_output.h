@@ -84,12 +84,13 @@ class MovieOutput {
   [[nodiscard]] int commit();
   // Writes a packet with interleaving and takes over its reference, also on failure. It is held
   // back until the other streams have one as well, but for no more than kLongestHoldMs of movie
-  // time; the caller sees to it that it is not for longer by the clock. AVERROR(ENOSPC) before the
+  // time, longer only at the start of FLV (MovieTimes::is_starting); the caller sees to it that it
+  // is not for longer by the clock. AVERROR(ENOSPC) before the
   // disk is so full that the trailer would not fit, or too little would stay free: the movie can be
   // finished then. A packet that the muxer refuses, for its time or its bytes, is left out and
   // reported, and is no failure.
   [[nodiscard]] int write(AVPacket* packet);
-  // Writes what is held back, and lets the system have all of it.
+  // Writes what is held back, but not at the start of FLV, and lets the system have all of it.
   [[nodiscard]] int write_held();
   // Writes a packet without interleaving; the packet's data stays the caller's.
   [[nodiscard]] int write_in_order(AVPacket* packet);

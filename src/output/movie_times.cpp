@@ -5,9 +5,15 @@
 #include "av_error.h"
 
 namespace zeva {
+namespace {
+
+constexpr int64_t kLongestStartUs = 5000000;
+
+}  // namespace
 
 void MovieTimes::begin(AVFormatContext& oc) {
   last_times.assign(oc.nb_streams, INT64_MIN);
+  starting = av_match_name(oc.oformat->name, "flv") != 0;
   floor_is_zero = (oc.oformat->flags & (AVFMT_TS_NEGATIVE | AVFMT_NOTIMESTAMPS)) == 0;
   if (!floor_is_zero) return;
   oc.avoid_negative_ts = 0;
@@ -27,7 +33,14 @@ bool MovieTimes::fit(const AVFormatContext& oc, AVPacket& packet) {
   const int64_t lowest = last == INT64_MIN ? zero : std::max(zero, last + 1);
   if (packet.pts != AV_NOPTS_VALUE && packet.pts < lowest) return false;
   packet.dts = last = std::max(packet.dts, lowest);
+  starting = starting && still_starts(av_rescale_q(packet.dts, time_base, kMicroseconds));
   return true;
+}
+
+bool MovieTimes::still_starts(int64_t dts_us) {
+  if (first_us == INT64_MIN) first_us = dts_us;
+  const bool all_began = std::count(last_times.begin(), last_times.end(), INT64_MIN) == 0;
+  return !all_began && dts_us - first_us < kLongestStartUs;
 }
 
 void MovieTimes::note(const AVFormatContext& oc, const AVPacket& packet) {

@@ -20,6 +20,11 @@ class MovieTimes {
   // shown before that, and is to be left out.
   bool fit(const AVFormatContext& oc, AVPacket& packet);
 
+  // True while nothing is to be written, as a packet may come that lies before all that came so
+  // far. FLV takes nothing before its first tag, so each stream's first packet is waited for, but
+  // no longer than five seconds of movie time: a stream may be silent from the beginning on.
+  bool is_starting() const { return starting; }
+
   // The packet is written. A damaged index has packets of any stream and time, which count not.
   void note(const AVFormatContext& oc, const AVPacket& packet);
 
@@ -27,7 +32,11 @@ class MovieTimes {
   int64_t end_us() const { return latest_us; }
 
  private:
+  bool still_starts(int64_t dts_us);
+
   bool floor_is_zero = false;
+  bool starting = false;
+  int64_t first_us = INT64_MIN;     // decoding time
   std::vector<int64_t> last_times;  // decoding times of the streams
   int64_t latest_us = 0;
 };
