@@ -10,8 +10,9 @@
 //   live.reconnect_first_us = 250000;        /* it comes back */
 //   live.reconnect_longest_us = 2000000;
 //   live.reconnect_total_us = -1;
-//   const ZevaOutputPolicy* policies[] = {NULL, &live};    /* url: a file; other_urls[0]: a server
-//   */ options.policies = policies; options.policy_count = 2;
+//   const ZevaOutputPolicy* policies[] = {NULL, &live};  /* url: a file, other_urls[0]: a server */
+//   options.policies = policies;
+//   options.policy_count = 2;
 //
 // Records are versioned by their size, as ZevaOptions is: the library fills in no more than
 // `struct_size` says, and takes 0 for what an older host's record lacks. Times are microseconds,
