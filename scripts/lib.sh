@@ -202,7 +202,8 @@ run_tests() {
   shift
   report=$root/build/log/tests-$preset.xml
   rm -f "$report"
-  "$@" ctest --preset "$preset" --no-tests=error --output-on-failure --output-junit "$report" < /dev/null || status=$?
+  "$@" ctest --preset "$preset" --parallel "$jobs" --no-tests=error --output-on-failure --output-junit "$report" \
+    < /dev/null || status=$?
   [[ ! -s $report ]] || count_tests "$report"
   # A run that broke off without a failed test is a failure all the same.
   if ((status != 0 && failed == failed_before)); then note failed; fi
