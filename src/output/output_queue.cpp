@@ -46,8 +46,13 @@ int OutputQueue::put_or_wait(const AVPacket& packet, int64_t time_us, bool inter
   const int result = packets.put_bounded(reference.get(), limits, waits, time_us);
   if (result != -2) return result;
   overflowed = true;
-  packets.abort();
+  abort();
   return -1;
+}
+
+void OutputQueue::abort() {
+  packets.abort();
+  drop_all();
 }
 
 int OutputQueue::put_or_drop(const AVPacket& packet, int64_t time_us) {

@@ -44,7 +44,8 @@ class OutputQueue {
   void end() { packets.put(PacketQueue::tailer()); }
   // From now on a full queue makes nobody wait.
   void stop_waiting() { packets.stop_waiting(); }
-  void abort() { packets.abort(); }
+  // Takes and gives nothing any more; what is queued counts as dropped.
+  void abort();
   int get_within(AVPacket* packet, int timeout_ms) {
     return packets.get_within(packet, timeout_ms);
   }

@@ -239,7 +239,10 @@ int OutputThread::write(AVPacket& packet) {
   av_packet_rescale_ts(&packet, stream.time_base,
                        output.context()->streams[packet.stream_index]->time_base);
   const int result = output.write(&packet);
-  if (result < 0) return result;
+  if (result < 0) {
+    monitor.count_dropped(stream.pictures);
+    return result;
+  }
   monitor.count_written(bytes, end_us);
   ++written;
   return 0;

@@ -422,6 +422,8 @@ TEST_F(DiskTest, AFileFinishedEarlyIsToldOnceAndClosed) {
   const auto packets = std::to_string(state.packets_written) + " packets";
   EXPECT_NE(text.find("'" + written.movie + "' is finished early: "), std::string::npos) << text;
   EXPECT_NE(text.find(packets), std::string::npos) << text;
+  EXPECT_EQ(state.packets_written + state.packets_dropped, taken);
+  EXPECT_EQ(state.queued_packets, 0);
   // Before the recording ends.
   expect_beginning(sizes_in(written.movie), static_cast<size_t>(state.packets_written));
   EXPECT_FALSE(zeva::is_locked(written.index));
