@@ -11,6 +11,8 @@ namespace {
 
 // Enough to keep every thread busy, little enough to stay in memory that is warm.
 constexpr int32_t kUsualWaiting = 256;
+// What waits for a file that ends early is lost: the second place never sees it.
+constexpr int32_t kWaitingBesideSpill = 32;
 // The library drops from 2000 on. That far one stream may run ahead while the library needs the
 // other one: to know both before it opens the outputs, or when one ends long before the other.
 constexpr int32_t kMostWaiting = 1900;
@@ -26,7 +28,10 @@ void copy_text(char* to, size_t size, const std::string& from) {
 }  // namespace
 
 PacketRecording::PacketRecording(const MuxOptions& the_options, PacketSource& the_source)
-    : options(the_options), policies(the_options), source(the_source) {}
+    : options(the_options),
+      policies(the_options),
+      source(the_source),
+      usual_waiting(the_options.spill.empty() ? kUsualWaiting : kWaitingBesideSpill) {}
 
 Status PacketRecording::prepare() {
   Status status = check_containers(options, source.has_pictures(), source.has_sound());
@@ -68,7 +73,7 @@ Recording::Room PacketRecording::room() {
   }
   if (outputs >= 0) seen_open = true;
   int32_t inputs = std::max(video, audio);
-  if (inputs < kUsualWaiting && outputs < kUsualWaiting) {
+  if (inputs < usual_waiting && outputs < usual_waiting) {
     still_since_us = 0;
     unasked = kAtOnce;
     return Room::kYes;
@@ -78,8 +83,8 @@ Recording::Room PacketRecording::room() {
   if (still_since_us == 0 || all != last_waiting) still_since_us = now_us;
   last_waiting = all;
   int64_t still_us = now_us - still_since_us;
-  if (outputs < kUsualWaiting && inputs < kMostWaiting) {
-    if (outputs < 0) return Room::kYes;
+  if (outputs < usual_waiting && inputs < kMostWaiting) {
+    if (outputs < 0 && usual_waiting == kUsualWaiting) return Room::kYes;
     if (still_us > kStandstillUs) {
       still_since_us = now_us - kStandstillUs;  // go on like this until something moves
       last_waiting = all + 1;

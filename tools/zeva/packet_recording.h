@@ -49,6 +49,7 @@ class PacketRecording : public Recording {
   const MuxOptions& options;
   const OutputPolicies policies;
   PacketSource& source;
+  const int32_t usual_waiting;  // packets of one stream or output
   MovieInfo2 settings{};
   void* recording = nullptr;
   StatusInbox* inbox = nullptr;
