@@ -192,7 +192,8 @@ class MovieTest(ToolTest):
             done = run(["unshare", "--mount", "sh", "-c", "mount -t tmpfs -o size=1m none disk; "
                         '"$@"; status=$?; cp disk/a.mp4 .; exit $status', "sh",
                         *self.command("--raw", "320x180@25", "--bitrate", "10000", "-o",
-                                      "disk/a.mp4", "--index", "index", "--also", "b.mkv")], noise)
+                                      "disk/a.mp4", "--index", "index", "--also", "b.mkv",
+                                      "--keep-free", "0")], noise)
         self.assertEqual(done.returncode, 1, done.stdout)
         self.assertEqual(len(re.findall("an output failed: .*No space left", done.stdout)), 1)
         self.assertEqual(Movie("b.mkv").frames, 50)
