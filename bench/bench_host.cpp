@@ -122,6 +122,9 @@ int main(int argc, char** argv) {
   }
   const double wall_ms = milliseconds(Clock::now() - begin);
   const long late_kib = resident_kib();
+  ZevaStatistics statistics;
+  ZevaStatistics_init(&statistics);
+  ZEVA_statistics(recording, &statistics);
   const auto before_stop = Clock::now();
   ZEVA_stop(&recording);
   const double stop_ms = milliseconds(Clock::now() - before_stop);
@@ -129,8 +132,10 @@ int main(int argc, char** argv) {
   printf(
       "{\"frames\": %d, \"wall_ms\": %.1f, \"start_ms\": %.2f, \"stop_ms\": %.2f, "
       "\"call_p50_ms\": %.3f, \"call_p99_ms\": %.3f, \"call_max_ms\": %.3f, "
+      "\"convert_mean_ms\": %.3f, \"encode_mean_ms\": %.3f, "
       "\"rss_10s_kib\": %ld, \"rss_end_kib\": %ld, \"rss_after_stop_kib\": %ld}\n",
       frames, wall_ms, start_ms, stop_ms, percentile(calls, 0.5), percentile(calls, 0.99),
-      calls.back(), early_kib, late_kib, resident_kib());
+      calls.back(), static_cast<double>(statistics.convert_mean_us) / 1000,
+      static_cast<double>(statistics.encode_mean_us) / 1000, early_kib, late_kib, resident_kib());
   return 0;
 }

@@ -28,6 +28,8 @@ def pictures(bench):
     lines = [
         ["`ZEVA_write_video_bgra` p50 / p99 / max, ms",
          *(f"{f['call_p50_ms']:.1f} / {f['call_p99_ms']:.1f} / {f['call_max_ms']:.1f}" for f in figures)],
+        ["of that, means: conversion / waiting for the encoder, ms",
+         *(f"{f['convert_mean_ms']:.1f} / {f['encode_mean_ms']:.1f}" for f in figures)],
         ["`ZEVA_start`, ms", *(f"{f['start_ms']:.1f}" for f in figures)],
         ["`ZEVA_stop`, ms", *(f"{f['stop_ms']:.1f}" for f in figures)],
         ["resident at the end, MiB", *(f"{f['rss_end_kib'] / 1024:.1f}" for f in figures)],

@@ -8,6 +8,7 @@ from . import bench as b
 from . import sources, svg
 
 SIZE = "160x90"
+LONGEST_RUN_S = 1800
 
 
 def resident_mib(pid):
@@ -22,7 +23,7 @@ def samples(command, hours):
                           stderr=subprocess.DEVNULL) as process:
         while process.poll() is None:
             points.append((time.monotonic() - start, resident_mib(process.pid)))
-            if points[-1][0] > b.LONGEST_RUN_S:
+            if points[-1][0] > LONGEST_RUN_S:
                 process.kill()
             time.sleep(0.05)
         whole = time.monotonic() - start
