@@ -12,6 +12,7 @@ import statistics
 import subprocess
 import sys
 import time
+from concurrent import futures
 
 from . import bench as b
 
@@ -57,6 +58,12 @@ def stop(hosts):
     for host, _ in hosts:
         host.ask_to_stop()
     return [host.stopped() for host, _ in hosts]
+
+
+def side_by_side(measure, kit, rounds):
+    """What it gives for each interface."""
+    with futures.ThreadPoolExecutor() as pool:
+        return list(zip(MEDIA, pool.map(lambda media: measure(kit, media, rounds), MEDIA)))
 
 
 def lost_in(file, given):
@@ -143,23 +150,28 @@ def one_restart(kit, server, host, chance):
     return time.monotonic() - start
 
 
+def restarted_medium(kit, media, rounds):
+    chance = random.Random(media)
+    server = kit.server()
+    host, file = kit.record(media, server.url)
+    kit.servers.wait_until(server.has_data, "data")
+    before = host.usage()
+    back = [one_restart(kit, server, host, chance) for _ in range(rounds)]
+    more = [now - then for now, then in zip(host.usage(), before)]
+    end = stop([(host, file)])[0]
+    left = [now - then for now, then in zip(host.usage(), host.at_rest)]
+    lost = lost_in(file, end["pictures"])
+    host.kill()
+    server.kill()
+    return lost, back, left, more
+
+
 def restarted(bench, kit):
-    rounds, rows, worst, chance = bench.choose(100, 3), [], [0, 0, 0], random.Random(12)
-    for media in MEDIA:
-        server = kit.server()
-        host, file = kit.record(media, server.url)
-        kit.servers.wait_until(server.has_data, "data")
-        before = host.usage()
-        back = [one_restart(kit, server, host, chance) for _ in range(rounds)]
-        more = [now - then for now, then in zip(host.usage(), before)]
-        end = stop([(host, file)])[0]
-        left = [now - then for now, then in zip(host.usage(), host.at_rest)]
-        lost = lost_in(file, end["pictures"])
+    rounds, rows, worst = bench.choose(100, 3), [], [0, 0, 0]
+    for media, (lost, back, left, more) in side_by_side(restarted_medium, kit, rounds):
         rows.append([f"{media}, {rounds} times", lost, f"{statistics.median(back):.2f} / {max(back):.2f}",
                      f"{left[2]} / {left[1]}", f"{more[0] / 1024:.2f}"])
         worst = [max(worst[0], lost), max(worst[1], max(back)), max(worst[2], statistics.median(back))]
-        host.kill()
-        server.kill()
     head = ["server killed and started again at random", "pictures lost in the file",
             "has the stream after it listens, median / most, s", "descriptors / threads left", "memory, MiB more"]
     return b.table(head, rows) + "\n" + (
@@ -167,30 +179,66 @@ def restarted(bench, kit):
         b.aim("median return, s", worst[2], BACK_MEDIAN_AIM_S))
 
 
+def started_medium(kit, media, rounds):
+    server = kit.server()
+    host, _ = kit.record(media, server.url)
+    for number in range(rounds):
+        host.started()
+        if number % 5 == 0:
+            server.kill() if number % 10 == 0 else server.start()
+        if number == rounds // 10:
+            before = host.usage()
+        host.ask_to_stop()
+        host.stopped()
+        host.said.clear()
+        if number < rounds - 1:
+            host.begin()
+    more = [now - then for now, then in zip(host.usage(), before)]
+    left = [now - then for now, then in zip(host.usage(), host.at_rest)]
+    host.kill()
+    server.kill()
+    return left, more
+
+
 def started_and_stopped(bench, kit):
     """In one process, each to a file and a stream whose server comes and goes."""
-    rounds, rows = bench.choose(1000, 20), []
-    for media in MEDIA:
-        server = kit.server()
-        host, _ = kit.record(media, server.url)
-        for number in range(rounds):
-            host.started()
-            if number % 5 == 0:
-                server.kill() if number % 10 == 0 else server.start()
-            if number == rounds // 10:
-                before = host.usage()
-            host.ask_to_stop()
-            host.stopped()
-            host.said.clear()
-            if number < rounds - 1:
-                host.begin()
-        more = [now - then for now, then in zip(host.usage(), before)]
-        left = [now - then for now, then in zip(host.usage(), host.at_rest)]
-        rows.append([f"{media}, {rounds} times", f"{left[2]} / {left[1]}", f"{more[0] / 1024:.2f}"])
-        host.kill()
-        server.kill()
-    head = ["started and stopped", "descriptors / threads left", "memory since the first tenth, MiB more"]
-    return b.table(head, rows)
+    rounds = bench.choose(1000, 20)
+    rows = [[f"{media}, {rounds} times", f"{left[2]} / {left[1]}", f"{more[0] / 1024:.2f}"]
+            for media, (left, more) in side_by_side(started_medium, kit, rounds)]
+    return b.table(["started and stopped", "descriptors / threads left",
+                    "memory since the first tenth, MiB more"], rows)
+
+
+def day(bench, kit):
+    """Of movie, as fast as it goes, to a file without a table and a stream whose server comes and goes."""
+    hours, chance = bench.choose(24, 1), random.Random(24)
+    kit.live.make_packets("fast.ts", "64x48", 16)
+    server, file = kit.server(), kit.name(".ts")
+    proxy = kit.proxy(server.port)
+    url = server.url.replace(str(server.port), str(proxy.port))
+    host = kit.live.LiveHost("fast", [file, kit.live.policy(url, 1000 * KEEP_S)])
+    host.begin()
+    host.started()
+    before, passed_h = None, 0
+    while passed_h < hours:
+        time.sleep(chance.uniform(0, 1))
+        proxy.refuse()
+        time.sleep(chance.uniform(0, 0.5))
+        proxy.listen()
+        passed_h = host.state(0)["written_us"] / 3.6e9
+        if before is None and passed_h > hours / 10:
+            before = host.usage()
+    reconnects = host.state(1)["reconnects"]
+    more = [now - then for now, then in zip(host.usage(), before)]
+    end = stop([(host, file)])[0]
+    left = [now - then for now, then in zip(host.usage(), host.at_rest)]
+    row = [f"{passed_h:.0f}", lost_in(file, end["pictures"]), reconnects, f"{left[2]} / {left[1]}",
+           f"{more[0] / 1024:.2f}", f"{end['stop_ms']:.0f}"]
+    host.kill()
+    proxy.close()
+    server.kill()
+    return b.table(["hours of movie", "pictures lost in the file", "connections that came back",
+                    "descriptors / threads left", "memory since the first tenth, MiB more", "stop, ms"], [row])
 
 
 # ---- beside the peers
@@ -296,4 +344,5 @@ def beside_peers(bench, kit):
 def compare(bench):
     kit = Kit(bench)
     return {"hostile_slow": slow(bench, kit), "hostile_restarts": restarted(bench, kit),
-            "hostile_starts": started_and_stopped(bench, kit), "hostile_peers": beside_peers(bench, kit)}
+            "hostile_starts": started_and_stopped(bench, kit),
+            "hostile_day": day(bench, kit), "hostile_peers": beside_peers(bench, kit)}

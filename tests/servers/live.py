@@ -14,10 +14,10 @@ KBITS, SECOND_BYTES = 3000, 450000  # of pictures; a second of the whole stream 
 WAITING, IS_LIVE, DROPPING, RECONNECTING, BACK, GIVEN_UP, FINISHED_EARLY = 100, 101, 102, 103, 104, 105, 110
 
 
-def make_packets(path):
-    """As many as the pictures have that the host encodes."""
-    rate = f"{KBITS}k"
-    ffmpeg("-f", "lavfi", "-i", "testsrc2=size=320x180:rate=25", "-f", "lavfi", "-i", "sine=sample_rate=48000",
+def make_packets(path, size="320x180", kbits=KBITS):
+    """As many bits as the pictures have that the host encodes."""
+    rate = f"{kbits}k"
+    ffmpeg("-f", "lavfi", "-i", f"testsrc2=size={size}:rate=25", "-f", "lavfi", "-i", "sine=sample_rate=48000",
            "-t", "4", "-ac", "2", "-vf", "noise=alls=100:allf=t", "-c:v", "libx264", "-preset", "ultrafast", "-tune",
            "zerolatency", "-b:v", rate, "-maxrate", rate, "-bufsize", rate, "-g", "25", "-pix_fmt", "yuv420p",
            "-c:a", "aac", path)
@@ -31,7 +31,7 @@ class LiveHost:
     """A process that records whenever it is told to. What it says comes at any time, on a thread of its own."""
 
     def __init__(self, media, outputs, environment=()):
-        arguments = ["frames", str(KBITS)] if media == "frames" else ["packets", "packets.ts"]
+        arguments = [media, str(KBITS) if media == "frames" else f"{media}.ts"]
         self.media, self.outputs = media, outputs
         self.process = subprocess.Popen([*EMULATOR, os.environ["ZEVA_LIVE_HOST"], *arguments, *outputs],
                                         stdin=subprocess.PIPE, stdout=subprocess.PIPE, stderr=subprocess.DEVNULL,

@@ -1,6 +1,7 @@
-// Recordings to files and live streams, at real speed, as a host sees them:
+// Recordings to files and live streams, as a host sees them, at real speed but for the last:
 //   live_host frames KBITS OUTPUT...        noise and a tone, as pictures and sound
 //   live_host packets MOVIE.ts OUTPUT...    the packets of a movie, again and again
+//   live_host fast MOVIE.ts OUTPUT...       the same, as fast as they are taken
 // An OUTPUT is a URL, or POLICY=URL with a policy of these words, joined by commas: drop, wait,
 // fail, required, optional, keep:MS, reconnect:FIRST_MS:LONGEST_MS:TOTAL_MS (-1: for ever),
 // free:BYTES.
@@ -114,6 +115,7 @@ Output read_output(const std::string& text) {
 
 struct Media {
   bool packets;
+  bool paced;            // each at its time
   std::string argument;  // kbit/s, or a movie
 };
 
@@ -196,7 +198,7 @@ class Host {
   void timed(bool picture, const std::function<bool()>& call) {
     const auto began = Clock::now();
     const bool taken = call();
-    call_ms.push_back(since_ms(began));
+    if (media.paced) call_ms.push_back(since_ms(began));
     if (!picture) return;
     ++given;
     refused += taken ? 0 : 1;
@@ -240,13 +242,23 @@ class Host {
         };
         const int64_t time = offset + in_us(packet.pts) - input->start_time;
         end = std::max(end, time + in_us(packet.duration));
-        std::this_thread::sleep_until(begin + std::chrono::microseconds(time));
+        if (media.paced) std::this_thread::sleep_until(begin + std::chrono::microseconds(time));
+        if (!media.paced) wait_for_room();
         const bool video = stream.codecpar->codec_type == AVMEDIA_TYPE_VIDEO;
         const auto write = video ? ZEVA2_write_video_packet : ZEVA2_write_audio_packet;
         timed(video, [&] { return write(handle, packet.data, packet.size, time); });
       }
       avformat_close_input(&input);
       offset = end;
+    }
+  }
+
+  // A full input would drop.
+  void wait_for_room() const {
+    int32_t video = 0;
+    int32_t audio = 0;
+    while (!ending && ZEVA2_backlog(handle, &video, &audio, nullptr) && video + audio > 500) {
+      std::this_thread::sleep_for(std::chrono::milliseconds(1));
     }
   }
 
@@ -302,7 +314,8 @@ class Host {
 
 int main(int count, char** arguments) {
   if (count < 4) return 2;
-  const Media media{std::string(arguments[1]) == "packets", arguments[2]};
+  const std::string kind = arguments[1];
+  const Media media{kind != "frames", kind != "fast", arguments[2]};
   std::vector<Output> outputs;
   for (int i = 3; i < count; ++i) outputs.push_back(read_output(arguments[i]));
   Host host(media, outputs);
