@@ -100,6 +100,7 @@ struct RowTaps {
   const int8_t* weights;
   int taps;        // even
   bool is_dense;   // eight neighbours have the same start
+  bool is_half;    // each start is two after the one before, and all weights are the same
   int pair_shift;  // of each sum of two products; 0 where they are dense
   int middle;      // subtracted from each sum
 };

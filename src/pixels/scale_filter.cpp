@@ -171,7 +171,9 @@ RowFilter::RowFilter(int source_size, int target_size)
 }
 
 RowTaps RowFilter::view() const {
-  return {starts.data(), shuffles.data(), weights.data(), taps, is_dense, pair_shift, 128 * one};
+  const bool is_half = source_size == 2 * target_size;
+  return {starts.data(), shuffles.data(), weights.data(), taps,
+          is_dense,      is_half,         pair_shift,     128 * one};
 }
 
 // Filled up with samples that have no weight. False if eight neighbours should have one start and

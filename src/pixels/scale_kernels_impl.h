@@ -41,6 +41,27 @@ ZEVA_SIMD int scale_row_by(const uint8_t* from, const RowTaps& row_taps, int16_t
   return width;
 }
 
+// Half the width: the bytes from a tap on are the pairs of all samples in their order, and nothing
+// is left to gather.
+ZEVA_SIMD int halve_row(const uint8_t* from, const RowTaps& row_taps, int16_t* to, int width) {
+  constexpr int kPairs = 4;
+  const uint8_t* const start = from + row_taps.starts[0];
+  const V middle = set16(-row_taps.middle);
+  V weights[kPairs];
+  for (int i = 0; i < kPairs; ++i) {
+    weights[i] = load(row_taps.weights + RowTaps::place(0, 2 * i, 2 * kPairs));
+  }
+  for (int x = 0; x < width; x += kWords) {
+    V sum = middle;
+#pragma GCC unroll 4
+    for (int i = 0; i < kPairs; ++i) {
+      sum = add16(sum, madd8(load(start + 2 * (x + i)), weights[i]));
+    }
+    store(to + x, sum);
+  }
+  return width;
+}
+
 int scale_row(const uint8_t* from, const RowTaps& taps, int16_t* to, int width) {
   if (!taps.is_dense) return scale_row_by<false, 0>(from, taps, to, width);
   switch (taps.taps) {
@@ -49,7 +70,8 @@ int scale_row(const uint8_t* from, const RowTaps& taps, int16_t* to, int width) 
     case 6:
       return scale_row_by<true, 6>(from, taps, to, width);
     case 8:
-      return scale_row_by<true, 8>(from, taps, to, width);
+      return taps.is_half ? halve_row(from, taps, to, width)
+                          : scale_row_by<true, 8>(from, taps, to, width);
     default:
       return scale_row_by<true, 0>(from, taps, to, width);
   }

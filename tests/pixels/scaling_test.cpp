@@ -20,8 +20,8 @@ struct Size {
   int width;
   int height;
 };
-const Size kSizes[] = {{1, 1},   {2, 3},   {7, 5},    {19, 4},  {33, 17},
-                       {64, 36}, {96, 54}, {131, 70}, {300, 18}};
+const Size kSizes[] = {{1, 1},   {2, 3},   {7, 5},   {19, 4},   {33, 17},  {38, 8},
+                       {64, 36}, {66, 21}, {96, 54}, {131, 70}, {192, 40}, {300, 18}};
 
 PictureFormat yuv420(const Size& size) {
   return zeva::settle({size.width, size.height, AV_PIX_FMT_YUV420P, AVCOL_SPC_BT709});
@@ -85,7 +85,7 @@ TEST(Scaling, takes_every_format_and_gives_one_result_at_every_level) {
        {AV_PIX_FMT_BGRA, AV_PIX_FMT_RGB24, AV_PIX_FMT_NV12, AV_PIX_FMT_YUYV422, AV_PIX_FMT_UYVY422,
         AV_PIX_FMT_P010, AV_PIX_FMT_YUV420P10, AV_PIX_FMT_YUV422P}) {
     for (const Size& from : {Size{1, 1}, Size{135, 71}, Size{300, 18}}) {
-      for (const Size& to : {Size{64, 37}, Size{211, 5}}) {
+      for (const Size& to : {Size{64, 37}, Size{211, 5}, Size{150, 9}}) {
         if (from.width > 4 * to.width) continue;  // swscale's
         for (const AVPixelFormat target : {AV_PIX_FMT_YUV420P, AV_PIX_FMT_NV12}) {
           SCOPED_TRACE(std::string(av_get_pix_fmt_name(pixels)) + " " + std::to_string(from.width) +
