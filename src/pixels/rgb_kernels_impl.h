@@ -33,7 +33,11 @@ ZEVA_OP PixelWeights weights_of(const int16_t c[4]) {
 
 template <int kPixelBytes>
 ZEVA_OP Pixels load_pixels(const uint8_t* p) {
-  const V bytes = kPixelBytes == 4 ? load(p) : load_rgb24(p);
+  if (kPixelBytes == 3) {
+    const V bytes = load_rgb24(p);
+    return {shuffle8(bytes, rgb24_even()), shuffle8(bytes, rgb24_odd())};
+  }
+  const V bytes = load(p);
   return {and_bits(bytes, set16(0xff)), shift_right16<8>(bytes)};
 }
 

@@ -87,12 +87,18 @@ ZEVA_OP V load_two(const uint8_t* first, const uint8_t* last) {
   return _mm256_inserti128_si256(_mm256_castsi128_si256(load_half(first)), load_half(last), 1);
 }
 
-// Eight pixels of three bytes, with a zero after each; four of them from either end of the 24.
+// Eight pixels of three bytes; four of them from either end of the 24.
 constexpr int kRgb24ReadAhead = 0;  // pixels beyond these
-ZEVA_OP V load_rgb24(const uint8_t* p) {
-  return _mm256_shuffle_epi8(
-      load_two(p, p + 8), _mm256_setr_epi8(0, 1, 2, -1, 3, 4, 5, -1, 6, 7, 8, -1, 9, 10, 11, -1, 4,
-                                           5, 6, -1, 7, 8, 9, -1, 10, 11, 12, -1, 13, 14, 15, -1));
+ZEVA_OP V load_rgb24(const uint8_t* p) { return load_two(p, p + 8); }
+
+// The places of their first and third bytes, as words, and of their second ones.
+ZEVA_OP V rgb24_even() {
+  return _mm256_setr_epi8(0, -1, 2, -1, 3, -1, 5, -1, 6, -1, 8, -1, 9, -1, 11, -1, 4, -1, 6, -1, 7,
+                          -1, 9, -1, 10, -1, 12, -1, 13, -1, 15, -1);
+}
+ZEVA_OP V rgb24_odd() {
+  return _mm256_setr_epi8(1, -1, -1, -1, 4, -1, -1, -1, 7, -1, -1, -1, 10, -1, -1, -1, 5, -1, -1,
+                          -1, 8, -1, -1, -1, 11, -1, -1, -1, 14, -1, -1, -1);
 }
 
 // Sums of neighbours, in the order a01 a23 b01 b23, a45 a67 b45 b67.

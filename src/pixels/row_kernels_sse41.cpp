@@ -76,11 +76,16 @@ ZEVA_OP void store_halves(uint8_t* first, uint8_t* second, V a) {
   _mm_storel_epi64(reinterpret_cast<__m128i*>(second), _mm_unpackhi_epi64(a, a));
 }
 
-// Four pixels of three bytes, with a zero after each.
+// Four pixels of three bytes.
 constexpr int kRgb24ReadAhead = 2;  // pixels beyond these, of which it reads
-ZEVA_OP V load_rgb24(const uint8_t* p) {
-  return _mm_shuffle_epi8(load(p),
-                          _mm_setr_epi8(0, 1, 2, -1, 3, 4, 5, -1, 6, 7, 8, -1, 9, 10, 11, -1));
+ZEVA_OP V load_rgb24(const uint8_t* p) { return load(p); }
+
+// The places of their first and third bytes, as words, and of their second ones.
+ZEVA_OP V rgb24_even() {
+  return _mm_setr_epi8(0, -1, 2, -1, 3, -1, 5, -1, 6, -1, 8, -1, 9, -1, 11, -1);
+}
+ZEVA_OP V rgb24_odd() {
+  return _mm_setr_epi8(1, -1, -1, -1, 4, -1, -1, -1, 7, -1, -1, -1, 10, -1, -1, -1);
 }
 
 // Sums of neighbours: those of a, then those of b.
