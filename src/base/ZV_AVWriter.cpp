@@ -190,9 +190,7 @@ bool ZV_AVWriter::output_state(int32_t output, ZevaOutputState& state) {
   return true;
 }
 
-int32_t ZV_AVWriter::output_count() {
-  return static_cast<int32_t>(outputs.size());
-}
+int32_t ZV_AVWriter::output_count() { return static_cast<int32_t>(outputs.size()); }
 
 int64_t ZV_AVWriter::recorded_us() {
   int64_t newest = -1;
