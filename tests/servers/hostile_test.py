@@ -9,7 +9,8 @@ from live import (BACK, DROPPING, GIVEN_UP, IS_LIVE, LIVE, RECONNECTING, SECOND_
 from servers import RtmpServer, RtspServer, wait_until
 from support import EMULATOR, Movie, ToolTest
 
-MEDIA = ["frames", "packets"]
+# Encoders that are sanitized do not keep up with real speed.
+MEDIA = ["packets"] if os.environ.get("ZEVA_SANITIZED") else ["frames", "packets"]
 STOP_MS = 2000  # promised; bounds are asserted three times as wide
 MARGIN = 3
 KEEP_MS = 1000
