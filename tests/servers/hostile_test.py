@@ -9,8 +9,9 @@ from live import (BACK, DROPPING, GIVEN_UP, IS_LIVE, LIVE, RECONNECTING, SECOND_
 from servers import RtmpServer, RtspServer, wait_until
 from support import EMULATOR, Movie, ToolTest
 
-# Encoders that are sanitized do not keep up with real speed.
-MEDIA = ["packets"] if os.environ.get("ZEVA_SANITIZED") else ["frames", "packets"]
+# A sanitized encoder does not keep up with real speed. A sanitizer has threads of its own, and is to be loaded first.
+SANITIZED = bool(os.environ.get("ZEVA_SANITIZED"))
+MEDIA = ["packets"] if SANITIZED else ["frames", "packets"]
 STOP_MS = 2000  # promised; bounds are asserted three times as wide
 MARGIN = 3
 KEEP_MS = 1000
@@ -71,7 +72,7 @@ class HostileTest(ToolTest):
                 self.assertLess(recording.end["stop_ms"], MARGIN * STOP_MS)
 
     def assert_nothing_left(self, recordings):
-        for recording in recordings:
+        for recording in [] if SANITIZED else recordings:
             with self.subTest(str(recording.host)):
                 wait_until(lambda: recording.host.usage()[1] <= recording.host.at_rest[1], "the last thread's end")
                 self.assertLessEqual(recording.host.usage()[2], recording.host.at_rest[2])
@@ -98,7 +99,8 @@ class SlowServerTest(HostileTest):
                 mine = quiet[recording.media]
                 self.assertLess(recording.end["p99_ms"], MARGIN * (mine.end["p99_ms"] + 1) + 10)
                 more = grown[recording.file] - grown[mine.file]
-                self.assertLess(more, MARGIN * (3 * SECOND_BYTES / 1024 + 8 * 1024))
+                if not SANITIZED:  # which has a copy of all memory
+                    self.assertLess(more, MARGIN * (3 * SECOND_BYTES / 1024 + 8 * 1024))
                 recording.proxy.close()
                 self.assert_stream_decodes(recording.server.finished())
                 self.assert_dropped(recording)
@@ -192,7 +194,7 @@ class AbsentServerTest(HostileTest):
         urls = {"refused": present.url.replace("/live/", "/dead/"), "mute": mute_url,
                 "unresolved": "rtmp://nowhere.invalid/live/movie"}
         environment = {}
-        if not EMULATOR:
+        if not EMULATOR and not SANITIZED:
             urls["look-up"] = "rtmp://never.invalid/live/movie"
             environment["LD_PRELOAD"] = os.environ["ZEVA_MUTE_RESOLVER"]
         recordings, waiting = [], []
