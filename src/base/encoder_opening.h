@@ -37,7 +37,7 @@ Status open_encoder(NewStream stream, AVCodecID codec, const MovieInfo& info,
   if (!stream.fault.empty()) return refused(stream.fault);
   if (!stream.encoder) return no_encoder(codec);
   auto made = std::make_unique<Encoder>(std::move(stream), &writer, tell);
-  const Status opened = made->open(info);
+  Status opened = made->open(info);
   if (!opened.ok) return not_opened(opened, option);
   encoder = std::move(made);
   return opened;

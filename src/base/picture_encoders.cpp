@@ -52,7 +52,7 @@ PictureEncoders::PictureEncoders(ZV::ZV_AVWriter& writer, EncBase::Tell tell)
 Status PictureEncoders::open(AVCodecID codec, MovieInfo& info, const Options& options) {
   if (codec == AV_CODEC_ID_NONE) return Status::success();
   const bool two = has_two_renditions(info, options);
-  const Status opened = two ? open_two(codec, info, options) : open_one(codec, info, options);
+  Status opened = two ? open_two(codec, info, options) : open_one(codec, info, options);
   if (opened.ok && has_live_output(info) && options.stream_bitrate_floor != 0) {
     follower.emplace(options.stream_bitrate_floor, for_streams()->bit_rate());
   }
