@@ -71,7 +71,7 @@ typedef struct ZevaOptions {
   int32_t source_matrix;
   int32_t source_range;
 
-  // What each output does when its disk or server cannot keep up: [0] the main output's, then the
+  // How each output acts when its disk or server cannot keep up: [0] the main output's, then the
   // further ones' in their order. The array and every entry may be null, and there may be fewer
   // entries than outputs: as without.
   const ZevaOutputPolicy* const* policies;

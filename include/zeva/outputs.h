@@ -43,7 +43,7 @@ enum {
 typedef struct ZevaOutputPolicy {
   uint32_t struct_size;  // bytes; of the host's own record
 
-  // What is done with a packet when the output's queue is full.
+  // The fate of a packet when the output's queue is full.
   int32_t when_full;
   // The queue is full when what waits in it lasts `keep_us` or takes `keep_bytes`; 0 for both: the
   // defaults (classic: 60 packets, 1000 more while packets wait to be interleaved; packets: 10 s

@@ -17,7 +17,7 @@ class ZV_AVWriter;
 
 namespace zeva {
 
-// What the host asked for cannot be; `fault` names it.
+// The host asked for what cannot be; `fault` names it.
 Status refused(const std::string& fault);
 
 // Takes the encoders that the host names for the streams that there are to be.

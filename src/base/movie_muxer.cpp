@@ -203,7 +203,7 @@ bool MovieMuxer::write_audio(AVFrame* frame, AVRational tb) {
 void MovieMuxer::fill(ZevaStatistics& statistics) const {
   statistics.outputs = writer->output_count();
   statistics.crash_cost_us = -1;
-  // What was encoded comes before what was given, so that it is never more.
+  // The encoded count is read before the given one, so that it is never more.
   if (running()) fill_encoded(statistics);
   recording_figures.fill(statistics);
 }

@@ -19,7 +19,7 @@ class IoInterrupt {
   bool exited() const { return exit_time != kNever; }
   void opened() { is_open = true; }
   void begin_operation();
-  // What was given up concerns the connection that was; between two of them.
+  // Between two connections: giving up concerned the one that was.
   void begin_session() { gave_up = false; }
   // The result of the operation in truth: FFmpeg's RTSP ignores that a send was given up, and would
   // send the rest of the packets behind half of one.

@@ -9,7 +9,7 @@ namespace zeva {
 
 // Asks the system for the disk's free space once a second, and in between once a file has grown by
 // a few MiB, so that a fast one does not run far past the limit while others fill the disk as well.
-// What the file has of the disk already, written or set aside, counts as room for it. Used by one
+// The file's own part of the disk, written or set aside, counts as room for it. Used by one
 // thread at a time; every function may block as long as the system does not answer.
 class DiskRoom {
  public:

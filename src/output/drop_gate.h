@@ -1,4 +1,4 @@
-// Which packets of a stream that does not keep up are let into its queue.
+// The gate before the queue of a stream that does not keep up.
 #pragma once
 
 #include <cstdint>
@@ -30,7 +30,7 @@ class DropGate {
   // `full`: nothing more fits into the queue; `roomy`: it has drained enough to begin again.
   Answer admit(const Packet& packet, bool full, bool roomy);
 
-  // What is queued is void.
+  // The queue is void.
   void disconnect();
   // False when the stream goes on from its very beginning; else it begins anew, with a key picture.
   bool connect();

@@ -41,7 +41,7 @@ class FileIo {
   [[nodiscard]] bool ensure_room(int64_t end_bytes, int64_t spare_bytes);
   // False once the file system has refused to set space aside.
   bool reserves() const { return can_reserve; }
-  // What the disk has for the file already: written, set aside, or of the file that is replaced.
+  // The file's part of the disk already: written, set aside, or of the file that is replaced.
   int64_t own_bytes() const;
 
   // The code of the write that failed; 0 while none did.

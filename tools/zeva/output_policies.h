@@ -1,4 +1,4 @@
-// What the library is to do about outputs that cannot keep up or go away.
+// Policies for outputs that cannot keep up or go away, as the library takes them.
 #pragma once
 
 #include <string>

@@ -11,7 +11,7 @@ namespace {
 
 // Enough to keep every thread busy, little enough to stay in memory that is warm.
 constexpr int32_t kUsualWaiting = 256;
-// What waits for a file that ends early is lost: the second place never sees it.
+// Packets that wait for a file that ends early are lost: the second place never sees them.
 constexpr int32_t kWaitingBesideSpill = 32;
 // The library drops from 2000 on. That far one stream may run ahead while the library needs the
 // other one: to know both before it opens the outputs, or when one ends long before the other.
