@@ -24,7 +24,7 @@ prefix_of() {
       grep -E "^[a-z,]*\b$1\b" "$here/tarballs.txt"
       sed -E '/^ *(#|$)/d' "$here/recipe-ffmpeg.sh" "$here/recipe-network.sh" "$here/recipe-$1.sh"
       awk '!/^(#|$)/ { print $1, $2 }' "$here/components.txt"
-      cat "$here"/patches/*.patch
+      cat "$here"/patches/*/*.patch
     } | sha256sum
   )
   echo "$cache/$1-${hash:0:12}"

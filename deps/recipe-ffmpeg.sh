@@ -29,12 +29,13 @@ ffmpeg_common_options=(
   --disable-everything $(component_options)
 )
 
-# Fixes that came after the release; a patch that does not fit exactly ends the build.
-patch_ffmpeg() {
-  local patch
-  for patch in "$here"/patches/*.patch; do
-    echo "applying ${patch##*/}"
-    patch -d "$work/FFmpeg" -p1 --fuzz=0 --forward --no-backup-if-mismatch < "$patch"
+# Fixes that came after the releases, of each source in a folder of its name; one that does not fit exactly ends the build.
+patch_sources() {
+  local patch source
+  for patch in "$here"/patches/*/*.patch; do
+    source=$(basename "$(dirname "$patch")")
+    echo "applying ${patch##*/} to $source"
+    patch -d "$work/$source" -p1 --fuzz=0 --forward --no-backup-if-mismatch < "$patch"
   done
 }
 

@@ -11,9 +11,9 @@ network_cmake_options=(-DCMAKE_POSITION_INDEPENDENT_CODE=ON)
 network_libraries='-lstdc++ -lm -lpthread'
 
 build_steps=(
+  "patch|patch_sources"
   "compile mbedTLS|build_mbedtls"
   "compile SRT|build_srt"
-  "patch FFmpeg|patch_ffmpeg"
   "configure FFmpeg|configure_ffmpeg"
   "compile FFmpeg|compile_ffmpeg"
   "install|ffmpeg_install"

@@ -17,12 +17,12 @@ network_cmake_options=(-DCMAKE_SYSTEM_NAME=Windows -DCMAKE_C_COMPILER=$kCompiler
 network_libraries='-lstdc++ -lm -lpthread -lws2_32'
 
 build_steps=(
+  "patch|patch_sources"
   "compile mbedTLS|build_mbedtls"
   "compile SRT|build_srt"
   "compile x264|build_x264"
   "compile LAME|build_lame"
   "compile Opus|build_opus"
-  "patch FFmpeg|patch_ffmpeg"
   "configure FFmpeg|configure_ffmpeg"
   "compile FFmpeg|compile_ffmpeg"
   "install|install_windows"
