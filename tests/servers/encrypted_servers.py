@@ -57,6 +57,8 @@ class SrtServer(Server):
                 "-map", "0", "-c", "copy", "-flush_packets", "1", self.folder / self.recording]
 
     def answers(self):
+        if self.process.poll() is not None:
+            raise AssertionError(self.output())
         table = Path("/proc/net/udp").read_text(encoding="ascii")
         return re.search(f":{self.port:04X} ", table)
 

@@ -21,17 +21,21 @@ def wait_until(condition, what):
     return result
 
 
-def when_data_came(servers, action):
-    """Acts on each server as soon as its own data are there: the streams go on meanwhile, and would be over
-    by the time that the slowest server had some."""
-    waiting = list(servers)
+def when_data_came(streams, action):
+    """Acts on the server of each (server, recording) as soon as its own data are there: the streams go on
+    meanwhile, and would be over by the time that the slowest server had some."""
+    waiting = list(streams)
 
     def act():
-        for server in [server for server in waiting if server.has_data()]:
-            action(server)
-            waiting.remove(server)
+        for stream in [stream for stream in waiting if stream[0].has_data()]:
+            action(stream[0])
+            waiting.remove(stream)
         return not waiting
-    wait_until(act, "data at every server")
+    try:
+        wait_until(act, "data at every server")
+    except AssertionError as error:
+        stories = [f"{server.url}\n{server.output()}\n{recording.cut_short()}" for server, recording in waiting]
+        raise AssertionError("\n".join([str(error), *stories])) from error
 
 
 class Server:
@@ -53,9 +57,12 @@ class Server:
 
     def answers(self):
         if self.process.poll() is not None:
-            raise AssertionError((self.folder / "output.txt").read_text())
+            raise AssertionError(self.output())
         with socket.socket() as client:
             return client.connect_ex(("127.0.0.1", self.port)) == 0
+
+    def output(self):
+        return (self.folder / "output.txt").read_text(encoding="utf-8", errors="replace")
 
     def has_connection(self):
         """Made by the system: a server that hangs need not know."""
@@ -117,6 +124,13 @@ class Recording:
         """The exit status and what the user has read."""
         text = self.process.communicate(timeout=RUN_TIMEOUT_S)[0]
         return self.process.returncode, text
+
+    def cut_short(self):
+        """Its state, and what the user has read so far."""
+        status = self.process.poll()
+        self.process.kill()
+        text = self.process.communicate()[0]
+        return f"{'still running' if status is None else f'ended with {status}'}\n{text}"
 
     def kill(self):
         self.process.kill()
