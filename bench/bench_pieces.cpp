@@ -27,11 +27,13 @@ zeva::PacketPtr make_packet(int size_bytes) {
   return packet;
 }
 
+constexpr zeva::PacketQueue::Limits kSixtyPackets{60};
+
 void queue_put_get(benchmark::State& state) {
   zeva::PacketQueue queue;
   const zeva::PacketPtr packet = make_packet(4096);
   for (auto _ : state) {
-    queue.put_bounded(packet.get(), 60, true);
+    queue.put_bounded(packet.get(), kSixtyPackets, true);
     AVPacket out;
     queue.get(&out, true);
     av_packet_unref(&out);
@@ -47,7 +49,7 @@ void queue_between_threads(benchmark::State& state) {
     AVPacket out;
     while (queue.get(&out, true) > 0) av_packet_unref(&out);
   });
-  for (auto _ : state) queue.put_bounded(packet.get(), 60, true);
+  for (auto _ : state) queue.put_bounded(packet.get(), kSixtyPackets, true);
   queue.abort();
   consumer.join();
   state.SetItemsProcessed(state.iterations());

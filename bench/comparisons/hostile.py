@@ -117,13 +117,14 @@ def slow_round(kit, seconds):
 def slow(bench, kit):
     rounds, seconds = bench.choose(20, 1), bench.choose(60, 8)
     found = [slow_round(kit, seconds) for _ in range(rounds)]
-    rows, worst = [], {"p99": 0, "stop": 0, "lost": 0, "growth": 0}
+    rows, worst, medians = [], {"stop": 0, "lost": 0, "growth": 0}, []
     for key in found[0]:
         mine = {fact: [figures[key][fact] for figures in found] for fact in found[0][key]}
         for fact, most in worst.items():
             worst[fact] = max(most, max(mine[fact]))
+        medians.append(statistics.median(mine["p99"]))
         rows.append([f"{key[0]}, {100 * key[1]:.0f} %",
-                     f"{statistics.median(mine['p99']):.2f} / {max(mine['p99']):.2f}",
+                     f"{medians[-1]:.2f} / {max(mine['p99']):.2f}",
                      sum(mine["lost"]), f"{max(mine['growth']) / 1024:.1f}", f"{max(mine['stop']):.0f}",
                      f"{100 * statistics.mean(mine['arrived']):.0f} %", sum(mine["faults"])])
     head = [f"server takes, {rounds} x {seconds} s", "p99 call beyond that without a stream, median / most, ms",
@@ -131,7 +132,7 @@ def slow(bench, kit):
             "faults in decoding these"]
     most = (KEEP_S * kit.live.SECOND_BYTES / 1024 + GROWTH_AIM_KIB) / 1024
     return b.table(head, rows) + "\n" + (
-        b.aim("p99 beyond that without a stream, ms", worst["p99"], P99_AIM_MS) +
+        b.aim("median p99 beyond that without a stream, ms", max(medians), P99_AIM_MS) +
         b.aim("pictures lost in the file", worst["lost"], 0) + b.aim("memory, MiB", worst["growth"] / 1024, most) +
         b.aim("longest stop, ms", worst["stop"], STOP_AIM_MS))
 
