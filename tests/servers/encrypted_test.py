@@ -69,7 +69,8 @@ class EncryptedTest(ToolTest):
                 server, file = self.server(kind, command), f"{command}{kind.scheme}.mp4"
                 recording = self.run_zeva(command, file, server.url)
                 streams.append((command, server, file, recording))
-        when_data_came([(server, recording) for _, server, _, recording in streams], lambda server: server.kill())
+        when_data_came([(server, recording.process) for _, server, _, recording in streams],
+                       lambda server: server.kill())
         for command, server, file, recording in streams:
             with self.subTest(command=command, url=server.url):
                 status, text = recording.end()
@@ -133,7 +134,7 @@ class EncryptedTest(ToolTest):
                 options = NEARLY_LOSSLESS if command == "record" else []
                 options = ["--require-streams", *options]
                 started.append((server, file, self.run_zeva(command, file, server.url, options=options)))
-        when_data_came([(server, recording) for server, _, recording in started], Server.freeze)
+        when_data_came([(server, recording.process) for server, _, recording in started], Server.freeze)
         # More than the system keeps between us and the server.
         wait_until(lambda: all(os.path.getsize(file) > 8e6 for _, file, _ in started), "8 MB")
         for server, file, recording in started:

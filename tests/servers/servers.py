@@ -22,7 +22,7 @@ def wait_until(condition, what):
 
 
 def when_data_came(streams, action):
-    """Acts on the server of each (server, recording) as soon as its own data are there: the streams go on
+    """Acts on the server of each (server, process) as soon as its own data are there: the streams go on
     meanwhile, and would be over by the time that the slowest server had some."""
     waiting = list(streams)
 
@@ -34,8 +34,16 @@ def when_data_came(streams, action):
     try:
         wait_until(act, "data at every server")
     except AssertionError as error:
-        stories = [f"{server.url}\n{server.output()}\n{recording.cut_short()}" for server, recording in waiting]
+        stories = [f"{server.url}\n{server.output()}\n{cut_short(process)}" for server, process in waiting]
         raise AssertionError("\n".join([str(error), *stories])) from error
+
+
+def cut_short(process):
+    """Its state, and what it has said so far."""
+    status = process.poll()
+    process.kill()
+    text = process.communicate()[0]
+    return f"{'still running' if status is None else f'ended with {status}'}\n{text}"
 
 
 class Server:
@@ -124,13 +132,6 @@ class Recording:
         """The exit status and what the user has read."""
         text = self.process.communicate(timeout=RUN_TIMEOUT_S)[0]
         return self.process.returncode, text
-
-    def cut_short(self):
-        """Its state, and what the user has read so far."""
-        status = self.process.poll()
-        self.process.kill()
-        text = self.process.communicate()[0]
-        return f"{'still running' if status is None else f'ended with {status}'}\n{text}"
 
     def kill(self):
         self.process.kill()

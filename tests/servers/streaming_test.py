@@ -127,7 +127,7 @@ class ServersTest(StreamingTest):
             movie = Path(command + ".mp4")
             wait_until(lambda: movie.exists() and movie.stat().st_size > 0, f"a first {movie}")
             server.start()
-        when_data_came([run[1:] for run in runs], Server.kill)
+        when_data_came([(server, recording.process) for _, server, recording in runs], Server.kill)
         for _, server, _ in runs:
             server.start()
         for command, server, recording in runs:
@@ -151,7 +151,7 @@ class ServersTest(StreamingTest):
     def test_server_dies_in_mid_stream(self):
         make_camera_movie("in.mp4", *NOISE, "-t", "5")
         streams = self.streams((command, kind, 5, REQUIRED) for command in COMMANDS for kind in KINDS)
-        when_data_came([(stream.server, stream.recording) for stream in streams], Server.kill)
+        when_data_came([(stream.server, stream.recording.process) for stream in streams], Server.kill)
         for stream in streams:
             self.assert_failed(stream)
 
@@ -163,7 +163,7 @@ class ServersTest(StreamingTest):
                 ("record", kind, 8, REQUIRED, "--timeout", "1"),
                 ("record", kind, 6, REQUIRED, "--timeout", "3600"),
                 ("mux", kind, 12, REQUIRED), ("mux", kind, 4, REQUIRED))])
-        when_data_came([(stream.server, stream.recording) for stream in streams], Server.freeze)
+        when_data_came([(stream.server, stream.recording.process) for stream in streams], Server.freeze)
         for stream in streams:
             self.assert_failed(stream, "Immediate exit")
 
@@ -177,7 +177,7 @@ class ServersTest(StreamingTest):
             [*EMULATOR, os.environ["ZEVA_STREAM_HOST"], "1", source, server.url],
             stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, encoding="utf-8"))
             for server, source in servers]
-        when_data_came([server for server, _ in hosts], Server.freeze)
+        when_data_came(hosts, Server.freeze)
         for server, host in hosts:
             told, _ = host.communicate(timeout=RUN_TIMEOUT_S)
             with self.subTest(server=server.url):
