@@ -113,6 +113,7 @@ bool Recorder::wait_until_due(int64_t time_us) {
 bool Recorder::write(const Piece& piece) {
   stamp_us = paused_us + piece.time_us;
   bool taken = source.write(recording.handle(), stamp_us);
+  if (!taken && spill.is_free() && recording.has_ended()) wait_for_tables();
   bool elsewhere = taken ? spill.is_running() : goes_on_elsewhere();
   if (elsewhere) taken = spill.write(source, stamp_us) || taken;
   ++result.pieces;
@@ -185,6 +186,21 @@ bool Recorder::goes_on_elsewhere() {
     spill.begin(stamp_us, terminal, status_line);
   }
   return spill.is_running();
+}
+
+// A file that takes no more has not ended before its table is written. Until then nothing would go
+// elsewhere.
+void Recorder::wait_for_tables() {
+  auto is_open = [](const ZevaOutputState& state) {
+    return state.phase == kZevaOutputLive || state.phase == kZevaOutputDropping;
+  };
+  const std::vector<ZevaOutputState>& states = result.progress.outputs;
+  look_at_outputs();
+  while (std::any_of(states.begin(), states.end(), is_open) && !quit &&
+         !Terminal::stop_requested()) {
+    handle(terminal.wait(kRoomPollUs));
+    look_at_outputs();
+  }
 }
 
 // Files that ended early, say: nothing takes what is still to come.

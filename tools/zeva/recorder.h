@@ -61,6 +61,7 @@ class Recorder {
   void show_progress();
   void look_at_outputs();
   bool goes_on_elsewhere();
+  void wait_for_tables();
   bool everything_has_ended() const;
   void show_new_reports();
   void show_new_failures();

@@ -21,7 +21,7 @@ bool has_ended(const ZevaOutputState& state) {
 
 bool Spill::is_wanted(const std::vector<std::string>& urls,
                       const std::vector<ZevaOutputState>& states) {
-  if (folder.empty() || !second_path.empty()) return false;
+  if (!is_free()) return false;
   for (size_t i = 0; i < urls.size() && i < states.size(); ++i) {
     if (!is_local_file(urls[i]) || !has_ended(states[i])) continue;
     ended_url = urls[i];

@@ -23,6 +23,8 @@ class Spill {
   // Without a folder there is no second place.
   Spill(std::string into_folder, Make how) : folder(std::move(into_folder)), make(std::move(how)) {}
 
+  // There is a second place, and nothing has gone there yet.
+  bool is_free() const { return !folder.empty() && second_path.empty(); }
   // True when a file ended for which there is a second place.
   bool is_wanted(const std::vector<std::string>& urls, const std::vector<ZevaOutputState>& states);
   // Opens it for the piece with that stamp; blocks until it is open or has failed. Once.
